@@ -1,0 +1,37 @@
+# Installation and the CMake package: find_package(VelmoraPathManagement) and link
+# VelmoraPathManagement::VelmoraPathManagement.
+
+set(VPATH_CONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VelmoraPathManagement)
+
+install(TARGETS vpath_platform velmora_pathmanagement velmora_searchpath VelmoraPathManagement
+    EXPORT VelmoraPathManagementTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+install(DIRECTORY
+        ${PROJECT_SOURCE_DIR}/include/
+        ${PROJECT_SOURCE_DIR}/platform/include/
+        ${PROJECT_SOURCE_DIR}/platform/searchpath/include/
+        ${PROJECT_BINARY_DIR}/include/
+        ${PROJECT_BINARY_DIR}/platform/include/
+        ${PROJECT_BINARY_DIR}/platform/searchpath/include/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN "*.hpp")
+
+install(EXPORT VelmoraPathManagementTargets
+    NAMESPACE VelmoraPathManagement::
+    DESTINATION ${VPATH_CONFIG_DIR})
+
+configure_package_config_file(
+    ${PROJECT_SOURCE_DIR}/cmake/VelmoraPathManagementConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/VelmoraPathManagementConfig.cmake
+    INSTALL_DESTINATION ${VPATH_CONFIG_DIR})
+write_basic_package_version_file(
+    ${PROJECT_BINARY_DIR}/VelmoraPathManagementConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/VelmoraPathManagementConfig.cmake
+    ${PROJECT_BINARY_DIR}/VelmoraPathManagementConfigVersion.cmake
+    DESTINATION ${VPATH_CONFIG_DIR})

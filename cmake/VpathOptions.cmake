@@ -1,0 +1,25 @@
+# Compiler settings shared by every target of the project.
+
+find_program(VPATH_CCACHE ccache)
+if(VPATH_CCACHE)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${VPATH_CCACHE}")
+endif()
+
+if(VPATH_SANITIZE)
+    set(_vpath_san_flags -fsanitize=${VPATH_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    if(VPATH_SANITIZE MATCHES "thread")
+        list(APPEND _vpath_san_flags -O1)
+    endif()
+    add_compile_options(${_vpath_san_flags})
+    add_link_options(-fsanitize=${VPATH_SANITIZE})
+endif()
+
+# Warnings for the project's own code; third-party headers come in as system headers.
+function(vpath_set_warnings target)
+    target_compile_options(${target} PRIVATE
+        -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+        -Wcast-qual -Wformat=2 -Wimplicit-fallthrough -Wmissing-declarations)
+    if(VPATH_WERROR)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+endfunction()

@@ -1,0 +1,85 @@
+#pragma once
+// The one seam between the host and the operating system.
+//
+// Every call that the host makes to the OS goes through an ISystem. Production code uses the real
+// one; a test installs a replacement with ScopedSystemOverride to make chosen calls fail with
+// chosen error numbers (EACCES, ENOENT, ENAMETOOLONG, ELOOP, EIO, ...), which cannot be provoked
+// for real when the suite runs as root.
+//
+// Paths here are native byte strings. Every operation returns 0 on success or an errno value.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <velmora/platform/export.hpp>
+
+namespace Velmora::os {
+
+// FileStatus: what the host needs to know of one file or folder.
+struct FileStatus {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t size = 0;
+    std::int64_t modifiedNs = 0;  // modification time, nanoseconds since the epoch
+    std::int64_t changedNs = 0;   // status change time, nanoseconds since the epoch
+    std::uint32_t mode = 0;       // st_mode
+
+    VELMORA_PLATFORM_EXPORT bool IsFolder() const noexcept;
+    VELMORA_PLATFORM_EXPORT bool IsRegularFile() const noexcept;
+};
+
+// EntryKind: the kind of a folder item as the folder listing reports it, before any stat.
+enum class EntryKind : std::uint8_t { Unknown, File, Folder, Symlink, Other };
+
+struct FolderItem {
+    std::string name;
+    EntryKind kind = EntryKind::Unknown;
+};
+
+// FolderListing: the folder's own status and its items ("." and ".." left out), unsorted.
+struct FolderListing {
+    FileStatus status;
+    std::vector<FolderItem> items;
+};
+
+class VELMORA_PLATFORM_EXPORT ISystem {
+  public:
+    virtual ~ISystem();
+
+    // Stat: the status of path, following symbolic links.
+    virtual int Stat(const std::string& path, FileStatus& out) = 0;
+    // ListFolder: opens the folder, reads its status and all its items.
+    virtual int ListFolder(const std::string& path, FolderListing& out) = 0;
+    // RealPath: the absolute path with every symbolic link, "." and ".." resolved.
+    virtual int RealPath(const std::string& path, std::string& out) = 0;
+    // CurrentFolder: the process's current working folder.
+    virtual int CurrentFolder(std::string& out) = 0;
+    // ReadFile: the whole content of a file.
+    virtual int ReadFile(const std::string& path, std::string& out) = 0;
+};
+
+// System: the seam in force. The real system unless a test has overridden it.
+VELMORA_PLATFORM_EXPORT ISystem& System();
+
+// RealSystem: the real operating system, for replacements that fail some calls and pass on the
+// rest.
+VELMORA_PLATFORM_EXPORT ISystem& RealSystem();
+
+// ScopedSystemOverride: installs a replacement seam for its lifetime and restores the previous
+// one after. Meant for tests; install it before other threads start using the host.
+class VELMORA_PLATFORM_EXPORT ScopedSystemOverride {
+  public:
+    explicit ScopedSystemOverride(ISystem& replacement);
+    ~ScopedSystemOverride();
+    ScopedSystemOverride(const ScopedSystemOverride&) = delete;
+    ScopedSystemOverride& operator=(const ScopedSystemOverride&) = delete;
+
+  private:
+    ISystem* m_previous;
+};
+
+// ErrorText: the system's description of an errno value ("No such file or directory").
+VELMORA_PLATFORM_EXPORT std::string ErrorText(int error);
+
+}  // namespace Velmora::os

@@ -1,0 +1,102 @@
+#pragma once
+// MainSearchPath: the product's search path over scanned folders, as one immutable snapshot.
+//
+// Besides the entries it keeps a path-wide index from file name to the entries that hold it, in
+// path order, so that FindFirstInScope and GetMethodEntriesByName cost a few hash lookups whatever
+// the number of folders. A snapshot never changes; a change of the path builds a new one, reusing
+// the entry objects of unchanged folders. Any number of threads may read one snapshot at once.
+//
+//   ScanReport report;
+//   auto path = MainSearchPath::Scan({AbsoluteIRI(u"file:///home/ada/geometry"),
+//                                     AbsoluteIRI(u"file:///home/ada/utils")}, report);
+//   const std::uint32_t primary[] = {0};
+//   std::vector<ustring> exts = {u".vl"};
+//   auto hit = path->FindFirstInScope(SearchScope(primary), SearchTarget(u"area", exts),
+//                                     FilenameMatchingPolicy::PlatformDefault);
+//   // hit->GetPathItem() is geometry/area.vl if geometry has one, else utils/area.vl
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include <velmora/pathinterfaces/ipath.hpp>
+#include <velmora/searchpath/export.hpp>
+#include <velmora/searchpath/folder_entry.hpp>
+#include <velmora/searchpath/folder_scanner.hpp>
+
+namespace Velmora::SearchPath {
+
+class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IPath {
+  public:
+    // Create: the path over entries already scanned, in path order. A main entry whose location is
+    // already on the path is left out (its first occurrence stays).
+    static std::shared_ptr<const MainSearchPath> Create(
+        std::vector<std::shared_ptr<const FolderEntry>> mainEntries);
+
+    // Scan: scans the folders (reusing entries of `cache` where they are unchanged) and creates the
+    // path. Folders that cannot be used and repeated folders are reported and left out.
+    static std::shared_ptr<const MainSearchPath> Scan(
+        const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders, ScanReport& report,
+        const EntryCache* cache = nullptr);
+
+    ~MainSearchPath() override;
+
+    // IPath
+    PathManagement::SharedPathEntryVector GetMainEntries() const override { return m_mains; }
+    PathManagement::PathEntryVector GetMethodEntries() const override { return m_methods; }
+    PathManagement::PathEntryVector GetMethodEntriesByName(
+        PathManagement::SearchScope scope, const ustring& name,
+        FilenameMatchingPolicy policy) const override;
+    PathManagement::PathEntryVector GetPartiallyMatchingEntries(
+        PathManagement::SearchScope scope, const ustring& partialName,
+        FilenameMatchingPolicy policy) const override;
+    std::shared_ptr<const PathManagement::IPathEntry> GetMainEntryForEntry(
+        const PathManagement::IPathEntry& entry) const override;
+    std::shared_ptr<const PathManagement::IPathEntry> GetParentEntryForEntry(
+        const PathManagement::IPathEntry& entry) const override;
+    std::shared_ptr<const PathManagement::IPathEntry> GetPathEntryFromAbsoluteIRI(
+        const foundation::storage::vfs::AbsoluteIRI& location,
+        FilenameMatchingPolicy policy) const override;
+    std::shared_ptr<const PathManagement::IPathEntry> GetPathEntryFromAbsoluteIRI(
+        const foundation::storage::vfs::CanonicalAbsoluteIRI& location) const override;
+    PathManagement::OptionalFoundItem FindFirstInScope(
+        PathManagement::SearchScope scope, const PathManagement::detail::SearchTarget& target,
+        FilenameMatchingPolicy policy) const override;
+    std::vector<PathManagement::FoundItem> FindAllInScope(
+        PathManagement::SearchScope scope, const PathManagement::detail::SearchTarget& target,
+        FilenameMatchingPolicy policy) const override;
+    bool ForEachEntry(PathManagement::SearchScope scope,
+                      const PathManagement::EntryCallback& callback) const override;
+    bool ConcurrentForEachEntry(PathManagement::SearchScope scope,
+                                const PathManagement::EntryCallback& callback) const override;
+    bool FirstEntryIsBeforeSecondOnPath(const PathManagement::IPathEntry& first,
+                                        const PathManagement::IPathEntry& second) const override;
+    bool IsEntryOnPath(const PathManagement::IPathEntry& entry) const override;
+
+    // The main entries with their host type, in path order.
+    const std::vector<std::shared_ptr<const FolderEntry>>& GetFolderEntries() const noexcept {
+        return m_mainFolders;
+    }
+    // Every entry of the path, main and sub-entries, in path order.
+    std::size_t GetEntryCount() const noexcept;
+    // The number of files that the path's entries hold (resources folders excluded).
+    std::size_t GetFileCount() const noexcept { return m_fileCount; }
+
+  private:
+    struct Index;
+    struct FoldedIndex;
+    MainSearchPath();
+
+    const FoldedIndex& Folded() const;
+
+    std::vector<std::shared_ptr<const FolderEntry>> m_mainFolders;
+    PathManagement::SharedPathEntryVector m_mains;
+    PathManagement::PathEntryVector m_methods;
+    std::size_t m_fileCount = 0;
+    std::unique_ptr<const Index> m_index;
+    mutable std::once_flag m_foldedOnce;
+    mutable std::unique_ptr<const FoldedIndex> m_folded;
+};
+
+}  // namespace Velmora::SearchPath

@@ -1,0 +1,339 @@
+#include <velmora/searchpath/folder_scanner.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <mutex>
+
+#include <fmt/format.h>
+#include <tbb/parallel_for.h>
+
+#include <fl/filesystem/path.hpp>
+#include <foundation/log/diagnostic_logger.hpp>
+#include <foundation/storage/vfs/exceptions.hpp>
+#include <foundation/storage/vfs/iri_conversion.hpp>
+#include <velmora/os/system.hpp>
+#include <velmora/text/ustring.hpp>
+
+#include "file_table.hpp"
+
+namespace Velmora::SearchPath {
+
+using foundation::storage::vfs::AbsoluteIRI;
+using foundation::storage::vfs::CanonicalAbsoluteIRI;
+using PathManagement::GetPathEntryTypeFromBaseName;
+
+namespace {
+
+foundation::log::DiagnosticLogger& ScanLog() {
+    static foundation::log::DiagnosticLogger log("platform::searchpath::scan");
+    return log;
+}
+
+// Which special subfolders count beneath a folder of each kind. Resources and private folders
+// hold plain files only; a class folder may have its own private folder.
+bool AllowedBeneath(PathEntryType parent, PathEntryType child) {
+    switch (parent) {
+        case PathEntryType::Ordinary:
+        case PathEntryType::PlusFolder:
+            return child != PathEntryType::Ordinary;
+        case PathEntryType::AtFolder:
+            return child == PathEntryType::PrivateFolder;
+        default:
+            return false;
+    }
+}
+
+ScanProblem::Kind KindOfError(int error) {
+    switch (error) {
+        case ENOENT:
+            return ScanProblem::Kind::Missing;
+        case ENOTDIR:
+            return ScanProblem::Kind::NotAFolder;
+        case ELOOP:
+            return ScanProblem::Kind::SymlinkLoop;
+        default:
+            return ScanProblem::Kind::Unreadable;
+    }
+}
+
+FolderStamp StampOf(const os::FileStatus& s) {
+    return FolderStamp{s.modifiedNs, s.changedNs, s.inode, s.device, s.size};
+}
+
+struct FolderId {
+    std::uint64_t device;
+    std::uint64_t inode;
+    friend bool operator==(const FolderId&, const FolderId&) = default;
+};
+
+// One scan of one main entry's tree, on one thread.
+class TreeScan {
+  public:
+    TreeScan(const EntryCache* cache, std::vector<ScanProblem>& problems)
+        : m_cache(cache), m_problems(problems) {}
+
+    // Main: the entry of a folder put on the path; its real location is resolved first.
+    std::shared_ptr<const FolderEntry> Main(const AbsoluteIRI& location,
+                                            const std::string& native) {
+        std::string resolved;
+        if (const int err = os::System().RealPath(native, resolved); err != 0) {
+            return Fail(location, err);
+        }
+        const CanonicalAbsoluteIRI canonical(
+            foundation::storage::vfs::toAbsoluteIRI(
+                u"file", fl::filesystem::path(text::FromNative(resolved))),
+            location.toString());
+        return Folder(location, native, canonical, PathEntryType::Ordinary);
+    }
+
+    std::shared_ptr<const FolderEntry> Folder(const AbsoluteIRI& location,
+                                              const std::string& native,
+                                              const CanonicalAbsoluteIRI& canonical,
+                                              PathEntryType kind) {
+        const auto cached = m_cache ? m_cache->Find(location, kind) : nullptr;
+        std::shared_ptr<const FileTable> files;
+        FolderStamp stamp;
+        if (cached) {
+            os::FileStatus status;
+            if (const int err = os::System().Stat(native, status); err != 0) {
+                return Fail(location, err);
+            }
+            if (!status.IsFolder())
+                return Fail(location, ENOTDIR);
+            stamp = StampOf(status);
+            if (stamp == cached->GetStamp())
+                files = cached->GetFileTable();
+        }
+        if (!files) {
+            os::FolderListing listing;
+            if (const int err = os::System().ListFolder(native, listing); err != 0) {
+                return Fail(location, err);
+            }
+            stamp = StampOf(listing.status);
+            files = Read(location, native, kind, listing);
+        }
+        if (InChain(stamp)) {
+            Report(ScanProblem{ScanProblem::Kind::SymlinkLoop, location, ELOOP});
+            return nullptr;
+        }
+        m_chain.push_back(FolderId{stamp.device, stamp.inode});
+        auto subEntries = SubEntries(location, native, canonical, *files);
+        m_chain.pop_back();
+
+        if (cached && cached->GetFileTable() == files && cached->GetStamp() == stamp &&
+            std::equal(subEntries.begin(), subEntries.end(), cached->SubEntries().begin(),
+                       cached->SubEntries().end())) {
+            return cached;
+        }
+        return std::make_shared<const FolderEntry>(FolderEntry::Parts{
+            location, canonical, kind, stamp, std::move(files), std::move(subEntries)});
+    }
+
+  private:
+    std::shared_ptr<const FileTable> Read(const AbsoluteIRI& location, const std::string& native,
+                                          PathEntryType kind, const os::FolderListing& listing) {
+        std::vector<ustring> files;
+        std::vector<SpecialChild> specials;
+        files.reserve(listing.items.size());
+        for (const auto& item : listing.items) {
+            auto entryKind = item.kind;
+            if (entryKind == os::EntryKind::Symlink || entryKind == os::EntryKind::Unknown) {
+                os::FileStatus target;
+                if (os::System().Stat(native + "/" + item.name, target) != 0) {
+                    continue;  // a dangling link names nothing
+                }
+                entryKind = target.IsFolder()        ? os::EntryKind::Folder
+                            : target.IsRegularFile() ? os::EntryKind::File
+                                                     : os::EntryKind::Other;
+            }
+            if (entryKind == os::EntryKind::File) {
+                files.push_back(text::FromNative(item.name));
+            } else if (entryKind == os::EntryKind::Folder) {
+                ustring name = text::FromNative(item.name);
+                const auto childKind = GetPathEntryTypeFromBaseName(name);
+                if (AllowedBeneath(kind, childKind)) {
+                    specials.push_back(SpecialChild{item.name, std::move(name), childKind,
+                                                    item.kind != os::EntryKind::Folder});
+                }
+            }
+        }
+        std::sort(specials.begin(), specials.end(),
+                  [](const SpecialChild& a, const SpecialChild& b) { return a.name < b.name; });
+        return FileTable::Make(location, std::move(files), std::move(specials));
+    }
+
+    std::vector<std::shared_ptr<const FolderEntry>> SubEntries(
+        const AbsoluteIRI& location, const std::string& native,
+        const CanonicalAbsoluteIRI& canonical, const FileTable& files) {
+        std::vector<std::shared_ptr<const FolderEntry>> subEntries;
+        subEntries.reserve(files.Specials().size());
+        for (const auto& child : files.Specials()) {
+            const AbsoluteIRI childLocation = location.getChild(child.name);
+            const std::string childNative = native + "/" + child.nativeName;
+            CanonicalAbsoluteIRI childCanonical;
+            if (child.throughLink) {
+                std::string resolved;
+                if (const int err = os::System().RealPath(childNative, resolved); err != 0) {
+                    Fail(childLocation, err);
+                    continue;
+                }
+                childCanonical = CanonicalAbsoluteIRI(
+                    foundation::storage::vfs::toAbsoluteIRI(
+                        u"file", fl::filesystem::path(text::FromNative(resolved))),
+                    childLocation.toString());
+            } else {
+                childCanonical = CanonicalAbsoluteIRI(canonical.getIRI().getChild(child.name),
+                                                      childLocation.toString());
+            }
+            if (auto sub = Folder(childLocation, childNative, childCanonical, child.kind)) {
+                subEntries.push_back(std::move(sub));
+            }
+        }
+        return subEntries;
+    }
+
+    bool InChain(const FolderStamp& stamp) const {
+        return std::find(m_chain.begin(), m_chain.end(), FolderId{stamp.device, stamp.inode}) !=
+               m_chain.end();
+    }
+
+    std::shared_ptr<const FolderEntry> Fail(const AbsoluteIRI& location, int error) {
+        Report(ScanProblem{KindOfError(error), location, error});
+        return nullptr;
+    }
+
+    void Report(ScanProblem problem) {
+        if (ScanLog().IsEnabled(foundation::log::Level::Warn)) {
+            ScanLog().Write(foundation::log::Level::Warn, problem.Describe());
+        }
+        m_problems.push_back(std::move(problem));
+    }
+
+    const EntryCache* m_cache;
+    std::vector<ScanProblem>& m_problems;
+    std::vector<FolderId> m_chain;  // the folders from the main entry down to the current one
+};
+
+}  // namespace
+
+std::string ScanProblem::Describe() const {
+    std::string where;
+    try {
+        where = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(location));
+    } catch (const foundation::storage::vfs::Exception&) {
+        where = text::ToNative(location.toString());
+    }
+    switch (kind) {
+        case Kind::Missing:
+            return fmt::format("folder {} does not exist", where);
+        case Kind::NotAFolder:
+            return fmt::format("{} is not a folder", where);
+        case Kind::Unreadable:
+            return fmt::format("cannot read folder {}: {}", where, os::ErrorText(errorNumber));
+        case Kind::SymlinkLoop:
+            return fmt::format("folder {} leads back to itself through symbolic links", where);
+        case Kind::Duplicate:
+            return fmt::format("folder {} is already on the path", where);
+    }
+    return where;
+}
+
+void ScanReport::Add(ScanProblem problem) {
+    m_problems.push_back(std::move(problem));
+}
+
+void ScanReport::Append(const ScanReport& other) {
+    m_problems.insert(m_problems.end(), other.m_problems.begin(), other.m_problems.end());
+}
+
+std::shared_ptr<const FolderEntry> EntryCache::Find(const AbsoluteIRI& location,
+                                                    PathEntryType kind) const {
+    std::shared_lock lock(m_mutex);
+    const auto it = m_entries.find(Key{location, kind});
+    return it == m_entries.end() ? nullptr : it->second;
+}
+
+void EntryCache::Retain(const std::vector<std::shared_ptr<const FolderEntry>>& mainEntries) {
+    decltype(m_entries) kept;
+    std::vector<const FolderEntry*> pending;
+    for (const auto& main : mainEntries) {
+        if (!main)
+            continue;
+        kept.emplace(Key{main->GetAbsoluteIRI(), PathEntryType::Ordinary}, main);
+        pending.push_back(main.get());
+    }
+    while (!pending.empty()) {
+        const FolderEntry* entry = pending.back();
+        pending.pop_back();
+        for (const auto& sub : entry->SubEntries()) {
+            kept.emplace(Key{sub->GetAbsoluteIRI(), sub->GetPathEntryType()}, sub);
+            pending.push_back(sub.get());
+        }
+    }
+    std::unique_lock lock(m_mutex);
+    m_entries.swap(kept);
+}
+
+std::size_t EntryCache::size() const {
+    std::shared_lock lock(m_mutex);
+    return m_entries.size();
+}
+
+std::shared_ptr<const FolderEntry> FolderScanner::ScanMainEntry(const AbsoluteIRI& location,
+                                                                ScanReport& report) const {
+    std::vector<ScanProblem> problems;
+    std::string native;
+    try {
+        native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(location));
+    } catch (const foundation::storage::vfs::Exception&) {
+        // Only local folders can be scanned; another scheme names nothing here.
+        report.Add(ScanProblem{ScanProblem::Kind::Missing, location, ENOENT});
+        return nullptr;
+    }
+    TreeScan scan(m_cache, problems);
+    auto entry = scan.Main(location, native);
+    for (auto& p : problems)
+        report.Add(std::move(p));
+    return entry;
+}
+
+std::vector<std::shared_ptr<const FolderEntry>> FolderScanner::ScanMainEntries(
+    const std::vector<AbsoluteIRI>& locations, ScanReport& report) const {
+    std::vector<std::shared_ptr<const FolderEntry>> entries(locations.size());
+    std::vector<ScanReport> reports(locations.size());
+    tbb::parallel_for(std::size_t{0}, locations.size(),
+                      [&](std::size_t i) { entries[i] = ScanMainEntry(locations[i], reports[i]); });
+    for (const auto& r : reports)
+        report.Append(r);
+    return entries;
+}
+
+std::vector<AbsoluteIRI> ListOrdinarySubfolders(const AbsoluteIRI& root) {
+    const std::string native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(root));
+    os::FolderListing listing;
+    if (const int err = os::System().ListFolder(native, listing); err != 0) {
+        throw foundation::storage::vfs::Exception(
+            fmt::format("cannot read folder {}: {}", native, os::ErrorText(err)), err);
+    }
+    std::vector<ustring> names;
+    for (const auto& item : listing.items) {
+        bool isFolder = item.kind == os::EntryKind::Folder;
+        if (item.kind == os::EntryKind::Symlink || item.kind == os::EntryKind::Unknown) {
+            os::FileStatus status;
+            isFolder =
+                os::System().Stat(native + "/" + item.name, status) == 0 && status.IsFolder();
+        }
+        ustring name = text::FromNative(item.name);
+        if (isFolder && GetPathEntryTypeFromBaseName(name) == PathEntryType::Ordinary) {
+            names.push_back(std::move(name));
+        }
+    }
+    std::sort(names.begin(), names.end());
+    std::vector<AbsoluteIRI> folders;
+    folders.reserve(names.size());
+    for (const auto& name : names)
+        folders.push_back(root.getChild(name));
+    return folders;
+}
+
+}  // namespace Velmora::SearchPath

@@ -1,0 +1,393 @@
+#include <velmora/searchpath/main_search_path.hpp>
+
+#include <algorithm>
+#include <atomic>
+
+#include <tbb/parallel_for.h>
+#include <boost/container/small_vector.hpp>
+#include <boost/unordered/unordered_flat_map.hpp>
+
+#include <velmora/text/ustring.hpp>
+
+#include "name_hash.hpp"
+
+namespace Velmora::SearchPath {
+
+using foundation::storage::vfs::AbsoluteIRI;
+using foundation::storage::vfs::CanonicalAbsoluteIRI;
+using PathManagement::EntryCallback;
+using PathManagement::FoundItem;
+using PathManagement::IPathEntry;
+using PathManagement::OptionalFoundItem;
+using PathManagement::PathEntryVector;
+using PathManagement::SearchScope;
+using searchpath_internal::NameEqual;
+using searchpath_internal::NameHash;
+using searchpath_internal::NameKey;
+
+namespace {
+
+constexpr std::uint32_t kNone = UINT32_MAX;
+
+using SlotList = boost::container::small_vector<std::uint32_t, 2>;
+
+struct IriHash {
+    std::size_t operator()(const AbsoluteIRI& iri) const noexcept { return iri.hashValue(); }
+};
+
+// A name split at its last separator: "+shapes/circle" is the file "circle" in the folders
+// {"+shapes"}.
+struct SplitName {
+    std::u16string_view leaf;
+    std::vector<std::u16string_view> folders;
+
+    explicit SplitName(std::u16string_view name) {
+        const std::size_t slash = name.find_last_of(u'/');
+        if (slash == std::u16string_view::npos) {
+            leaf = name;
+        } else {
+            leaf = name.substr(slash + 1);
+            folders = SplitPartialName(name.substr(0, slash));
+        }
+    }
+};
+
+}  // namespace
+
+struct MainSearchPath::Index {
+    struct Slot {
+        std::shared_ptr<const FolderEntry> entry;
+        std::uint32_t main;
+        std::uint32_t parent;  // kNone for a main entry
+        PathEntryType kind;
+    };
+    std::vector<Slot> slots;  // every entry, in path order: each main entry, then its tree
+    boost::unordered_flat_map<const IPathEntry*, std::uint32_t> slotOf;
+    boost::unordered_flat_map<std::u16string_view, SlotList, NameHash, NameEqual> byFileName;
+    boost::unordered_flat_map<std::u16string_view, SlotList, NameHash, NameEqual> methodsByName;
+    boost::unordered_flat_map<AbsoluteIRI, std::uint32_t, IriHash> byLocation;
+    boost::unordered_flat_map<AbsoluteIRI, std::uint32_t, IriHash> byCanonical;
+
+    bool Searchable(std::uint32_t slot, SearchScope scope) const {
+        const auto kind = slots[slot].kind;
+        return kind != PathEntryType::ResourcesFolder &&
+               scope.Contains(static_cast<std::uint32_t>(kind));
+    }
+    std::uint32_t SlotOf(const IPathEntry& entry) const {
+        const auto it = slotOf.find(&entry);
+        return it == slotOf.end() ? kNone : it->second;
+    }
+};
+
+// Built on first use by a lookup that ignores case.
+struct MainSearchPath::FoldedIndex {
+    boost::unordered_flat_map<ustring, SlotList> byFileName;
+};
+
+MainSearchPath::MainSearchPath() = default;
+MainSearchPath::~MainSearchPath() = default;
+
+std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
+    std::vector<std::shared_ptr<const FolderEntry>> mainEntries) {
+    std::shared_ptr<MainSearchPath> path(new MainSearchPath());
+    auto index = std::make_unique<Index>();
+    auto mains = std::make_shared<PathEntryVector>();
+    mains->reserve(mainEntries.size());
+    path->m_mainFolders.reserve(mainEntries.size());
+
+    std::size_t fileNames = 0;
+    for (auto& main : mainEntries) {
+        if (!main || index->byLocation.contains(main->GetAbsoluteIRI()))
+            continue;
+        const auto mainIndex = static_cast<std::uint32_t>(mains->size());
+        mains->push_back(main);
+        path->m_mainFolders.push_back(main);
+        // Depth first, sub-entries in name order, so that every tree stays together.
+        std::vector<std::pair<std::shared_ptr<const FolderEntry>, std::uint32_t>> stack;
+        stack.emplace_back(main, kNone);
+        while (!stack.empty()) {
+            auto [entry, parent] = std::move(stack.back());
+            stack.pop_back();
+            const auto slot = static_cast<std::uint32_t>(index->slots.size());
+            index->slots.push_back({entry, mainIndex, parent, entry->GetPathEntryType()});
+            index->slotOf.emplace(entry.get(), slot);
+            index->byLocation.emplace(entry->GetAbsoluteIRI(), slot);
+            index->byCanonical.emplace(entry->GetCanonicalAbsoluteIRI().getIRI(), slot);
+            if (entry->GetPathEntryType() != PathEntryType::ResourcesFolder) {
+                fileNames += entry->GetFileCount();
+            }
+            const auto& subs = entry->SubEntries();
+            for (auto it = subs.rbegin(); it != subs.rend(); ++it)
+                stack.emplace_back(*it, slot);
+        }
+    }
+
+    index->byFileName.reserve(fileNames);
+    for (std::uint32_t slot = 0; slot < index->slots.size(); ++slot) {
+        const auto& s = index->slots[slot];
+        if (s.kind == PathEntryType::ResourcesFolder)
+            continue;
+        for (const ustring& name : s.entry->GetFileNames()) {
+            index->byFileName[std::u16string_view(name)].push_back(slot);
+        }
+        if (s.kind == PathEntryType::AtFolder) {
+            path->m_methods.push_back(s.entry);
+            const ustring& folderName = s.entry->GetFolderNames().back();
+            index->methodsByName[std::u16string_view(folderName).substr(1)].push_back(slot);
+        }
+    }
+    path->m_fileCount = fileNames;
+    path->m_mains = std::move(mains);
+    path->m_index = std::move(index);
+    return path;
+}
+
+std::shared_ptr<const MainSearchPath> MainSearchPath::Scan(const std::vector<AbsoluteIRI>& folders,
+                                                           ScanReport& report,
+                                                           const EntryCache* cache) {
+    std::vector<AbsoluteIRI> unique;
+    unique.reserve(folders.size());
+    boost::unordered_flat_map<AbsoluteIRI, bool, IriHash> seen;
+    ScanReport duplicates;
+    for (const auto& folder : folders) {
+        if (seen.emplace(folder, true).second) {
+            unique.push_back(folder);
+        } else {
+            duplicates.Add(ScanProblem{ScanProblem::Kind::Duplicate, folder, 0});
+        }
+    }
+    auto entries = FolderScanner(cache).ScanMainEntries(unique, report);
+    report.Append(duplicates);
+    return Create(std::move(entries));
+}
+
+std::size_t MainSearchPath::GetEntryCount() const noexcept {
+    return m_index->slots.size();
+}
+
+PathEntryVector MainSearchPath::GetMethodEntriesByName(SearchScope scope, const ustring& name,
+                                                       FilenameMatchingPolicy policy) const {
+    PathEntryVector result;
+    auto take = [&](std::uint32_t slot) {
+        const auto parent = m_index->slots[slot].parent;
+        if (parent != kNone &&
+            scope.Contains(static_cast<std::uint32_t>(m_index->slots[parent].kind))) {
+            result.push_back(m_index->slots[slot].entry);
+        }
+    };
+    if (policy != FilenameMatchingPolicy::IgnoreCase) {
+        const auto it = m_index->methodsByName.find(std::u16string_view(name));
+        if (it != m_index->methodsByName.end()) {
+            for (const auto slot : it->second)
+                take(slot);
+        }
+        return result;
+    }
+    for (std::uint32_t slot = 0; slot < m_index->slots.size(); ++slot) {
+        const auto& s = m_index->slots[slot];
+        if (s.kind == PathEntryType::AtFolder &&
+            text::EqualsIgnoringCase(
+                std::u16string_view(s.entry->GetFolderNames().back()).substr(1), name)) {
+            take(slot);
+        }
+    }
+    return result;
+}
+
+PathEntryVector MainSearchPath::GetPartiallyMatchingEntries(SearchScope scope,
+                                                            const ustring& partialName,
+                                                            FilenameMatchingPolicy policy) const {
+    PathEntryVector result;
+    const auto parts = SplitPartialName(partialName);
+    if (parts.empty())
+        return result;
+    for (const auto& s : m_index->slots) {
+        if (scope.Contains(static_cast<std::uint32_t>(s.kind)) &&
+            s.entry->EndsWithFolders(parts, policy)) {
+            result.push_back(s.entry);
+        }
+    }
+    return result;
+}
+
+std::shared_ptr<const IPathEntry> MainSearchPath::GetMainEntryForEntry(
+    const IPathEntry& entry) const {
+    const auto slot = m_index->SlotOf(entry);
+    return slot == kNone ? nullptr : (*m_mains)[m_index->slots[slot].main];
+}
+
+std::shared_ptr<const IPathEntry> MainSearchPath::GetParentEntryForEntry(
+    const IPathEntry& entry) const {
+    const auto slot = m_index->SlotOf(entry);
+    if (slot == kNone || m_index->slots[slot].parent == kNone)
+        return nullptr;
+    return m_index->slots[m_index->slots[slot].parent].entry;
+}
+
+std::shared_ptr<const IPathEntry> MainSearchPath::GetPathEntryFromAbsoluteIRI(
+    const AbsoluteIRI& location, FilenameMatchingPolicy policy) const {
+    const auto it = m_index->byLocation.find(location);
+    if (it != m_index->byLocation.end())
+        return m_index->slots[it->second].entry;
+    if (policy != FilenameMatchingPolicy::IgnoreCase)
+        return nullptr;
+    for (const auto& s : m_index->slots) {
+        if (text::EqualsIgnoringCase(s.entry->GetAbsoluteIRI().toString(), location.toString())) {
+            return s.entry;
+        }
+    }
+    return nullptr;
+}
+
+std::shared_ptr<const IPathEntry> MainSearchPath::GetPathEntryFromAbsoluteIRI(
+    const CanonicalAbsoluteIRI& location) const {
+    const auto it = m_index->byCanonical.find(location.getIRI());
+    return it == m_index->byCanonical.end() ? nullptr : m_index->slots[it->second].entry;
+}
+
+const MainSearchPath::FoldedIndex& MainSearchPath::Folded() const {
+    std::call_once(m_foldedOnce, [this] {
+        auto folded = std::make_unique<FoldedIndex>();
+        for (const auto& [name, slots] : m_index->byFileName) {
+            auto& list = folded->byFileName[text::FoldCase(name)];
+            list.insert(list.end(), slots.begin(), slots.end());
+        }
+        // Names that fold alike come from several lists; keep each list in path order.
+        for (auto& [name, slots] : folded->byFileName) {
+            std::sort(slots.begin(), slots.end());
+            slots.erase(std::unique(slots.begin(), slots.end()), slots.end());
+        }
+        m_folded = std::move(folded);
+    });
+    return *m_folded;
+}
+
+OptionalFoundItem MainSearchPath::FindFirstInScope(
+    SearchScope scope, const PathManagement::detail::SearchTarget& target,
+    FilenameMatchingPolicy policy) const {
+    const SplitName name(*target.baseName);
+    const std::vector<ustring>& extensions = *target.extensions;
+    std::uint32_t best = kNone;
+    auto consider = [&](const SlotList& slots) {
+        for (const auto slot : slots) {
+            if (slot >= best)
+                return;
+            if (!m_index->Searchable(slot, scope))
+                continue;
+            if (!name.folders.empty() &&
+                !m_index->slots[slot].entry->EndsWithFolders(name.folders, policy)) {
+                continue;
+            }
+            best = slot;
+            return;
+        }
+    };
+    if (policy == FilenameMatchingPolicy::IgnoreCase) {
+        const auto& folded = Folded();
+        for (const ustring& extension : extensions) {
+            ustring key = text::FoldCase(name.leaf);
+            key += text::FoldCase(extension);
+            const auto it = folded.byFileName.find(key);
+            if (it != folded.byFileName.end())
+                consider(it->second);
+        }
+    } else {
+        for (const ustring& extension : extensions) {
+            const auto it = m_index->byFileName.find(NameKey{name.leaf, extension});
+            if (it != m_index->byFileName.end())
+                consider(it->second);
+        }
+    }
+    if (best == kNone)
+        return boost::none;
+    const auto& entry = m_index->slots[best].entry;
+    return FoundItem(entry->FindFileNamed(name.leaf, extensions, policy), entry);
+}
+
+std::vector<FoundItem> MainSearchPath::FindAllInScope(
+    SearchScope scope, const PathManagement::detail::SearchTarget& target,
+    FilenameMatchingPolicy policy) const {
+    const SplitName name(*target.baseName);
+    const std::vector<ustring>& extensions = *target.extensions;
+    std::vector<std::uint32_t> candidates;
+    if (policy == FilenameMatchingPolicy::IgnoreCase) {
+        const auto& folded = Folded();
+        for (const ustring& extension : extensions) {
+            const auto it =
+                folded.byFileName.find(text::FoldCase(name.leaf) + text::FoldCase(extension));
+            if (it != folded.byFileName.end()) {
+                candidates.insert(candidates.end(), it->second.begin(), it->second.end());
+            }
+        }
+    } else {
+        for (const ustring& extension : extensions) {
+            const auto it = m_index->byFileName.find(NameKey{name.leaf, extension});
+            if (it != m_index->byFileName.end()) {
+                candidates.insert(candidates.end(), it->second.begin(), it->second.end());
+            }
+        }
+    }
+    std::sort(candidates.begin(), candidates.end());
+    candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
+
+    std::vector<FoundItem> result;
+    result.reserve(candidates.size());
+    for (const auto slot : candidates) {
+        if (!m_index->Searchable(slot, scope))
+            continue;
+        const auto& entry = m_index->slots[slot].entry;
+        if (!name.folders.empty() && !entry->EndsWithFolders(name.folders, policy))
+            continue;
+        if (auto item = entry->FindFileNamed(name.leaf, extensions, policy)) {
+            result.emplace_back(std::move(item), entry);
+        }
+    }
+    return result;
+}
+
+bool MainSearchPath::ForEachEntry(SearchScope scope, const EntryCallback& callback) const {
+    for (const auto& main : m_mainFolders) {
+        if (main->ForEachEntry(scope, callback))
+            return true;
+    }
+    return false;
+}
+
+bool MainSearchPath::ConcurrentForEachEntry(SearchScope scope,
+                                            const EntryCallback& callback) const {
+    std::atomic<bool> stopped{false};
+    // Once one call asks to stop, the other threads stop at their next entry.
+    const EntryCallback guarded = [&](const std::shared_ptr<const IPathEntry>& entry) {
+        if (stopped.load(std::memory_order_relaxed))
+            return true;
+        if (callback(entry)) {
+            stopped.store(true, std::memory_order_relaxed);
+            return true;
+        }
+        return false;
+    };
+    tbb::parallel_for(std::size_t{0}, m_mainFolders.size(), [&](std::size_t i) {
+        if (!stopped.load(std::memory_order_relaxed))
+            m_mainFolders[i]->ForEachEntry(scope, guarded);
+    });
+    return stopped.load();
+}
+
+bool MainSearchPath::FirstEntryIsBeforeSecondOnPath(const IPathEntry& first,
+                                                    const IPathEntry& second) const {
+    const auto a = m_index->SlotOf(first);
+    if (a == kNone)
+        return false;
+    const auto b = m_index->SlotOf(second);
+    // Entries on the path come before those that are not; an entry beneath a main entry sorts
+    // equal to it.
+    if (b == kNone)
+        return true;
+    return m_index->slots[a].main < m_index->slots[b].main;
+}
+
+bool MainSearchPath::IsEntryOnPath(const IPathEntry& entry) const {
+    return m_index->SlotOf(entry) != kNone;
+}
+
+}  // namespace Velmora::SearchPath

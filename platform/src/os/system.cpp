@@ -1,0 +1,181 @@
+// The real operating system behind the seam. This file and nothing else in the project includes
+// POSIX headers for file-system calls.
+
+#include <velmora/os/system.hpp>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Velmora::os {
+namespace {
+
+std::int64_t ToNanoseconds(const timespec& ts) {
+    return static_cast<std::int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
+}
+
+void FillStatus(const struct stat& st, FileStatus& out) {
+    out.device = static_cast<std::uint64_t>(st.st_dev);
+    out.inode = static_cast<std::uint64_t>(st.st_ino);
+    out.size = static_cast<std::uint64_t>(st.st_size);
+    out.modifiedNs = ToNanoseconds(st.st_mtim);
+    out.changedNs = ToNanoseconds(st.st_ctim);
+    out.mode = static_cast<std::uint32_t>(st.st_mode);
+}
+
+EntryKind KindOf(unsigned char type) {
+    switch (type) {
+        case DT_REG:
+            return EntryKind::File;
+        case DT_DIR:
+            return EntryKind::Folder;
+        case DT_LNK:
+            return EntryKind::Symlink;
+        case DT_UNKNOWN:
+            return EntryKind::Unknown;
+        default:
+            return EntryKind::Other;
+    }
+}
+
+struct DirCloser {
+    void operator()(DIR* d) const { ::closedir(d); }
+};
+
+class RealSystemImpl final : public ISystem {
+  public:
+    int Stat(const std::string& path, FileStatus& out) override {
+        struct stat st {};
+        if (::stat(path.c_str(), &st) != 0)
+            return errno;
+        FillStatus(st, out);
+        return 0;
+    }
+
+    int ListFolder(const std::string& path, FolderListing& out) override {
+        const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd < 0)
+            return errno;
+        struct stat st {};
+        if (::fstat(fd, &st) != 0) {
+            const int err = errno;
+            ::close(fd);
+            return err;
+        }
+        std::unique_ptr<DIR, DirCloser> dir(::fdopendir(fd));
+        if (!dir) {
+            const int err = errno;
+            ::close(fd);
+            return err;
+        }
+        FillStatus(st, out.status);
+        out.items.clear();
+        for (;;) {
+            errno = 0;
+            const dirent* e = ::readdir(dir.get());
+            if (e == nullptr) {
+                if (errno != 0)
+                    return errno;
+                break;
+            }
+            const char* name = e->d_name;
+            if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) {
+                continue;
+            }
+            out.items.push_back(FolderItem{name, KindOf(e->d_type)});
+        }
+        return 0;
+    }
+
+    int RealPath(const std::string& path, std::string& out) override {
+        std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
+                                                             &std::free);
+        if (!resolved)
+            return errno;
+        out.assign(resolved.get());
+        return 0;
+    }
+
+    int CurrentFolder(std::string& out) override {
+        std::unique_ptr<char, decltype(&std::free)> cwd(::getcwd(nullptr, 0), &std::free);
+        if (!cwd)
+            return errno;
+        out.assign(cwd.get());
+        return 0;
+    }
+
+    int ReadFile(const std::string& path, std::string& out) override {
+        const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return errno;
+        out.clear();
+        char buffer[65536];
+        for (;;) {
+            const ssize_t n = ::read(fd, buffer, sizeof buffer);
+            if (n < 0) {
+                if (errno == EINTR)
+                    continue;
+                const int err = errno;
+                ::close(fd);
+                return err;
+            }
+            if (n == 0)
+                break;
+            out.append(buffer, static_cast<std::size_t>(n));
+        }
+        ::close(fd);
+        return 0;
+    }
+};
+
+RealSystemImpl& RealInstance() {
+    static RealSystemImpl instance;
+    return instance;
+}
+
+std::atomic<ISystem*>& Current() {
+    static std::atomic<ISystem*> current{&RealInstance()};
+    return current;
+}
+
+}  // namespace
+
+bool FileStatus::IsFolder() const noexcept {
+    return S_ISDIR(mode);
+}
+bool FileStatus::IsRegularFile() const noexcept {
+    return S_ISREG(mode);
+}
+
+ISystem::~ISystem() = default;
+
+ISystem& System() {
+    return *Current().load(std::memory_order_acquire);
+}
+
+ISystem& RealSystem() {
+    return RealInstance();
+}
+
+ScopedSystemOverride::ScopedSystemOverride(ISystem& replacement)
+    : m_previous(Current().exchange(&replacement, std::memory_order_acq_rel)) {}
+
+ScopedSystemOverride::~ScopedSystemOverride() {
+    Current().store(m_previous, std::memory_order_release);
+}
+
+std::string ErrorText(int error) {
+    char buffer[256];
+    // The GNU strerror_r returns the text, which may or may not be in the buffer.
+    return ::strerror_r(error, buffer, sizeof buffer);
+}
+
+}  // namespace Velmora::os

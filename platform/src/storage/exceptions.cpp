@@ -1,0 +1,28 @@
+#include <foundation/storage/vfs/exceptions.hpp>
+
+namespace foundation::storage::vfs {
+
+Exception::Exception(std::string what, int errorNumber)
+    : core::except::InternalException(std::move(what)), m_errorNumber(errorNumber) {}
+
+std::unique_ptr<core::except::IBaseException> Exception::clone() const {
+    return std::make_unique<Exception>(*this);
+}
+
+void Exception::rethrow() const {
+    throw *this;
+}
+
+InvalidIRIException::InvalidIRIException(ustring text, const std::string& reason)
+    : Exception("\"" + Velmora::text::ToNative(text) + "\" is not a valid location: " + reason),
+      m_text(std::move(text)) {}
+
+std::unique_ptr<core::except::IBaseException> InvalidIRIException::clone() const {
+    return std::make_unique<InvalidIRIException>(*this);
+}
+
+void InvalidIRIException::rethrow() const {
+    throw *this;
+}
+
+}  // namespace foundation::storage::vfs

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs everything the build, the tests and the benchmarks need, from Debian 12's packages.
+# Idempotent: when every package is present it only checks and returns.
+set -euo pipefail
+
+packages=(
+    build-essential cmake ninja-build ccache pkg-config git
+    clang-14 libclang-rt-14-dev clang-format
+    libboost1.81-dev libboost-thread1.81-dev
+    libtbb-dev
+    libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev
+    libcli11-dev libfmt-dev libspdlog-dev nlohmann-json3-dev
+    python3 diffutils findutils
+)
+
+missing=()
+for p in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+        missing+=("$p")
+    fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+    exit 0
+fi
+
+echo "install-deps: installing ${missing[*]}"
+sudo_cmd=()
+if [ "$(id -u)" -ne 0 ]; then
+    sudo_cmd=(sudo)
+fi
+export DEBIAN_FRONTEND=noninteractive
+"${sudo_cmd[@]}" apt-get update -q
+"${sudo_cmd[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"

@@ -1,0 +1,21 @@
+#pragma once
+// The subcommands of vpath. Each registers itself on the application and runs when chosen.
+
+#include <functional>
+
+#include <CLI/CLI.hpp>
+
+#include "cli_context.hpp"
+
+namespace vpath_cli {
+
+// A registered command: its subcommand, and what runs after parsing when it was chosen (returning
+// the exit status).
+struct Command {
+    CLI::App* app;
+    std::function<int()> run;
+};
+
+Command RegisterWhich(CLI::App& app, const PathOptions& pathOptions);
+
+}  // namespace vpath_cli

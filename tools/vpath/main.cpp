@@ -1,0 +1,43 @@
+// vpath: search-path utilities on the command line.
+
+#include <cstdio>
+#include <exception>
+
+#include <CLI/CLI.hpp>
+
+#include <foundation/core/except/exception.hpp>
+
+#include "commands.hpp"
+
+int main(int argc, char** argv) {
+    using namespace vpath_cli;
+    CLI::App app{"vpath: resolve names on a search path of folders"};
+    app.require_subcommand(1);
+
+    PathOptions pathOptions;
+    app.add_option_function<std::string>(
+           "--path", [&](const std::string& text) { pathOptions.pathList = text; },
+           "The search path as a path-list text (folders separated by ':' or ';'); "
+           "by default the bundled example toolbox")
+        ->type_name("FOLDERS");
+
+    const std::vector<Command> commands = {
+        RegisterWhich(app, pathOptions),
+    };
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? kExitOk : kExitUsage;
+    }
+    try {
+        for (const auto& command : commands) {
+            if (command.app->parsed())
+                return command.run();
+        }
+    } catch (const std::exception& e) {
+        Fail(e.what());
+        return kExitUsage;
+    }
+    return kExitUsage;
+}
