@@ -1,0 +1,355 @@
+// The host's main search path: lookups in path order, scopes, entries and their relations, walks.
+
+#include <algorithm>
+#include <mutex>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <foundation/storage/vfs/iri_conversion.hpp>
+#include <velmora/searchpath/main_search_path.hpp>
+
+#include "searchpath/path_fixture.hpp"
+
+namespace {
+
+using namespace Velmora::PathManagement;
+using ::testing::ElementsAre;
+using Velmora::SearchPath::MainSearchPath;
+using Velmora::SearchPath::ScanProblem;
+using Velmora::SearchPath::ScanReport;
+using vpath_test::kFull;
+using vpath_test::kPrimary;
+using vpath_test::TwoFolderPath;
+
+using MainSearchPathTest = TwoFolderPath;
+
+// Where `name` resolves in `scope`, as a path relative to the tree; "" when nowhere.
+#define EXPECT_RESOLVES(scope, name, exts, policy, expected)                                       \
+    do {                                                                                           \
+        const ustring n_ = name;                                                                   \
+        const auto t_ = CreateSearchTargetWithExtensionInFilenamePreferred(n_, exts);              \
+        const auto hit_ = path->FindFirstInScope(SearchScope(scope), t_, policy);                  \
+        const std::string got_ =                                                                   \
+            hit_ ? Velmora::text::ToNative(hit_->GetPathItem()->GetAbsoluteIRI().getPath())        \
+                 : std::string();                                                                  \
+        const std::string want_ =                                                                  \
+            std::string(expected).empty() ? std::string() : tree.Path(expected).native();          \
+        EXPECT_EQ(got_, want_) << Velmora::text::ToNative(n_);                                     \
+        if (hit_) {                                                                                \
+            EXPECT_EQ(hit_->GetPathItem()->GetLocation(), hit_->GetPathEntry()->GetAbsoluteIRI()); \
+        }                                                                                          \
+    } while (0)
+
+std::vector<ustring> Locations(const PathEntryVector& entries, const vpath_test::TempTree& tree) {
+    std::vector<ustring> out;
+    const auto root = tree.IRI().toString();
+    for (const auto& e : entries)
+        out.push_back(e->GetAbsoluteIRI().toString().substr(root.size() + 1));
+    return out;
+}
+
+TEST_F(MainSearchPathTest, FirstMatchInPathOrder) {
+    const auto policy = FilenameMatchingPolicy::PlatformDefault;
+    {
+        // Path order beats extension preference: the earlier folder's .vl wins over a later .vlx.
+        EXPECT_RESOLVES(kPrimary, u"area", languageExtensions, policy, "one/area.vl");
+        EXPECT_RESOLVES(kPrimary, u"shared", languageExtensions, policy, "one/shared.vl");
+        EXPECT_RESOLVES(kPrimary, u"only", languageExtensions, policy, "two/only.vl");
+    }
+    {
+        // A name's own extension narrows the search to that extension.
+        EXPECT_RESOLVES(kPrimary, u"area.vlx", languageExtensions, policy, "two/area.vlx");
+        EXPECT_RESOLVES(kPrimary, u"Readme", std::vector<ustring>{}, policy, "two/Readme");
+    }
+    {
+        // Misses are empty answers.
+        EXPECT_RESOLVES(kPrimary, u"absent", languageExtensions, policy, "");
+        EXPECT_RESOLVES(kPrimary, u"area.m", languageExtensions, policy, "");
+        EXPECT_RESOLVES(kPrimary, u"", languageExtensions, policy, "");
+    }
+}
+
+TEST_F(MainSearchPathTest, ScopeDecidesWhichEntriesAreSearched) {
+    const auto policy = FilenameMatchingPolicy::PlatformDefault;
+    const std::uint32_t privateOnly[] = {3};
+    const std::uint32_t resourcesOnly[] = {5};
+    {
+        // Private folders are searched only when the scope names them.
+        EXPECT_RESOLVES(kPrimary, u"secret", languageExtensions, policy, "");
+        EXPECT_RESOLVES(privateOnly, u"secret", languageExtensions, policy,
+                        "one/private/secret.vl");
+        EXPECT_RESOLVES(privateOnly, u"area", languageExtensions, policy, "one/private/area.vl");
+    }
+    {
+        // Resources folders are never searched by name.
+        EXPECT_RESOLVES(resourcesOnly, u"area", languageExtensions, policy, "");
+    }
+    {
+        // An empty scope finds nothing.
+        EXPECT_RESOLVES(SearchScope(), u"area", languageExtensions, policy, "");
+    }
+}
+
+TEST_F(MainSearchPathTest, QualifiedNamesFindFilesInSpecialFolders) {
+    const auto policy = FilenameMatchingPolicy::PlatformDefault;
+    {
+        // A package may be named with or without its "+".
+        EXPECT_RESOLVES(kFull, u"+pkg/f", languageExtensions, policy, "one/+pkg/f.vl");
+        EXPECT_RESOLVES(kFull, u"pkg/f", languageExtensions, policy, "one/+pkg/f.vl");
+        EXPECT_RESOLVES(kFull, u"pkg/@Cls/Cls", languageExtensions, policy, "one/+pkg/@Cls/Cls.vl");
+        EXPECT_RESOLVES(kFull, u"pkg/Cls/Cls", languageExtensions, policy, "one/+pkg/@Cls/Cls.vl");
+    }
+    {
+        // Every enclosing package must be named: inner/g is not pkg/inner/g.
+        EXPECT_RESOLVES(kFull, u"@Cls/Cls", languageExtensions, policy, "");
+        EXPECT_RESOLVES(kFull, u"pkg/inner/g", languageExtensions, policy, "one/+pkg/+inner/g.vl");
+        EXPECT_RESOLVES(kFull, u"inner/g", languageExtensions, policy, "");
+    }
+    {
+        // An ordinary folder name selects that main entry.
+        EXPECT_RESOLVES(kFull, u"two/area", languageExtensions, policy, "two/area.vlx");
+        EXPECT_RESOLVES(kFull, u"one/only", languageExtensions, policy, "");
+    }
+    {
+        // Outside the scope of package entries the qualified name finds nothing.
+        EXPECT_RESOLVES(kPrimary, u"pkg/f", languageExtensions, policy, "");
+    }
+}
+
+TEST_F(MainSearchPathTest, IgnoreCasePrefersTheExactSpelling) {
+    tree.File("case/Area.vl");
+    tree.File("case/area.vl");
+    ScanReport report;
+    path = MainSearchPath::Scan({tree.IRI("case")}, report);
+    {
+        EXPECT_RESOLVES(kPrimary, u"area", languageExtensions, FilenameMatchingPolicy::IgnoreCase,
+                        "case/area.vl");
+        // With no exact spelling, the first by name.
+        EXPECT_RESOLVES(kPrimary, u"AREA", languageExtensions, FilenameMatchingPolicy::IgnoreCase,
+                        "case/Area.vl");
+        EXPECT_RESOLVES(kPrimary, u"AREA.VL", languageExtensions,
+                        FilenameMatchingPolicy::IgnoreCase, "case/Area.vl");
+    }
+    {
+        // The other policies compare exactly.
+        EXPECT_RESOLVES(kPrimary, u"AREA", languageExtensions,
+                        FilenameMatchingPolicy::PlatformDefault, "");
+        EXPECT_RESOLVES(kPrimary, u"AREA", languageExtensions, FilenameMatchingPolicy::Exact, "");
+    }
+}
+
+TEST_F(MainSearchPathTest, FindAllListsOneFilePerEntryInPathOrder) {
+    const ustring area = u"area";
+    const auto target =
+        CreateSearchTargetWithExtensionInFilenamePreferred(area, languageExtensions);
+    const std::uint32_t mainAndPrivate[] = {0, 3};
+    const auto all = path->FindAllInScope(SearchScope(mainAndPrivate), target,
+                                          FilenameMatchingPolicy::PlatformDefault);
+    std::vector<ustring> files;
+    for (const auto& f : all)
+        files.push_back(f.GetPathItem()->GetAbsoluteIRI().getName());
+    EXPECT_THAT(files, ElementsAre(u"area.vl", u"area.vl", u"area.vlx"));
+    ASSERT_EQ(all.size(), 3u);
+    EXPECT_EQ(all[1].GetPathEntry(), Entry("one/private"));
+    EXPECT_EQ(all[2].GetPathEntry(), Entry("two"));
+}
+
+TEST_F(MainSearchPathTest, EntriesKnowTheirMainEntryParentAndOrder) {
+    const auto one = Entry("one");
+    const auto two = Entry("two");
+    const auto pkg = Entry("one/+pkg");
+    const auto cls = Entry("one/+pkg/@Cls");
+    {
+        // Main entries in path order.
+        EXPECT_THAT(*path->GetMainEntries(), ElementsAre(one, two));
+        EXPECT_EQ(path->GetEntryCount(), 9u);
+    }
+    {
+        // Every entry belongs to its main entry; parents go one level up.
+        EXPECT_EQ(path->GetMainEntryForEntry(*cls), one);
+        EXPECT_EQ(path->GetParentEntryForEntry(*cls), pkg);
+        EXPECT_EQ(path->GetParentEntryForEntry(*pkg), one);
+        EXPECT_EQ(path->GetParentEntryForEntry(*one), nullptr);
+    }
+    {
+        // A sub-entry sorts equal to its main entry.
+        EXPECT_TRUE(path->FirstEntryIsBeforeSecondOnPath(*cls, *two));
+        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*two, *cls));
+        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*cls, *one));
+        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*one, *cls));
+        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*one, *one));
+    }
+    {
+        // An entry of another path is not on this one, even for the same folder.
+        ScanReport report;
+        const auto other = MainSearchPath::Scan({tree.IRI("one")}, report);
+        const auto foreign = other->GetMainEntries()->front();
+        EXPECT_FALSE(path->IsEntryOnPath(*foreign));
+        EXPECT_TRUE(path->IsEntryOnPath(*cls));
+        EXPECT_EQ(path->GetMainEntryForEntry(*foreign), nullptr);
+        EXPECT_TRUE(path->FirstEntryIsBeforeSecondOnPath(*two, *foreign));
+        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*foreign, *two));
+    }
+}
+
+TEST_F(MainSearchPathTest, EntriesByLocation) {
+    tree.Link("alias", "one");
+    ScanReport report;
+    const auto aliased = MainSearchPath::Scan({tree.IRI("alias")}, report);
+    const auto entry = aliased->GetMainEntries()->front();
+    {
+        // By the location it was put on the path under, and by its real location.
+        EXPECT_EQ(
+            aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("alias"), FilenameMatchingPolicy::Exact),
+            entry);
+        EXPECT_EQ(aliased->GetPathEntryFromAbsoluteIRI(
+                      foundation::storage::vfs::CanonicalAbsoluteIRI(tree.IRI("one"), u"")),
+                  entry);
+        EXPECT_EQ(
+            aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("one"), FilenameMatchingPolicy::Exact),
+            nullptr);
+        EXPECT_EQ(entry->GetCanonicalAbsoluteIRI().getIRI(), tree.IRI("one"));
+    }
+    {
+        // Sub-entries resolve through the link too.
+        const auto pkg = aliased->GetPathEntryFromAbsoluteIRI(
+            foundation::storage::vfs::CanonicalAbsoluteIRI(tree.IRI("one/+pkg"), u""));
+        ASSERT_TRUE(pkg);
+        EXPECT_EQ(pkg->GetAbsoluteIRI(), tree.IRI("alias/+pkg"));
+    }
+    {
+        // Case matters unless the policy ignores it.
+        const auto upper = foundation::storage::vfs::AbsoluteIRI(
+            tree.IRI("one").toString().substr(0, tree.IRI("one").toString().size() - 3) + u"ONE");
+        EXPECT_EQ(path->GetPathEntryFromAbsoluteIRI(upper, FilenameMatchingPolicy::Exact), nullptr);
+        EXPECT_EQ(path->GetPathEntryFromAbsoluteIRI(upper, FilenameMatchingPolicy::IgnoreCase),
+                  Entry("one"));
+    }
+}
+
+TEST_F(MainSearchPathTest, MethodEntries) {
+    {
+        // Every class folder, in path order.
+        EXPECT_THAT(Locations(path->GetMethodEntries(), tree),
+                    ElementsAre(u"one/+pkg/@Cls", u"one/@Point", u"two/@Point"));
+    }
+    {
+        // By name, among those whose parent the scope selects.
+        const auto policy = FilenameMatchingPolicy::Exact;
+        EXPECT_THAT(
+            Locations(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Point", policy), tree),
+            ElementsAre(u"one/@Point", u"two/@Point"));
+        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Cls", policy).empty());
+        const std::uint32_t packages[] = {1};
+        EXPECT_THAT(
+            Locations(path->GetMethodEntriesByName(SearchScope(packages), u"Cls", policy), tree),
+            ElementsAre(u"one/+pkg/@Cls"));
+        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"point", policy).empty());
+        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"@Point", policy).empty());
+    }
+    {
+        EXPECT_EQ(path->GetMethodEntriesByName(SearchScope(kPrimary), u"point",
+                                               FilenameMatchingPolicy::IgnoreCase)
+                      .size(),
+                  2u);
+    }
+}
+
+TEST_F(MainSearchPathTest, PartiallyMatchingEntries) {
+    const auto policy = FilenameMatchingPolicy::Exact;
+    EXPECT_THAT(
+        Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"pkg/Cls", policy), tree),
+        ElementsAre(u"one/+pkg/@Cls"));
+    EXPECT_THAT(
+        Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"@Point", policy), tree),
+        ElementsAre(u"one/@Point", u"two/@Point"));
+    EXPECT_THAT(
+        Locations(path->GetPartiallyMatchingEntries(SearchScope(kPrimary), u"two", policy), tree),
+        ElementsAre(u"two"));
+    EXPECT_TRUE(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"inner", policy).empty());
+    EXPECT_TRUE(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"", policy).empty());
+}
+
+TEST_F(MainSearchPathTest, WalksVisitInPathOrderAndStopWhenAsked) {
+    const std::uint32_t everything[] = {0, 1, 2, 3, 4, 5};
+    {
+        // Each main entry, then its tree, sub-entries by name.
+        PathEntryVector seen;
+        EXPECT_FALSE(path->ForEachEntry(SearchScope(everything), [&](const auto& e) {
+            seen.push_back(e);
+            return false;
+        }));
+        EXPECT_THAT(
+            Locations(seen, tree),
+            ElementsAre(u"one", u"one/+pkg", u"one/+pkg/+inner", u"one/+pkg/@Cls", u"one/@Point",
+                        u"one/private", u"one/resources", u"two", u"two/@Point"));
+    }
+    {
+        // A scope of class folders alone still reaches them beneath the main entries, but not
+        // beneath packages it does not visit.
+        const std::uint32_t classes[] = {2};
+        PathEntryVector seen;
+        path->ForEachEntry(SearchScope(classes), [&](const auto& e) {
+            seen.push_back(e);
+            return false;
+        });
+        EXPECT_THAT(Locations(seen, tree), ElementsAre(u"one/@Point", u"two/@Point"));
+    }
+    {
+        // The callback's true stops the walk at once.
+        int calls = 0;
+        EXPECT_TRUE(
+            path->ForEachEntry(SearchScope(everything), [&](const auto&) { return ++calls == 2; }));
+        EXPECT_EQ(calls, 2);
+    }
+    {
+        // The concurrent walk visits the same entries, in any order, and stops too.
+        std::mutex mutex;
+        PathEntryVector seen;
+        EXPECT_FALSE(path->ConcurrentForEachEntry(SearchScope(everything), [&](const auto& e) {
+            std::lock_guard lock(mutex);
+            seen.push_back(e);
+            return false;
+        }));
+        EXPECT_EQ(seen.size(), 9u);
+        EXPECT_TRUE(path->ConcurrentForEachEntry(SearchScope(everything),
+                                                 [&](const auto& e) { return e == Entry("two"); }));
+    }
+}
+
+TEST_F(MainSearchPathTest, RepeatedFoldersAreReportedAndKeptOnce) {
+    ScanReport report;
+    const auto repeated =
+        MainSearchPath::Scan({tree.IRI("one"), tree.IRI("two"), tree.IRI("one/")}, report);
+    EXPECT_EQ(repeated->GetMainEntries()->size(), 2u);
+    ASSERT_EQ(report.Problems().size(), 1u);
+    EXPECT_EQ(report.Problems()[0].kind, ScanProblem::Kind::Duplicate);
+    EXPECT_EQ(report.Problems()[0].location, tree.IRI("one"));
+}
+
+TEST_F(MainSearchPathTest, NamesThatAreNotUtf8AreFoundByTheirExactBytes) {
+    // A folder and a file whose names are Latin-1 bytes, not UTF-8.
+    tree.File("d\xFF/caf\xE9.vl", "x");
+    tree.File("d\xFF/caf\xC3\xA9.vl", "y");  // the UTF-8 spelling is another file
+    ScanReport report;
+    path = MainSearchPath::Scan({tree.IRI("d\xFF")}, report);
+    ASSERT_TRUE(report.empty());
+    const ustring latin1 = Velmora::text::FromNative("caf\xE9");
+    const auto target =
+        CreateSearchTargetWithExtensionInFilenamePreferred(latin1, languageExtensions);
+    const auto hit = path->FindFirstInScope(SearchScope(kPrimary), target,
+                                            FilenameMatchingPolicy::PlatformDefault);
+    ASSERT_TRUE(hit);
+    const std::string native = Velmora::text::ToNative(
+        foundation::storage::vfs::fromAbsoluteIRI(hit->GetPathItem()->GetAbsoluteIRI()));
+    EXPECT_EQ(native, tree.Path("d\xFF/caf\xE9.vl").native());
+    const ustring cafe = u"café";
+    const auto utf8 = CreateSearchTargetWithExtensionInFilenamePreferred(cafe, languageExtensions);
+    const auto other = path->FindFirstInScope(SearchScope(kPrimary), utf8,
+                                              FilenameMatchingPolicy::PlatformDefault);
+    ASSERT_TRUE(other);
+    EXPECT_NE(other->GetPathItem(), hit->GetPathItem());
+}
+
+}  // namespace
