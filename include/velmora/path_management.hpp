@@ -6,6 +6,8 @@
 #include <foundation/storage/vfs/exceptions.hpp>
 #include <foundation/storage/vfs/folder.hpp>
 #include <foundation/storage/vfs/iri_conversion.hpp>
+#include <velmora/concurrency/published.hpp>
+#include <velmora/os/parallelism.hpp>
 #include <velmora/pathinterfaces/constants.hpp>
 #include <velmora/pathinterfaces/ipath.hpp>
 #include <velmora/pathinterfaces/ipath_entry.hpp>
@@ -18,5 +20,7 @@
 #include <velmora/text/ustring.hpp>
 
 // The library.
+#include <velmora/pathmanagement/lookup.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
+#include <velmora/pathmanagement/path_views.hpp>
 #include <velmora/pathmanagement/search_target.hpp>

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <velmora/concurrency/published.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 
 #include "searchpath/path_fixture.hpp"
@@ -29,9 +30,9 @@ TEST_F(ConcurrentReaders, SeeWholeSnapshotsWhileNewOnesArePublished) {
     const std::vector<foundation::storage::vfs::AbsoluteIRI> folders = {
         tree.IRI("one"), tree.IRI("live"), tree.IRI("two")};
     ScanReport report;
-    std::atomic<std::shared_ptr<const MainSearchPath>> current(
+    Velmora::concurrency::Published<MainSearchPath> current(
         MainSearchPath::Scan(folders, report, &cache));
-    const auto first = current.load();
+    const auto first = current.Load();
     cache.Retain(first->GetFolderEntries());
 
     std::atomic<bool> done{false};
@@ -39,7 +40,7 @@ TEST_F(ConcurrentReaders, SeeWholeSnapshotsWhileNewOnesArePublished) {
     auto reader = [&] {
         const std::vector<ustring> exts = {u".vl"};
         while (!done.load()) {
-            const auto snapshot = current.load();
+            const auto snapshot = current.Load();
             // A snapshot that holds generation k holds every generation before it.
             int newest = -1;
             for (int k = kGenerations; k >= 0; --k) {
@@ -87,7 +88,7 @@ TEST_F(ConcurrentReaders, SeeWholeSnapshotsWhileNewOnesArePublished) {
         ScanReport r;
         auto next = MainSearchPath::Scan(folders, r, &cache);
         cache.Retain(next->GetFolderEntries());
-        current.store(std::move(next));
+        current.Store(std::move(next));
     }
     done.store(true);
     for (auto& t : readers)
@@ -96,7 +97,7 @@ TEST_F(ConcurrentReaders, SeeWholeSnapshotsWhileNewOnesArePublished) {
     EXPECT_EQ(failures.load(), 0);
     {
         // Unchanged folders kept their entry objects through all the rebuilds.
-        const auto last = current.load();
+        const auto last = current.Load();
         EXPECT_EQ(last->GetFolderEntries()[0], first->GetFolderEntries()[0]);
         EXPECT_NE(last->GetFolderEntries()[1], first->GetFolderEntries()[1]);
         EXPECT_EQ(last->GetFolderEntries()[2], first->GetFolderEntries()[2]);

@@ -95,7 +95,8 @@ std::vector<FakePath::Placed> FakePath::Entries() const {
                        std::shared_ptr<const IPathEntry>)>
         add = [&](const auto& e, std::size_t main, auto parent) {
             out.push_back({e, main, parent});
-            for (const auto& sub : *e->GetSubEntries()) {
+            const auto subs = e->GetSubEntries();
+            for (const auto& sub : *subs) {
                 add(std::static_pointer_cast<const FakeEntry>(sub), main, e);
             }
         };

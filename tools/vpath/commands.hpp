@@ -17,5 +17,6 @@ struct Command {
 };
 
 Command RegisterWhich(CLI::App& app, const PathOptions& pathOptions);
+Command RegisterLs(CLI::App& app, const PathOptions& pathOptions);
 
 }  // namespace vpath_cli

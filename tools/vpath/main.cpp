@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
 
     const std::vector<Command> commands = {
         RegisterWhich(app, pathOptions),
+        RegisterLs(app, pathOptions),
     };
 
     try {
@@ -35,6 +36,8 @@ int main(int argc, char** argv) {
             if (command.app->parsed())
                 return command.run();
         }
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? kExitOk : kExitUsage;
     } catch (const std::exception& e) {
         Fail(e.what());
         return kExitUsage;

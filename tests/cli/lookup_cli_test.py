@@ -1,0 +1,84 @@
+"""vpath which -a/--from/--batch and vpath ls, as users run them."""
+
+import argparse
+import os
+import sys
+import tempfile
+import unittest
+
+import cli_test
+from cli_test import example, run
+
+
+class WhichAll(unittest.TestCase):
+    def test_every_file_in_path_order_with_the_shadowed_marked(self):
+        status, out, err = run("which", "-a", "area", "clamp")
+        self.assertEqual(status, 0, err)
+        self.assertEqual(out.splitlines(), [
+            example("geometry", "area.vl"),
+            example("utils", "area.vl") + b"  (shadowed)",
+            example("utils", "clamp.vl"),
+        ])
+
+    def test_class_folders_take_part(self):
+        status, out, err = run("which", "-a", "Sample")
+        self.assertEqual(status, 0, err)
+        self.assertEqual(out.splitlines(), [example("stats", "@Sample", "Sample.vl")])
+
+
+class WhichFrom(unittest.TestCase):
+    def test_a_folders_private_files_are_seen_only_from_it(self):
+        status, out, _ = run("which", "--from", example("geometry"), "validate_shape")
+        self.assertEqual((status, out.splitlines()),
+                         (0, [example("geometry", "private", "validate_shape.vl")]))
+        status, out, err = run("which", "--from", example("utils"), "validate_shape")
+        self.assertEqual(status, 1)
+        self.assertIn("validate_shape: not found on the path", err)
+        self.assertEqual(run("which", "validate_shape")[0], 1)
+
+
+class Batch(unittest.TestCase):
+    def test_one_answer_line_per_question_line(self):
+        import subprocess
+        done = subprocess.run([cli_test.VPATH, "which", "--batch"],
+                              input=b"area\nnope\r\nshapes/circle\n", capture_output=True,
+                              timeout=120)
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stdout.split(b"\n"), [
+            example("geometry", "area.vl"), b"", example("geometry", "+shapes", "circle.vl"), b""])
+
+
+class Ls(unittest.TestCase):
+    def test_files_by_extension_in_path_order(self):
+        status, out, err = run("ls", "--ext", ".vlp", "--ext", ".vlx")
+        self.assertEqual(status, 0, err)
+        self.assertEqual(out.splitlines(), [example("stats", "histogram.vlx"),
+                                            example("stats", "median.vlp")])
+
+    def test_packages_and_classes_on_request(self):
+        plain = run("ls")[1].splitlines()
+        everything = run("ls", "--packages")[1].splitlines()
+        self.assertNotIn(example("geometry", "+shapes", "circle.vl"), plain)
+        self.assertIn(example("geometry", "+shapes", "circle.vl"), everything)
+        self.assertIn(example("geometry", "private", "validate_shape.vl"), everything)
+        self.assertEqual(len(plain), 7)
+
+    def test_names_that_are_not_utf8_are_listed_as_bytes(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            folder = os.path.join(os.fsencode(os.path.realpath(tmp)), b"x\xfe")
+            os.makedirs(folder)
+            with open(os.path.join(folder, b"n\xe9.vl"), "wb"):
+                pass
+            status, out, err = run("--path", folder, "ls", "--ext", ".vl")
+            self.assertEqual(status, 0, err)
+            self.assertEqual(out.splitlines(), [os.path.join(folder, b"n\xe9.vl")])
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--vpath", required=True)
+    parser.add_argument("--examples", required=True)
+    args, rest = parser.parse_known_args()
+    cli_test.VPATH = args.vpath
+    cli_test.EXAMPLES = os.path.realpath(args.examples)
+    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)

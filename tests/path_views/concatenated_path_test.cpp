@@ -1,0 +1,197 @@
+// ConcatenatedPath: several paths answered in order as one.
+
+#include <atomic>
+#include <stdexcept>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <velmora/pathmanagement/path_views.hpp>
+
+#include "path_views/view_helpers.hpp"
+
+namespace {
+
+using namespace Velmora::PathManagement;
+using namespace vpath_test;
+using ::testing::ElementsAre;
+
+using Paths = std::vector<std::shared_ptr<const IPath>>;
+
+TEST(ConcatenatedPath, WithNoSubPathsEverythingIsEmpty) {
+    const ConcatenatedPath path(Paths{});
+    const auto stranger = Entry("x");
+    EXPECT_TRUE(path.GetMainEntries()->empty());
+    EXPECT_TRUE(path.GetMethodEntries().empty());
+    EXPECT_TRUE(
+        path.GetMethodEntriesByName(SearchScope(kAllKinds), u"m", FilenameMatchingPolicy::Exact)
+            .empty());
+    EXPECT_TRUE(path.GetPartiallyMatchingEntries(SearchScope(kAllKinds), u"x",
+                                                 FilenameMatchingPolicy::Exact)
+                    .empty());
+    EXPECT_EQ(FirstHolder(path, u"f"), "");
+    EXPECT_TRUE(AllHolders(path, u"f").empty());
+    EXPECT_EQ(
+        path.GetPathEntryFromAbsoluteIRI(stranger->GetAbsoluteIRI(), FilenameMatchingPolicy::Exact),
+        nullptr);
+    EXPECT_FALSE(path.IsEntryOnPath(*stranger));
+    EXPECT_FALSE(path.FirstEntryIsBeforeSecondOnPath(*stranger, *stranger));
+    EXPECT_FALSE(path.ForEachEntry(SearchScope(kAllKinds), [](const auto&) { return true; }));
+    EXPECT_FALSE(
+        path.ConcurrentForEachEntry(SearchScope(kAllKinds), [](const auto&) { return true; }));
+}
+
+TEST(ConcatenatedPath, AnswersInSubPathOrderKeepingRepeats) {
+    const auto a = Entry("a", {u"f.vl"});
+    const auto m = Entry("@m", {u"g.vl"}, PathEntryType::AtFolder);
+    a->AddChild(m);
+    const auto shared = Entry("shared", {u"f.vl"});
+    const auto b = Entry("b", {u"f.vl", u"h.vl"});
+    const auto first = FakePath::Make({a, shared});
+    const auto second = FakePath::Make({shared, b});
+    const ConcatenatedPath path(first, second);
+    {
+        // The first sub-path's entries, then the second's; an entry on both is listed twice.
+        EXPECT_THAT(Names(*path.GetMainEntries()), ElementsAre("a", "shared", "shared", "b"));
+        EXPECT_THAT(Walk(path), ElementsAre("a", "@m", "shared", "shared", "b"));
+        EXPECT_THAT(AllHolders(path, u"f"), ElementsAre("a", "shared", "shared", "b"));
+        EXPECT_THAT(Names(path.GetMethodEntries()), ElementsAre("@m"));
+    }
+    {
+        // The first sub-path that finds something answers.
+        EXPECT_EQ(FirstHolder(path, u"f"), "a");
+        EXPECT_EQ(FirstHolder(path, u"h"), "b");
+        EXPECT_EQ(FirstHolder(path, u"g"), "@m");
+    }
+    {
+        // The owning sub-path answers for an entry's main entry and parent.
+        EXPECT_EQ(path.GetMainEntryForEntry(*m), a);
+        EXPECT_EQ(path.GetParentEntryForEntry(*m), a);
+        EXPECT_EQ(path.GetParentEntryForEntry(*b), nullptr);
+    }
+    {
+        // A sub-path that is itself a concatenation is asked as one path.
+        const ConcatenatedPath nested(std::make_shared<ConcatenatedPath>(first, second),
+                                      FakePath::Make({Entry("c", {u"f.vl"})}));
+        EXPECT_THAT(AllHolders(nested, u"f"), ElementsAre("a", "shared", "shared", "b", "c"));
+    }
+}
+
+TEST(ConcatenatedPath, WalksStopInTheSubPathThatAsks) {
+    const auto a = Entry("a");
+    const auto b = Entry("b");
+    const ConcatenatedPath path(FakePath::Make({a}), FakePath::Make({b}));
+    for (const bool concurrent : {false, true}) {
+        SCOPED_TRACE(concurrent ? "concurrent" : "sequential");
+        std::vector<std::string> seen;
+        const EntryCallback stopAtA = [&](const auto& e) {
+            seen.push_back(Velmora::text::ToNative(e->GetName()));
+            return e == a;
+        };
+        EXPECT_TRUE(concurrent ? path.ConcurrentForEachEntry(SearchScope(kAllKinds), stopAtA)
+                               : path.ForEachEntry(SearchScope(kAllKinds), stopAtA));
+        EXPECT_THAT(seen, ElementsAre("a"));
+    }
+}
+
+TEST(ConcatenatedPath, OrderIsDecidedByTheFirstSubPathHoldingEither) {
+    const auto a = Entry("a");
+    const auto b = Entry("b");
+    const auto c = Entry("c");
+    const auto stranger = Entry("stranger");
+    const ConcatenatedPath path(FakePath::Make({a, b}), FakePath::Make({c, a}));
+    struct Case {
+        std::shared_ptr<FakeEntry> first, second;
+        bool before;
+    };
+    const Case cases[] = {
+        {a, b, true},  // both on the first sub-path: it decides
+        {b, a, false},
+        {b, c, true},   // only the first is on the first sub-path
+        {c, b, false},  // only the second is
+        {a, a, false},  // the same entry: its sub-path decides
+        {c, stranger, true},
+        {stranger, c, false},  // an entry on no sub-path is never before anything
+        {stranger, stranger, false},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(
+            Velmora::text::ToNative(k.first->GetName() + u" before " + k.second->GetName()));
+        EXPECT_EQ(path.FirstEntryIsBeforeSecondOnPath(*k.first, *k.second), k.before);
+    }
+}
+
+TEST(ConcatenatedPath, LocationLookupTriesCanonicalFormsEverywhereFirst) {
+    const auto byPolicy = Entry("dir");
+    const auto byCanonical = Entry("real");
+    const auto first = FakePath::Make({byPolicy});
+    const auto second = FakePath::Make({byCanonical});
+    second->SetCanonical(u"file:///dir", byCanonical);
+    const ConcatenatedPath path(first, second);
+    {
+        // The canonical match in the second sub-path wins over the policy match in the first.
+        EXPECT_EQ(path.GetPathEntryFromAbsoluteIRI(byPolicy->GetAbsoluteIRI(),
+                                                   FilenameMatchingPolicy::Exact),
+                  byCanonical);
+    }
+    {
+        // Without a canonical match, the first sub-path that matches by policy.
+        EXPECT_EQ(
+            path.GetPathEntryFromAbsoluteIRI(foundation::storage::vfs::AbsoluteIRI(u"file:///DIR"),
+                                             FilenameMatchingPolicy::IgnoreCase),
+            byPolicy);
+        EXPECT_EQ(
+            path.GetPathEntryFromAbsoluteIRI(foundation::storage::vfs::AbsoluteIRI(u"file:///DIR"),
+                                             FilenameMatchingPolicy::Exact),
+            nullptr);
+    }
+}
+
+TEST(ConcatenatedPath, MainEntriesAreCachedOnceAndFrozen) {
+    const auto sub = FakePath::Make({Entry("a")});
+    const ConcatenatedPath path(sub, FakePath::Make({Entry("b")}));
+    {
+        // A failing first fill leaves nothing cached; the next call fills the cache.
+        sub->FailNextMainEntries(1);
+        EXPECT_THROW(path.GetMainEntries(), std::runtime_error);
+        const auto filled = path.GetMainEntries();
+        EXPECT_THAT(Names(*filled), ElementsAre("a", "b"));
+        EXPECT_EQ(path.GetMainEntries(), filled);  // the same list, not a copy
+        EXPECT_EQ(sub->MainEntriesCalls(), 2);
+    }
+    {
+        // Entries added later are missing from the cached list but present everywhere else.
+        const auto late = Entry("late", {u"f.vl"});
+        sub->AddMain(late);
+        EXPECT_THAT(Names(*path.GetMainEntries()), ElementsAre("a", "b"));
+        EXPECT_THAT(Walk(path), ElementsAre("a", "late", "b"));
+        EXPECT_EQ(FirstHolder(path, u"f"), "late");
+    }
+}
+
+TEST(ConcatenatedPath, ConcurrentFirstCallsFillTheCacheOnce) {
+    for (int round = 0; round < 20; ++round) {
+        const auto sub = FakePath::Make({Entry("a"), Entry("b")});
+        const ConcatenatedPath path(sub, sub);
+        std::atomic<bool> go{false};
+        std::vector<SharedPathEntryVector> seen(4);
+        std::vector<std::thread> threads;
+        for (std::size_t i = 0; i < seen.size(); ++i) {
+            threads.emplace_back([&, i] {
+                while (!go.load()) {
+                }
+                seen[i] = path.GetMainEntries();
+            });
+        }
+        go.store(true);
+        for (auto& t : threads)
+            t.join();
+        for (const auto& s : seen)
+            EXPECT_EQ(s, seen[0]);
+        EXPECT_EQ(seen[0]->size(), 4u);
+        EXPECT_EQ(sub->MainEntriesCalls(), 2);  // once per occurrence of the sub-path
+    }
+}
+
+}  // namespace
