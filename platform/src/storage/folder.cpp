@@ -19,6 +19,20 @@ using Velmora::text::ToNative;
                     error);
 }
 
+// Whether an existing item of the chosen kind is at the location. A location that has no native
+// path (another scheme, a name no file can have) has nothing at it: a miss, not a failure.
+template <class IsKind>
+bool ExistsAt(const StorageSystem& storage, const AbsoluteIRI& location, IsKind isKind) {
+    std::string native;
+    try {
+        native = storage.NativePath(location);
+    } catch (const Exception&) {
+        return false;
+    }
+    Velmora::os::FileStatus status;
+    return Velmora::os::System().Stat(native, status) == 0 && isKind(status);
+}
+
 }  // namespace
 
 std::string StorageSystem::NativePath(const AbsoluteIRI& location) const {
@@ -51,8 +65,7 @@ CanonicalAbsoluteIRI Folder::getCanonicalLocation() const {
 }
 
 bool Folder::exists() const {
-    Velmora::os::FileStatus status;
-    return Velmora::os::System().Stat(getNativePath(), status) == 0 && status.IsFolder();
+    return ExistsAt(*m_storage, m_location, [](const auto& status) { return status.IsFolder(); });
 }
 
 File::File(const AbsoluteIRI& location, StorageSystemReference storage)
@@ -63,8 +76,8 @@ CanonicalAbsoluteIRI File::getCanonicalLocation() const {
 }
 
 bool File::exists() const {
-    Velmora::os::FileStatus status;
-    return Velmora::os::System().Stat(getNativePath(), status) == 0 && status.IsRegularFile();
+    return ExistsAt(*m_storage, m_location,
+                    [](const auto& status) { return status.IsRegularFile(); });
 }
 
 }  // namespace foundation::storage::vfs

@@ -1,5 +1,7 @@
 #include <foundation/storage/vfs/iri_conversion.hpp>
 
+#include <cerrno>
+
 #include <foundation/storage/utility/url.hpp>
 #include <foundation/storage/vfs/exceptions.hpp>
 
@@ -43,6 +45,16 @@ ustring fromAbsoluteIRI(const AbsoluteIRI& iri) {
     if (iri.getScheme() != u"file") {
         throw Exception("\"" + Velmora::text::ToNative(iri.toString()) +
                         "\" is not on the local file system");
+    }
+    // A name on disk holds neither "/" nor NUL. Decoded, such a name would silently become
+    // another location ("a%2Fb" the two names "a" and "b", "a%00" the name "a" once it reaches
+    // the OS), so the location is reported as one that does not exist. In the normal text these
+    // escapes are only ever the characters themselves: a literal "%" is written "%25".
+    const ustring& text = iri.toString();
+    if (text.find(u"%2F") != ustring::npos || text.find(u"%00") != ustring::npos) {
+        throw Exception(
+            "\"" + Velmora::text::ToNative(text) + "\" names a file that no local path can hold",
+            ENOENT);
     }
     return iri.getPath();
 }

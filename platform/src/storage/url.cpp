@@ -35,6 +35,22 @@ unsigned char EscapeByte(std::u16string_view s, std::size_t i) {
     return static_cast<unsigned char>(HexValue(s[i + 1]) * 16 + HexValue(s[i + 2]));
 }
 
+// Reads the run of escapes and escaped bytes that starts at s[i] into `bytes`; returns where the
+// run ends.
+std::size_t ReadByteRun(std::u16string_view s, std::size_t i, std::string& bytes) {
+    for (;;) {
+        if (IsEscapeAt(s, i)) {
+            bytes.push_back(static_cast<char>(EscapeByte(s, i)));
+            i += 3;
+        } else if (i < s.size() && IsEscapedByte(s[i])) {
+            bytes.push_back(static_cast<char>(Velmora::text::EscapedByteValue(s[i])));
+            ++i;
+        } else {
+            return i;
+        }
+    }
+}
+
 bool IsHighSurrogate(char16_t c) {
     return c >= 0xD800 && c <= 0xDBFF;
 }
@@ -89,13 +105,12 @@ ustring NormalizePath(std::u16string_view raw, const ustring& original) {
     std::size_t i = 0;
     while (i < raw.size()) {
         const char16_t c = raw[i];
-        if (c == u'%') {
+        if (c == u'%' || IsEscapedByte(c)) {
+            // Escapes and escaped bytes both stand for bytes of a name; a run of them is decoded as
+            // one, so "%C3" next to the escaped byte 0xA9 reads as the "é" that those bytes are on
+            // disk. Decoding them apart would leave a text that normalises differently again.
             std::string bytes;
-            std::size_t j = i;
-            while (IsEscapeAt(raw, j)) {
-                bytes.push_back(static_cast<char>(EscapeByte(raw, j)));
-                j += 3;
-            }
+            const std::size_t j = ReadByteRun(raw, i, bytes);
             if (bytes.empty()) {
                 out += u"%25";  // a "%" that starts no escape is a literal percent sign
                 ++i;
@@ -114,7 +129,7 @@ ustring NormalizePath(std::u16string_view raw, const ustring& original) {
             i += 2;
             continue;
         }
-        if (IsSurrogate(c) && !IsEscapedByte(c)) {
+        if (IsSurrogate(c)) {
             Invalid(original, "holds a lone surrogate that stands for no character");
         }
         if (iri_internal::MustEncode(c)) {
@@ -194,8 +209,14 @@ IriLayout NormalizeIri(ustring& text) {
         }
         normalAuthority.clear();
     }
-    for (const char16_t c : normalAuthority) {
-        if (c == u'?' || c == u'#' || MustEncode(c)) {
+    for (std::size_t k = 0; k < normalAuthority.size(); ++k) {
+        const char16_t c = normalAuthority[k];
+        if (IsHighSurrogate(c) && k + 1 < normalAuthority.size() &&
+            IsLowSurrogate(normalAuthority[k + 1])) {
+            ++k;
+        } else if (IsSurrogate(c)) {
+            Invalid(original, "holds a lone surrogate that stands for no character");
+        } else if (c == u'?' || c == u'#' || MustEncode(c)) {
             Invalid(original, "has an authority with characters an IRI cannot hold");
         }
     }

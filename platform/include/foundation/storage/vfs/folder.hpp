@@ -36,7 +36,8 @@ class VELMORA_PLATFORM_EXPORT Folder {
     const AbsoluteIRI& getLocation() const noexcept { return m_location; }
     // The canonical location. Throws Exception if the folder does not exist or is not a folder.
     CanonicalAbsoluteIRI getCanonicalLocation() const;
-    // Whether an existing folder is at the location (symbolic links followed).
+    // Whether an existing folder is at the location (symbolic links followed). False, not an
+    // exception, for a location that has no native path.
     bool exists() const;
     std::string getNativePath() const { return m_storage->NativePath(m_location); }
 
@@ -52,7 +53,8 @@ class VELMORA_PLATFORM_EXPORT File {
     const AbsoluteIRI& getLocation() const noexcept { return m_location; }
     // The canonical location. Throws Exception if nothing exists at the location.
     CanonicalAbsoluteIRI getCanonicalLocation() const;
-    // Whether an existing regular file is at the location (symbolic links followed).
+    // Whether an existing regular file is at the location (symbolic links followed). False, not an
+    // exception, for a location that has no native path.
     bool exists() const;
     std::string getNativePath() const { return m_storage->NativePath(m_location); }
 

@@ -23,7 +23,9 @@ VELMORA_PLATFORM_EXPORT bool hasIRIPrefix(const ustring& text);
 VELMORA_PLATFORM_EXPORT AbsoluteIRI toAbsoluteIRI(const ustring& scheme,
                                                   const fl::filesystem::path& path);
 
-// fromAbsoluteIRI: the native path of a "file" IRI. Throws Exception for other schemes.
+// fromAbsoluteIRI: the native path of a "file" IRI. Throws Exception for other schemes, and
+// Exception with ENOENT for a path that no native path can hold (a name with an encoded "/" or NUL
+// in it, as in "file:///a%2Fb").
 VELMORA_PLATFORM_EXPORT ustring fromAbsoluteIRI(const AbsoluteIRI& iri);
 
 }  // namespace foundation::storage::vfs
