@@ -13,9 +13,21 @@ void Exception::rethrow() const {
     throw *this;
 }
 
+namespace {
+
+// Built by appending: GCC 12 at -O3 mistakes the chain of operator+ for an overlapping copy.
+std::string NotALocation(const ustring& text, const std::string& reason) {
+    std::string message = "\"";
+    message += Velmora::text::ToNative(text);
+    message += "\" is not a valid location: ";
+    message += reason;
+    return message;
+}
+
+}  // namespace
+
 InvalidIRIException::InvalidIRIException(ustring text, const std::string& reason)
-    : Exception("\"" + Velmora::text::ToNative(text) + "\" is not a valid location: " + reason),
-      m_text(std::move(text)) {}
+    : Exception(NotALocation(text, reason)), m_text(std::move(text)) {}
 
 std::unique_ptr<core::except::IBaseException> InvalidIRIException::clone() const {
     return std::make_unique<InvalidIRIException>(*this);
