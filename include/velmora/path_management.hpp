@@ -18,5 +18,6 @@
 #include <velmora/text/ustring.hpp>
 
 // The library.
+#include <velmora/pathmanagement/path_diff.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
