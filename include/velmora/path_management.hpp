@@ -21,6 +21,7 @@
 
 // The library.
 #include <velmora/pathmanagement/lookup.hpp>
+#include <velmora/pathmanagement/path_diff.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/pathmanagement/path_views.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
