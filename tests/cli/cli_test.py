@@ -11,11 +11,23 @@ VPATH = None
 EXAMPLES = None
 
 
-def run(*args, cwd=None):
-    """Runs vpath with byte or text arguments; returns (status, stdout bytes, stderr text)."""
+# A path definition file that no test creates: without --pathdef or an environment of its own, a
+# test sees the example toolbox, whatever the user running the tests has saved.
+UNSAVED_ENV = None
+
+
+def run_raw(*args, cwd=None, env=None):
+    """Runs vpath with byte or text arguments; returns (status, stdout bytes, stderr bytes)."""
     argv = [VPATH] + [a if isinstance(a, bytes) else a.encode() for a in args]
-    done = subprocess.run(argv, capture_output=True, cwd=cwd, timeout=120)
-    return done.returncode, done.stdout, done.stderr.decode(errors="replace")
+    done = subprocess.run(argv, capture_output=True, cwd=cwd, timeout=120,
+                          env=UNSAVED_ENV if env is None else env)
+    return done.returncode, done.stdout, done.stderr
+
+
+def run(*args, cwd=None, env=None):
+    """Runs vpath with byte or text arguments; returns (status, stdout bytes, stderr text)."""
+    status, out, err = run_raw(*args, cwd=cwd, env=env)
+    return status, out, err.decode(errors="replace")
 
 
 def example(*parts):
@@ -95,6 +107,135 @@ class WhichOnAPathOfYourOwn(unittest.TestCase):
         self.assertEqual(out.splitlines(), [os.path.join(folder, b"caf\xc3\xa9.vl")])
 
 
+HEADER = b"# vpath search path: one folder per line, searched first to last\n"
+TOOLBOX = ["geometry", "stats", "utils"]
+
+
+class PathCommands(unittest.TestCase):
+    """vpath path, add, rm and split on a path definition file of the test's own."""
+
+    def setUp(self):
+        self.tmp = tempfile.TemporaryDirectory()
+        self.root = os.fsencode(os.path.realpath(self.tmp.name))
+        self.pathdef = os.path.join(self.root, b"cfg", b"pathdef")
+        self.env = dict(os.environ, VPATH_PATHDEF=os.fsdecode(self.pathdef))
+        self.env.pop("XDG_CONFIG_HOME", None)
+
+    def tearDown(self):
+        self.tmp.cleanup()
+
+    def vpath(self, *args, env=None):
+        return run_raw(*args, cwd=self.root, env=self.env if env is None else env)
+
+    def folder(self, name):
+        path = os.path.join(self.root, name)
+        os.makedirs(path, exist_ok=True)
+        return path
+
+    def saved(self):
+        with open(self.pathdef, "rb") as f:
+            return f.read()
+
+    def listed(self, env=None):
+        status, out, err = self.vpath("path", env=env)
+        self.assertEqual((status, err), (0, b""))
+        return out.splitlines()
+
+    def test_the_example_toolbox_is_the_path_until_one_is_saved(self):
+        self.assertEqual(self.listed(), [example(name) for name in TOOLBOX])
+        self.assertFalse(os.path.exists(self.pathdef))
+
+    def test_add_puts_folders_first_or_last_and_saves_the_path(self):
+        a, b = self.folder(b"a"), self.folder(b"b")
+        with open(os.path.join(a, b"f.vl"), "wb"):
+            pass
+        self.assertEqual(self.vpath("add", "a"), (0, b"", b""))
+        toolbox = [example(name) for name in TOOLBOX]
+        self.assertEqual(self.listed(), [a] + toolbox)
+        self.assertEqual(self.saved(), HEADER + b"".join(p + b"\n" for p in [a] + toolbox))
+        # Re-adding moves a folder; repeats count once.
+        self.assertEqual(self.vpath("add", "--end", "b", "a", "b/"), (0, b"", b""))
+        self.assertEqual(self.listed(), toolbox + [b, a])
+        # which looks on the saved path.
+        self.assertEqual(self.vpath("which", "f"), (0, os.path.join(a, b"f.vl") + b"\n", b""))
+        self.assertEqual(self.vpath("rm", a, "b"), (0, b"", b""))
+        self.assertEqual(self.listed(), toolbox)
+
+    def test_any_message_means_nothing_changed(self):
+        self.folder(b"a")
+        self.folder(b"b")
+        self.assertEqual(self.vpath("add", "a", "missing", "b"), (
+            1, b"", b'vpath: "missing" does not exist or is not a folder. '
+                    b"[VORLAN:vpath:nameNonexistentOrNotADirectory]\n"))
+        self.assertFalse(os.path.exists(self.pathdef))
+        self.assertEqual(self.vpath("add", "a")[0], 0)
+        before = self.saved()
+        self.assertEqual(self.vpath("rm", "a", "b"), (
+            1, b"", b'vpath: "' + os.path.join(self.root, b"b") +
+                    b'" is not on the search path. [VORLAN:rmpath:DirNotFound]\n'))
+        self.assertEqual(self.saved(), before)
+
+    def test_rm_finds_a_folder_by_its_real_location(self):
+        real = self.folder(b"real")
+        os.symlink(real, os.path.join(self.root, b"link"))
+        self.assertEqual(self.vpath("add", "real")[0], 0)
+        self.assertEqual(self.vpath("rm", "link"), (0, b"", b""))
+        self.assertNotIn(real, self.listed())
+
+    def test_names_that_are_not_utf8_are_added_and_listed_as_bytes(self):
+        odd = self.folder(b"d\xff/caf\xe9")
+        self.assertEqual(self.vpath("add", b"d\xff/caf\xe9"), (0, b"", b""))
+        self.assertEqual(self.listed()[0], odd)
+        self.assertEqual(self.saved().splitlines()[1], odd)
+
+    def test_a_name_with_a_line_break_cannot_be_saved(self):
+        self.folder(b"x\ny")
+        status, out, err = self.vpath("add", b"x\ny")
+        self.assertEqual(status, 1)
+        self.assertEqual(err, b'vpath: The folder "' + os.path.join(self.root, b"x\ny") +
+                         b'" cannot be saved in the path definition file: its name holds a line '
+                         b"break. [VELMORA:pathdef:lineBreakInName]\n")
+        self.assertFalse(os.path.exists(self.pathdef))
+
+    def test_a_bad_line_in_the_saved_path_is_reported_by_number(self):
+        os.makedirs(os.path.dirname(self.pathdef))
+        with open(self.pathdef, "wb") as f:
+            f.write(b"# mine\n/ok\nrelative\n")
+        expected = (b'vpath: Line 3 of the path definition file "' + self.pathdef +
+                    b'" is not an absolute folder path. [VELMORA:pathdef:badLine]\n')
+        self.assertEqual(self.vpath("path"), (1, b"", expected))
+        self.assertEqual(self.vpath("add", "."), (1, b"", expected))
+        status, _, err = self.vpath("which", "area")
+        self.assertEqual(status, 2)
+        self.assertTrue(err.startswith(expected))
+
+    def test_where_the_path_is_kept(self):
+        a = self.folder(b"a")
+        # --pathdef wins over the environment.
+        other = os.path.join(self.root, b"other")
+        self.assertEqual(self.vpath("--pathdef", other, "add", "a")[0], 0)
+        self.assertEqual(self.saved_at(other).splitlines()[1], a)
+        self.assertFalse(os.path.exists(self.pathdef))
+        # Without VPATH_PATHDEF, the XDG configuration folder.
+        env = dict(self.env, XDG_CONFIG_HOME=os.fsdecode(os.path.join(self.root, b"xdg")))
+        del env["VPATH_PATHDEF"]
+        self.assertEqual(self.vpath("add", "a", env=env)[0], 0)
+        self.assertEqual(self.listed(env)[0], a)
+        self.assertTrue(os.path.exists(os.path.join(self.root, b"xdg/vpath/pathdef")))
+        # A path given with --path is shown but cannot be changed.
+        self.assertEqual(self.vpath("--path", "a:/x/../b", "path"),
+                         (0, a + b"\n/b\n", b""))
+        self.assertEqual(self.vpath("--path", "a", "add", "a")[0], 2)
+
+    def saved_at(self, path):
+        with open(path, "rb") as f:
+            return f.read()
+
+    def test_split_prints_the_folders_of_a_path_list(self):
+        self.assertEqual(self.vpath("split", b";a;;b:c d ;\xff:"), (0, b"a\nb\nc d \n\xff\n", b""))
+        self.assertEqual(self.vpath("split", ";:"), (0, b"", b""))
+
+
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
     parser.add_argument("--vpath", required=True)
@@ -102,4 +243,6 @@ if __name__ == "__main__":
     args, rest = parser.parse_known_args()
     VPATH = args.vpath
     EXAMPLES = os.path.realpath(args.examples)
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    with tempfile.TemporaryDirectory() as unsaved:
+        UNSAVED_ENV = dict(os.environ, VPATH_PATHDEF=os.path.join(unsaved, "never", "pathdef"))
+        unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)

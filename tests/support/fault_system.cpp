@@ -26,6 +26,12 @@ int FaultSystem::Check(Op op, const std::string& path) {
     return 0;
 }
 
+std::string FaultSystem::PathOf(int descriptor) const {
+    std::lock_guard lock(m_mutex);
+    const auto it = m_descriptors.find(descriptor);
+    return it == m_descriptors.end() ? std::string() : it->second;
+}
+
 int FaultSystem::Stat(const std::string& path, Velmora::os::FileStatus& out) {
     if (const int err = Check(Op::Stat, path))
         return err;
@@ -54,6 +60,66 @@ int FaultSystem::ReadFile(const std::string& path, std::string& out) {
     if (const int err = Check(Op::ReadFile, path))
         return err;
     return RealSystem().ReadFile(path, out);
+}
+
+int FaultSystem::CreateFileExclusive(const std::string& path, int& descriptor) {
+    if (const int err = Check(Op::CreateFileExclusive, path))
+        return err;
+    const int err = RealSystem().CreateFileExclusive(path, descriptor);
+    if (err == 0) {
+        std::lock_guard lock(m_mutex);
+        m_descriptors[descriptor] = path;
+    }
+    return err;
+}
+
+int FaultSystem::WriteAll(int descriptor, std::string_view data) {
+    if (const int err = Check(Op::WriteAll, PathOf(descriptor)))
+        return err;
+    return RealSystem().WriteAll(descriptor, data);
+}
+
+int FaultSystem::SyncFile(int descriptor) {
+    if (const int err = Check(Op::SyncFile, PathOf(descriptor)))
+        return err;
+    return RealSystem().SyncFile(descriptor);
+}
+
+int FaultSystem::CloseFile(int descriptor) {
+    const std::string path = PathOf(descriptor);
+    // The descriptor is given back whatever the outcome, as the real system does.
+    const int real = RealSystem().CloseFile(descriptor);
+    {
+        std::lock_guard lock(m_mutex);
+        m_descriptors.erase(descriptor);
+    }
+    if (const int err = Check(Op::CloseFile, path))
+        return err;
+    return real;
+}
+
+int FaultSystem::Rename(const std::string& from, const std::string& to) {
+    if (const int err = Check(Op::Rename, to))
+        return err;
+    return RealSystem().Rename(from, to);
+}
+
+int FaultSystem::RemoveFile(const std::string& path) {
+    if (const int err = Check(Op::RemoveFile, path))
+        return err;
+    return RealSystem().RemoveFile(path);
+}
+
+int FaultSystem::SyncFolder(const std::string& path) {
+    if (const int err = Check(Op::SyncFolder, path))
+        return err;
+    return RealSystem().SyncFolder(path);
+}
+
+int FaultSystem::MakeFolders(const std::string& path) {
+    if (const int err = Check(Op::MakeFolders, path))
+        return err;
+    return RealSystem().MakeFolders(path);
 }
 
 }  // namespace vpath_test

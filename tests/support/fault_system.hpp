@@ -4,10 +4,16 @@
 //
 //   FaultSystem faults;
 //   faults.Fail(FaultSystem::Op::ListFolder, "/+locked", EACCES);  // paths ending so fail
+//   faults.Fail(FaultSystem::Op::WriteAll, ".tmp", ENOSPC);  // writes to files created so
+//
+// Operations on a descriptor (WriteAll, SyncFile, CloseFile) match the path that the descriptor
+// was created for; CurrentFolder matches the suffix "".
 
 #include <atomic>
+#include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <velmora/os/system.hpp>
@@ -16,7 +22,22 @@ namespace vpath_test {
 
 class FaultSystem final : public Velmora::os::ISystem {
   public:
-    enum class Op { Stat, ListFolder, RealPath, CurrentFolder, ReadFile };
+    enum class Op {
+        Stat,
+        ListFolder,
+        RealPath,
+        CurrentFolder,
+        ReadFile,
+        CreateFileExclusive,
+        WriteAll,
+        SyncFile,
+        CloseFile,
+        Rename,  // matches the path renamed to
+        RemoveFile,
+        SyncFolder,
+        MakeFolders,
+        kCount
+    };
 
     FaultSystem();
     ~FaultSystem() override;
@@ -31,6 +52,14 @@ class FaultSystem final : public Velmora::os::ISystem {
     int RealPath(const std::string& path, std::string& out) override;
     int CurrentFolder(std::string& out) override;
     int ReadFile(const std::string& path, std::string& out) override;
+    int CreateFileExclusive(const std::string& path, int& descriptor) override;
+    int WriteAll(int descriptor, std::string_view data) override;
+    int SyncFile(int descriptor) override;
+    int CloseFile(int descriptor) override;
+    int Rename(const std::string& from, const std::string& to) override;
+    int RemoveFile(const std::string& path) override;
+    int SyncFolder(const std::string& path) override;
+    int MakeFolders(const std::string& path) override;
 
   private:
     struct Rule {
@@ -39,10 +68,12 @@ class FaultSystem final : public Velmora::os::ISystem {
         int error;
     };
     int Check(Op op, const std::string& path);
+    std::string PathOf(int descriptor) const;
 
     mutable std::mutex m_mutex;
     std::vector<Rule> m_rules;
-    std::atomic<int> m_calls[5] = {};
+    std::map<int, std::string> m_descriptors;  // open descriptors and the paths they were made for
+    std::atomic<int> m_calls[static_cast<int>(Op::kCount)] = {};
     Velmora::os::ScopedSystemOverride m_override;
 };
 

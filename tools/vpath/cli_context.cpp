@@ -1,14 +1,17 @@
 #include "cli_context.hpp"
 
 #include <cstdio>
+#include <stdexcept>
 
 #include <fmt/format.h>
 
+#include <foundation/core/except/message_catalog.hpp>
 #include <foundation/storage/vfs/exceptions.hpp>
 #include <foundation/storage/vfs/folder.hpp>
 #include <foundation/storage/vfs/iri_conversion.hpp>
-#include <velmora/os/system.hpp>
+#include <velmora/cwf/current_working_folder.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
+#include <velmora/searchpath/path_definition_file.hpp>
 #include <velmora/storage/vorlan_storage_system.hpp>
 
 #include "example_toolbox.hpp"
@@ -17,31 +20,21 @@ namespace vpath_cli {
 
 using foundation::storage::vfs::AbsoluteIRI;
 using Velmora::SearchPath::MainSearchPath;
+using Velmora::SearchPath::MainSearchPathManager;
+using Velmora::SearchPath::PathDefinitionFile;
 using Velmora::SearchPath::ScanReport;
 using Velmora::text::FromNative;
 using Velmora::text::ToNative;
 
 AbsoluteIRI ToFolderIRI(const ustring& text) {
-    namespace vfs = foundation::storage::vfs;
-    if (vfs::hasIRIPrefix(text))
-        return AbsoluteIRI(text);
-    ustring native = text;
-    if (native.empty() || native.front() != u'/') {
-        std::string cwd;
-        if (const int err = Velmora::os::System().CurrentFolder(cwd); err != 0) {
-            throw vfs::Exception("cannot read the current folder: " + Velmora::os::ErrorText(err),
-                                 err);
-        }
-        native = FromNative(cwd) + u"/" + native;
-    }
-    return vfs::toAbsoluteIRI(u"file", fl::filesystem::path(native)).getResolvedIRI();
+    return Velmora::current_working_folder::CurrentWorkingFolder().resolve(text);
 }
 
 namespace {
 
 std::vector<AbsoluteIRI> ExampleToolboxFolders() {
     for (const char* candidate : kExampleToolboxCandidates) {
-        const AbsoluteIRI root = ToFolderIRI(FromNative(candidate));
+        const AbsoluteIRI root = Velmora::PathManagement::GetIRIFromString(FromNative(candidate));
         foundation::storage::vfs::Folder folder(
             root, Velmora::VorlanStorageSystem::GetStorageSystemReference());
         if (folder.exists())
@@ -53,26 +46,62 @@ std::vector<AbsoluteIRI> ExampleToolboxFolders() {
 
 }  // namespace
 
-std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
-    std::vector<AbsoluteIRI> folders;
-    if (options.pathList) {
-        for (const ustring& text :
-             Velmora::PathManagement::SplitVorlanPath(Arg(*options.pathList))) {
-            folders.push_back(ToFolderIRI(text));
-        }
-    } else {
-        folders = ExampleToolboxFolders();
+std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, Purpose purpose) {
+    if (options.pathList && purpose == Purpose::Change) {
+        throw std::runtime_error(
+            "--path gives a path of its own, which cannot be changed; choose the path definition "
+            "file with --pathdef FILE");
     }
+    const std::string location =
+        options.pathDefinition.value_or(PathDefinitionFile::DefaultLocation());
+    MainSearchPathManager::Options managerOptions;
+    managerOptions.defaultFolders = ExampleToolboxFolders;
+    if (!location.empty()) {
+        managerOptions.pathDefinition.emplace(location);
+    } else if (purpose == Purpose::Change) {
+        throw std::runtime_error(
+            "there is nowhere to keep the search path (HOME is not set); give --pathdef FILE");
+    }
+    foundation::core::except::Notification problems;
+    auto manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
+    PrintMessages(problems);
+    return manager;
+}
+
+std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
+    if (!options.pathList) {
+        const auto manager = OpenManager(options, Purpose::Read);
+        if (!manager)
+            throw std::runtime_error("the saved search path cannot be used");
+        PrintWarnings(*manager->GetWarnings());
+        return manager->GetSnapshot();
+    }
+    std::vector<AbsoluteIRI> folders;
+    for (const ustring& text : Velmora::PathManagement::SplitVorlanPath(Arg(*options.pathList)))
+        folders.push_back(ToFolderIRI(text));
     ScanReport report;
     auto path = MainSearchPath::Scan(folders, report);
-    for (const auto& problem : report.Problems())
-        Warn(problem.Describe());
+    PrintWarnings(report);
     return path;
+}
+
+std::string DisplayBytes(const AbsoluteIRI& folder) {
+    return ToNative(Velmora::PathManagement::GetStringFromIRI(folder));
 }
 
 std::string NativePathOf(const Velmora::PathManagement::PathItem& item) {
     return ToNative(foundation::storage::vfs::fromAbsoluteIRI(item.GetLocation()) + u"/" +
                     item.GetFileName());
+}
+
+void PrintMessages(const foundation::core::except::Notification& messages) {
+    for (const auto& message : messages)
+        Fail(resource_core::FormatMessageLine(message.Get()));
+}
+
+void PrintWarnings(const ScanReport& report) {
+    for (const auto& problem : report.Problems())
+        Warn(problem.Describe());
 }
 
 void Warn(const std::string& message) {

@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
+#include <foundation/core/except/notification.hpp>
 #include <foundation/storage/vfs/absolute_iri.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
+#include <velmora/searchpath/main_search_path_manager.hpp>
 #include <velmora/text/ustring.hpp>
 
 namespace vpath_cli {
@@ -15,20 +17,46 @@ namespace vpath_cli {
 // Exit statuses of the command.
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitNotFound = 1;  // a name resolved to nothing
+inline constexpr int kExitRefused = 1;   // a change was refused: messages say why, nothing changed
 inline constexpr int kExitUsage = 2;     // bad arguments or an unusable path
 
 // PathOptions: how the user chose the path.
+//
+// The path is the one saved in the path definition file: --pathdef FILE, else the host's default
+// (VPATH_PATHDEF, else $XDG_CONFIG_HOME/vpath/pathdef, else ~/.config/vpath/pathdef). While that
+// file does not exist, the bundled example toolbox is the path. --path gives a path of its own
+// instead, which overrides all of these and cannot be changed.
 struct PathOptions {
-    std::optional<std::string> pathList;  // --path: a path-list text
+    std::optional<std::string> pathList;        // --path: a path-list text
+    std::optional<std::string> pathDefinition;  // --pathdef: the path definition file
 };
 
 // ToFolderIRI: the location of a folder text typed by the user: an IRI as it stands, an absolute
-// path, or a path relative to the current folder.
+// path, or a path relative to the current folder; "." and ".." removed, nothing checked on disk.
 foundation::storage::vfs::AbsoluteIRI ToFolderIRI(const ustring& text);
 
-// LoadPath: scans the path the options choose (the bundled example toolbox by default) and prints
-// scan problems as warnings on standard error.
+// What a command wants of the path.
+enum class Purpose { Read, Change };
+
+// OpenManager: the manager of the saved path (see PathOptions; --path is not taken into account).
+// Prints the messages and returns null when the saved path cannot be read. For a change, throws
+// std::runtime_error when --path was given, whose path cannot be changed, and when there is
+// nowhere to save the path.
+std::unique_ptr<Velmora::SearchPath::MainSearchPathManager> OpenManager(const PathOptions& options,
+                                                                        Purpose purpose);
+
+// LoadPath: scans the path the options choose and prints scan problems as warnings on standard
+// error. Throws std::runtime_error (after printing the messages) when the saved path cannot be
+// read.
 std::shared_ptr<const Velmora::SearchPath::MainSearchPath> LoadPath(const PathOptions& options);
+
+// DisplayBytes: a folder as users read it (its native path for a local folder), as bytes.
+std::string DisplayBytes(const foundation::storage::vfs::AbsoluteIRI& folder);
+
+// PrintMessages: each message on standard error as "vpath: TEXT [ID]".
+void PrintMessages(const foundation::core::except::Notification& messages);
+// PrintWarnings: each problem on standard error as "vpath: warning: ...".
+void PrintWarnings(const Velmora::SearchPath::ScanReport& report);
 
 // NativePathOf: the file's path as bytes for printing, exactly as on disk.
 std::string NativePathOf(const Velmora::PathManagement::PathItem& item);

@@ -18,5 +18,9 @@ struct Command {
 
 Command RegisterWhich(CLI::App& app, const PathOptions& pathOptions);
 Command RegisterLs(CLI::App& app, const PathOptions& pathOptions);
+Command RegisterPath(CLI::App& app, const PathOptions& pathOptions);
+Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions);
+Command RegisterRm(CLI::App& app, const PathOptions& pathOptions);
+Command RegisterSplit(CLI::App& app);
 
 }  // namespace vpath_cli

@@ -18,12 +18,18 @@ int main(int argc, char** argv) {
     app.add_option_function<std::string>(
            "--path", [&](const std::string& text) { pathOptions.pathList = text; },
            "The search path as a path-list text (folders separated by ':' or ';'); "
-           "by default the bundled example toolbox")
+           "overrides the saved path and cannot be changed")
         ->type_name("FOLDERS");
+    app.add_option_function<std::string>(
+           "--pathdef", [&](const std::string& file) { pathOptions.pathDefinition = file; },
+           "The path definition file that keeps the search path; by default $VPATH_PATHDEF, "
+           "else $XDG_CONFIG_HOME/vpath/pathdef, else ~/.config/vpath/pathdef")
+        ->type_name("FILE");
 
     const std::vector<Command> commands = {
-        RegisterWhich(app, pathOptions),
-        RegisterLs(app, pathOptions),
+        RegisterWhich(app, pathOptions), RegisterLs(app, pathOptions),
+        RegisterPath(app, pathOptions),  RegisterAdd(app, pathOptions),
+        RegisterRm(app, pathOptions),    RegisterSplit(app),
     };
 
     try {

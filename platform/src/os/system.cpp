@@ -134,6 +134,69 @@ class RealSystemImpl final : public ISystem {
         ::close(fd);
         return 0;
     }
+
+    int CreateFileExclusive(const std::string& path, int& descriptor) override {
+        const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0)
+            return errno;
+        descriptor = fd;
+        return 0;
+    }
+
+    int WriteAll(int descriptor, std::string_view data) override {
+        while (!data.empty()) {
+            const ssize_t n = ::write(descriptor, data.data(), data.size());
+            if (n < 0) {
+                if (errno == EINTR)
+                    continue;
+                return errno;
+            }
+            data.remove_prefix(static_cast<std::size_t>(n));
+        }
+        return 0;
+    }
+
+    int SyncFile(int descriptor) override { return ::fsync(descriptor) == 0 ? 0 : errno; }
+
+    int CloseFile(int descriptor) override {
+        // Linux gives the descriptor back even when close reports an error, so it is never
+        // retried: another thread may have been handed the same number meanwhile.
+        return ::close(descriptor) == 0 ? 0 : errno;
+    }
+
+    int Rename(const std::string& from, const std::string& to) override {
+        return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+    }
+
+    int RemoveFile(const std::string& path) override {
+        return ::unlink(path.c_str()) == 0 ? 0 : errno;
+    }
+
+    int SyncFolder(const std::string& path) override {
+        const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd < 0)
+            return errno;
+        const int err = ::fsync(fd) == 0 ? 0 : errno;
+        ::close(fd);
+        return err;
+    }
+
+    int MakeFolders(const std::string& path) override {
+        if (path.empty())
+            return ENOENT;
+        // Create each folder from the top down; those that exist already are passed over.
+        for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+            const std::string prefix = path.substr(0, end);
+            if (::mkdir(prefix.c_str(), 0777) != 0 && errno != EEXIST)
+                return errno;
+            if (end == std::string::npos)
+                break;
+        }
+        struct stat st {};
+        if (::stat(path.c_str(), &st) != 0)
+            return errno;
+        return S_ISDIR(st.st_mode) ? 0 : ENOTDIR;
+    }
 };
 
 RealSystemImpl& RealInstance() {

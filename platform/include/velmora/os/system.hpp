@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <velmora/platform/export.hpp>
@@ -57,6 +58,29 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     virtual int CurrentFolder(std::string& out) = 0;
     // ReadFile: the whole content of a file.
     virtual int ReadFile(const std::string& path, std::string& out) = 0;
+
+    // Writing files. A file is written through a descriptor that CreateFileExclusive hands out
+    // and that CloseFile gives back (it is given back even when CloseFile reports an error).
+    //
+    // CreateFileExclusive: creates a new, empty file for writing (mode 0666 less the umask); fails
+    // with EEXIST if anything is at `path` already, a symbolic link included.
+    virtual int CreateFileExclusive(const std::string& path, int& descriptor) = 0;
+    // WriteAll: writes all of `data`, carrying on after short writes and interruptions.
+    virtual int WriteAll(int descriptor, std::string_view data) = 0;
+    // SyncFile: waits until the file's content is on the storage device (fsync).
+    virtual int SyncFile(int descriptor) = 0;
+    // CloseFile: gives the descriptor back.
+    virtual int CloseFile(int descriptor) = 0;
+    // Rename: puts the file `from` at `to` in one step, replacing whatever file was there.
+    virtual int Rename(const std::string& from, const std::string& to) = 0;
+    // RemoveFile: removes the file (not a folder) at `path`.
+    virtual int RemoveFile(const std::string& path) = 0;
+    // SyncFolder: waits until the folder's own entries (names created, renamed, removed) are on
+    // the storage device.
+    virtual int SyncFolder(const std::string& path) = 0;
+    // MakeFolders: creates the folder `path` and any missing folders above it (mode 0777 less the
+    // umask). Succeeds if the folder exists already.
+    virtual int MakeFolders(const std::string& path) = 0;
 };
 
 // System: the seam in force. The real system unless a test has overridden it.

@@ -1,0 +1,127 @@
+#include <velmora/pathmanagement/path_editing.hpp>
+
+#include <boost/unordered/unordered_set.hpp>
+
+#include <velmora/pathmanagement/path_messages.hpp>
+#include <velmora/pathmanagement/path_strings.hpp>
+
+namespace Velmora::PathManagement {
+namespace {
+
+using foundation::core::except::Notification;
+using foundation::storage::vfs::AbsoluteIRI;
+using Velmora::current_working_folder::ICurrentWorkingFolder;
+
+struct IRIHash {
+    std::size_t operator()(const AbsoluteIRI& iri) const noexcept { return iri.hashValue(); }
+};
+
+using IRISet = boost::unordered_set<AbsoluteIRI, IRIHash>;
+
+// A set that starts with one bucket and grows at a load factor of 1, so that a short list costs
+// almost nothing.
+IRISet SmallSet() {
+    IRISet set(1);
+    set.max_load_factor(1.0f);
+    return set;
+}
+
+// Each folder the first time it comes, in input order; `seen` ends holding them all.
+std::vector<AbsoluteIRI> FirstOccurrences(const detail::AnyRangeAdapter<AbsoluteIRI>& folders,
+                                          IRISet& seen) {
+    std::vector<AbsoluteIRI> unique;
+    for (const AbsoluteIRI& folder : folders) {
+        if (seen.insert(folder).second)
+            unique.push_back(folder);
+    }
+    return unique;
+}
+
+// The folders of `current` that are in neither set, in order, in a vector of exactly their size.
+std::vector<AbsoluteIRI> FoldersOutside(const std::vector<AbsoluteIRI>& current,
+                                        const IRISet& first, const IRISet& second) {
+    const auto keep = [&](const AbsoluteIRI& folder) {
+        return !first.contains(folder) && !second.contains(folder);
+    };
+    std::vector<AbsoluteIRI> kept;
+    kept.reserve(static_cast<std::size_t>(std::count_if(current.begin(), current.end(), keep)));
+    std::copy_if(current.begin(), current.end(), std::back_inserter(kept), keep);
+    return kept;
+}
+
+// Hands the new path to the manager. A recursive change is the manager's way of refusing a change
+// made while it tells observers of another; the caller's change is then simply not made.
+template <class Apply>
+void HandOver(Apply apply) {
+    try {
+        apply();
+    } catch (const RecursivePathChangeException&) {
+    }
+}
+
+}  // namespace
+
+Notification AddFoldersToVorlanPath(const detail::AnyRangeAdapter<ustring>& folders,
+                                    const ICurrentWorkingFolder& currentFolder,
+                                    IMainSearchPathManager& manager, Position position) {
+    Notification notification;
+    const auto locations = ConvertUstringRangeToAbsoluteIRIs(folders, currentFolder, notification);
+    if (!notification.empty())
+        return notification;
+    return AddIRIsToVorlanPath(locations, manager, position);
+}
+
+Notification AddIRIsToVorlanPath(const detail::AnyRangeAdapter<AbsoluteIRI>& folders,
+                                 IMainSearchPathManager& manager, Position position) {
+    Notification result;
+    const auto current = manager.GetPathFolderIRIs();
+    IRISet added = SmallSet();
+    std::vector<AbsoluteIRI> block = FirstOccurrences(folders, added);
+    // Folders being added leave their old place: adding a folder that is on the path moves it.
+    std::vector<AbsoluteIRI> path = FoldersOutside(*current, added, IRISet());
+    path.insert(position == Position::Front ? path.begin() : path.end(),
+                std::make_move_iterator(block.begin()), std::make_move_iterator(block.end()));
+    HandOver([&] { manager.ApplyPathAfterAdding(path, result); });
+    return result;
+}
+
+Notification RemoveFoldersFromVorlanPath(const detail::AnyRangeAdapter<ustring>& folders,
+                                         const ICurrentWorkingFolder& currentFolder,
+                                         IMainSearchPathManager& manager) {
+    Notification notification;
+    const auto locations = ConvertUstringRangeToAbsoluteIRIs(folders, currentFolder, notification);
+    if (!notification.empty())
+        return notification;
+    return RemoveIRIsFromVorlanPath(locations, manager);
+}
+
+Notification RemoveIRIsFromVorlanPath(const detail::AnyRangeAdapter<AbsoluteIRI>& folders,
+                                      IMainSearchPathManager& manager) {
+    Notification result;
+    const auto current = manager.GetPathFolderIRIs();
+    const IRISet onPath(current->begin(), current->end());
+    IRISet given = SmallSet();
+    IRISet canonical = SmallSet();
+    for (const AbsoluteIRI& folder : folders) {
+        given.insert(folder);
+        if (onPath.contains(folder))
+            continue;
+        // Not on the path as written: perhaps through another name of the same folder.
+        try {
+            const AbsoluteIRI real = GetCanonicalIRI(folder);
+            canonical.insert(real);
+            if (onPath.contains(real))
+                continue;
+        } catch (...) {
+            // A folder without a canonical form is not on the path in that form either.
+        }
+        result.Add(VORLAN::rmpath::DirNotFound(GetStringFromIRI(folder)));
+    }
+    if (!result.empty())
+        return result;
+    const std::vector<AbsoluteIRI> path = FoldersOutside(*current, given, canonical);
+    HandOver([&] { manager.ApplyPathAfterRemoving(path, result); });
+    return result;
+}
+
+}  // namespace Velmora::PathManagement

@@ -1,0 +1,289 @@
+#include <velmora/searchpath/main_search_path_manager.hpp>
+
+#include <exception>
+#include <utility>
+
+#include <boost/unordered/unordered_flat_set.hpp>
+
+#include <foundation/storage/vfs/exceptions.hpp>
+#include <foundation/storage/vfs/iri_conversion.hpp>
+#include <velmora/os/system.hpp>
+
+namespace Velmora::SearchPath {
+namespace {
+
+using foundation::core::except::Notification;
+using foundation::storage::vfs::AbsoluteIRI;
+using PathManagement::PathChange;
+using PathManagement::PathChangeKind;
+using VorlanComponents::ComponentIdentifier;
+using FolderList = std::vector<AbsoluteIRI>;
+using FolderSet = boost::unordered_flat_set<AbsoluteIRI>;
+
+FolderList FirstOccurrences(const PathManagement::IMainSearchPathManager::FolderRange& range) {
+    FolderList folders;
+    FolderSet seen;
+    for (const AbsoluteIRI& folder : range) {
+        if (seen.insert(folder).second)
+            folders.push_back(folder);
+    }
+    return folders;
+}
+
+ustring DisplayText(const AbsoluteIRI& folder) {
+    try {
+        return foundation::storage::vfs::fromAbsoluteIRI(folder);
+    } catch (const foundation::storage::vfs::Exception&) {
+        return folder.toString();
+    }
+}
+
+// The message for a folder that cannot go on the path; none for a problem that is no reason to
+// refuse it.
+std::optional<resource_core::MessageRecord> MessageFor(const ScanProblem& problem) {
+    const ustring folder = DisplayText(problem.location);
+    switch (problem.kind) {
+        case ScanProblem::Kind::Missing:
+            return VELMORA::searchpath::folderMissing(folder);
+        case ScanProblem::Kind::NotAFolder:
+            return VELMORA::searchpath::notAFolder(folder);
+        case ScanProblem::Kind::Unreadable:
+            return VELMORA::searchpath::folderUnreadable(folder,
+                                                         os::ErrorText(problem.errorNumber));
+        case ScanProblem::Kind::SymlinkLoop:
+            return VELMORA::searchpath::folderLoops(folder);
+        case ScanProblem::Kind::Duplicate:
+            break;
+    }
+    return std::nullopt;
+}
+
+// A package is on the path when it has folders for the path and all of them are on it.
+std::vector<ComponentIdentifier> PackagesOn(const PackageRegistry::IPackageRegistry& registry,
+                                            const FolderList& folders) {
+    const FolderSet onPath(folders.begin(), folders.end());
+    std::vector<ComponentIdentifier> packages;
+    for (const auto& package : registry.GetPackages()) {
+        bool any = false;
+        bool all = true;
+        for (const auto& record : *package->GetFolders()) {
+            if (record.tags.contains(PackageRegistry::kSearchPathTag)) {
+                any = true;
+                all = all && onPath.contains(record.folder);
+            }
+        }
+        if (any && all)
+            packages.push_back(package->GetIdentifier());
+    }
+    return packages;
+}
+
+bool SameEntries(const MainSearchPath& a, const MainSearchPath& b) {
+    return a.GetFolderEntries() == b.GetFolderEntries();
+}
+
+}  // namespace
+
+struct MainSearchPathManager::State {
+    std::shared_ptr<const FolderList> folders;
+    std::shared_ptr<const MainSearchPath> path;
+    std::shared_ptr<const std::vector<ComponentIdentifier>> packages;
+    std::shared_ptr<const ScanReport> warnings;
+};
+
+std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options options,
+                                                                   Notification& problems) {
+    FolderList folders;
+    bool saved = false;
+    if (options.pathDefinition) {
+        auto contents = options.pathDefinition->Load(problems);
+        if (contents.outcome == PathDefinitionFile::Outcome::Failed)
+            return nullptr;
+        saved = contents.outcome == PathDefinitionFile::Outcome::Loaded;
+        folders = std::move(contents.folders);
+    }
+    if (!saved && options.defaultFolders)
+        folders = options.defaultFolders();
+    return std::make_unique<MainSearchPathManager>(folders, std::move(options));
+}
+
+MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options options)
+    : m_options(std::move(options)) {
+    auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
+    ScanReport report;
+    auto path = MainSearchPath::Scan(*unique, report, &m_cache);
+    m_cache.Retain(path->GetFolderEntries());
+    m_state = MakeState(std::move(unique), std::move(path), std::move(report));
+}
+
+MainSearchPathManager::~MainSearchPathManager() = default;
+
+void MainSearchPathManager::ApplyPathAfterAdding(const FolderRange& newPath,
+                                                 Notification& notification) {
+    RefuseRecursiveChange();
+    Change(PathChangeKind::Added, FirstOccurrences(newPath), notification);
+}
+
+void MainSearchPathManager::ApplyPathAfterRemoving(const FolderRange& newPath,
+                                                   Notification& notification) {
+    RefuseRecursiveChange();
+    Change(PathChangeKind::Removed, FirstOccurrences(newPath), notification);
+}
+
+void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
+                                   Notification& notification) {
+    std::unique_lock lock(m_changeMutex);
+    const auto old = CurrentState();
+    if (folders == *old->folders)
+        return;
+
+    FolderSet added;
+    {
+        const FolderSet before(old->folders->begin(), old->folders->end());
+        for (const auto& folder : folders) {
+            if (!before.contains(folder))
+                added.insert(folder);
+        }
+    }
+    ScanReport report;
+    auto path = MainSearchPath::Scan(folders, report, &m_cache);
+    ScanReport warnings;
+    bool refused = false;
+    for (const auto& problem : report.Problems()) {
+        const auto message = added.contains(problem.location) ? MessageFor(problem) : std::nullopt;
+        if (message) {
+            notification.Add(*message);
+            refused = true;
+        } else {
+            warnings.Add(problem);
+        }
+    }
+    if (refused)
+        return;
+    if (m_options.pathDefinition && !m_options.pathDefinition->Save(folders, notification))
+        return;
+    m_cache.Retain(path->GetFolderEntries());
+    Publish(kind, MakeState(std::make_shared<const FolderList>(std::move(folders)), std::move(path),
+                            std::move(warnings)));
+}
+
+void MainSearchPathManager::Refresh() {
+    RefuseRecursiveChange();
+    std::unique_lock lock(m_changeMutex);
+    const auto old = CurrentState();
+    ScanReport report;
+    auto path = MainSearchPath::Scan(*old->folders, report, &m_cache);
+    if (SameEntries(*path, *old->path))
+        return;
+    m_cache.Retain(path->GetFolderEntries());
+    Publish(PathChangeKind::Refreshed, MakeState(old->folders, std::move(path), std::move(report)));
+}
+
+std::shared_ptr<const MainSearchPathManager::State> MainSearchPathManager::MakeState(
+    std::shared_ptr<const FolderList> folders, std::shared_ptr<const MainSearchPath> path,
+    ScanReport warnings) const {
+    auto packages = std::make_shared<const std::vector<ComponentIdentifier>>(
+        m_options.packages ? PackagesOn(*m_options.packages, *folders)
+                           : std::vector<ComponentIdentifier>{});
+    return std::make_shared<const State>(
+        State{std::move(folders), std::move(path), std::move(packages),
+              std::make_shared<const ScanReport>(std::move(warnings))});
+}
+
+// Called with the change mutex held, so that observers learn of changes one at a time and in the
+// order they were made.
+void MainSearchPathManager::Publish(PathChangeKind kind, std::shared_ptr<const State> state) {
+    std::shared_ptr<const State> old;
+    {
+        std::lock_guard lock(m_stateMutex);
+        old = std::exchange(m_state, state);
+    }
+    std::vector<PathManagement::PathChangeObserver> observers;
+    {
+        std::lock_guard lock(m_observersMutex);
+        observers.reserve(m_observers.size());
+        for (const auto& [id, observer] : m_observers)
+            observers.push_back(observer);
+    }
+    if (observers.empty())
+        return;
+    const PathChange change{kind, old->path, state->path};
+    std::exception_ptr failure;
+    m_notifyingThread.store(std::this_thread::get_id());
+    // Every observer hears of the change, even when one before it throws; the first exception is
+    // passed on afterwards (the change stays made).
+    for (const auto& observer : observers) {
+        try {
+            observer(change);
+        } catch (...) {
+            if (!failure)
+                failure = std::current_exception();
+        }
+    }
+    m_notifyingThread.store(std::thread::id());
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+std::shared_ptr<const MainSearchPathManager::State> MainSearchPathManager::CurrentState() const {
+    std::lock_guard lock(m_stateMutex);
+    return m_state;
+}
+
+void MainSearchPathManager::RefuseRecursiveChange() const {
+    if (m_notifyingThread.load() == std::this_thread::get_id())
+        throw PathManagement::RecursivePathChangeException();
+}
+
+std::shared_ptr<const PathManagement::IPath> MainSearchPathManager::GetPath() const {
+    return CurrentState()->path;
+}
+
+std::shared_ptr<const MainSearchPath> MainSearchPathManager::GetSnapshot() const {
+    return CurrentState()->path;
+}
+
+std::shared_ptr<const std::vector<ComponentIdentifier>> MainSearchPathManager::GetPackagesOnPath()
+    const {
+    return CurrentState()->packages;
+}
+
+std::shared_ptr<const MainSearchPathManager::FolderList> MainSearchPathManager::GetPathFolderIRIs()
+    const {
+    return CurrentState()->folders;
+}
+
+std::shared_ptr<const ScanReport> MainSearchPathManager::GetWarnings() const {
+    return CurrentState()->warnings;
+}
+
+std::uint64_t MainSearchPathManager::AddPathChangeObserver(
+    PathManagement::PathChangeObserver observer) {
+    std::lock_guard lock(m_observersMutex);
+    const std::uint64_t id = m_nextObserver++;
+    m_observers.emplace(id, std::move(observer));
+    return id;
+}
+
+void MainSearchPathManager::RemovePathChangeObserver(std::uint64_t id) {
+    std::lock_guard lock(m_observersMutex);
+    m_observers.erase(id);
+}
+
+}  // namespace Velmora::SearchPath
+
+namespace VELMORA::searchpath {
+
+folderMissing::folderMissing(const ustring& folder)
+    : MessageRecord("VELMORA:searchpath", "folderMissing", {folder}) {}
+
+notAFolder::notAFolder(const ustring& folder)
+    : MessageRecord("VELMORA:searchpath", "notAFolder", {folder}) {}
+
+folderUnreadable::folderUnreadable(const ustring& folder, const std::string& reason)
+    : MessageRecord("VELMORA:searchpath", "folderUnreadable", {folder, reason}) {}
+
+folderLoops::folderLoops(const ustring& folder)
+    : MessageRecord("VELMORA:searchpath", "folderLoops", {folder}) {}
+
+}  // namespace VELMORA::searchpath
