@@ -1,10 +1,12 @@
 """The vpath command as users run it: outputs, exit statuses and file names as bytes."""
 
 import argparse
+import json
 import os
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 VPATH = None
@@ -149,16 +151,19 @@ class PathCommands(unittest.TestCase):
         a, b = self.folder(b"a"), self.folder(b"b")
         with open(os.path.join(a, b"f.vl"), "wb"):
             pass
-        self.assertEqual(self.vpath("add", "a"), (0, b"", b""))
+        # What the change did is printed, folder by folder.
+        self.assertEqual(self.vpath("add", "a"), (0, b"added " + a + b"\n", b""))
         toolbox = [example(name) for name in TOOLBOX]
         self.assertEqual(self.listed(), [a] + toolbox)
         self.assertEqual(self.saved(), HEADER + b"".join(p + b"\n" for p in [a] + toolbox))
         # Re-adding moves a folder; repeats count once.
-        self.assertEqual(self.vpath("add", "--end", "b", "a", "b/"), (0, b"", b""))
+        self.assertEqual(self.vpath("add", "--end", "b", "a", "b/"),
+                         (0, b"added " + b + b"\nmoved " + a + b"\n", b""))
         self.assertEqual(self.listed(), toolbox + [b, a])
         # which looks on the saved path.
         self.assertEqual(self.vpath("which", "f"), (0, os.path.join(a, b"f.vl") + b"\n", b""))
-        self.assertEqual(self.vpath("rm", a, "b"), (0, b"", b""))
+        self.assertEqual(self.vpath("rm", a, "b"),
+                         (0, b"removed " + a + b"\nremoved " + b + b"\n", b""))
         self.assertEqual(self.listed(), toolbox)
 
     def test_any_message_means_nothing_changed(self):
@@ -179,12 +184,12 @@ class PathCommands(unittest.TestCase):
         real = self.folder(b"real")
         os.symlink(real, os.path.join(self.root, b"link"))
         self.assertEqual(self.vpath("add", "real")[0], 0)
-        self.assertEqual(self.vpath("rm", "link"), (0, b"", b""))
+        self.assertEqual(self.vpath("rm", "link"), (0, b"removed " + real + b"\n", b""))
         self.assertNotIn(real, self.listed())
 
     def test_names_that_are_not_utf8_are_added_and_listed_as_bytes(self):
         odd = self.folder(b"d\xff/caf\xe9")
-        self.assertEqual(self.vpath("add", b"d\xff/caf\xe9"), (0, b"", b""))
+        self.assertEqual(self.vpath("add", b"d\xff/caf\xe9"), (0, b"added " + odd + b"\n", b""))
         self.assertEqual(self.listed()[0], odd)
         self.assertEqual(self.saved().splitlines()[1], odd)
 
@@ -226,6 +231,52 @@ class PathCommands(unittest.TestCase):
         self.assertEqual(self.vpath("--path", "a:/x/../b", "path"),
                          (0, a + b"\n/b\n", b""))
         self.assertEqual(self.vpath("--path", "a", "add", "a")[0], 2)
+
+    def test_a_folder_that_vanished_can_still_be_taken_off(self):
+        gone = self.folder(b"gone")
+        self.assertEqual(self.vpath("add", "gone")[0], 0)
+        os.rmdir(gone)
+        status, out, err = self.vpath("rm", "gone")
+        self.assertEqual(status, 0, err)
+        self.assertNotIn(gone, self.listed())
+        # A folder that is neither on disk nor on the path is still an error.
+        self.assertEqual(self.vpath("rm", "never")[0], 1)
+
+    def test_diff_compares_two_saved_paths(self):
+        a, b, c = self.folder(b"a"), self.folder(b"b"), self.folder(b"c")
+        old, new = os.path.join(self.root, b"old"), os.path.join(self.root, b"new")
+        with open(old, "wb") as f:
+            f.write(a + b"\n" + b + b"\n" + c + b"\n")
+        with open(new, "wb") as f:
+            f.write(c + b"\n" + a + b"\n" + self.folder(b"d") + b"\n")
+        status, out, err = self.vpath("diff", old, new)
+        self.assertEqual((status, err), (1, b""))
+        # Of a and c, which swapped, one is reported moved: the longest order kept decides.
+        self.assertEqual(out, b"added " + os.path.join(self.root, b"d") + b"\nremoved " + b +
+                         b"\nmoved " + a + b"\n")
+        status, out, _ = self.vpath("diff", "--json", old, new)
+        self.assertEqual(json.loads(out), {
+            "added": [{"path": os.fsdecode(os.path.join(self.root, b"d")),
+                       "iri": "file://" + os.fsdecode(os.path.join(self.root, b"d"))}],
+            "removed": [{"path": os.fsdecode(b), "iri": "file://" + os.fsdecode(b)}],
+            "moved": [{"path": os.fsdecode(a), "iri": "file://" + os.fsdecode(a)}],
+            "refreshed": []})
+        # The same path twice: no difference, status 0; a missing file is trouble, status 2.
+        self.assertEqual(self.vpath("diff", old, old), (0, b"", b""))
+        self.assertEqual(self.vpath("diff", old, b"nowhere")[0], 2)
+
+    def test_watch_reports_folders_that_change_on_disk(self):
+        a = self.folder(b"a")
+        self.assertEqual(self.vpath("add", "a")[0], 0)
+        argv = [VPATH, "watch", "--interval", "0.2", "--count", "15"]
+        watcher = subprocess.Popen(argv, cwd=self.root, env=self.env, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE)
+        time.sleep(1.0)
+        with open(os.path.join(a, b"new.vl"), "wb"):
+            pass
+        out, err = watcher.communicate(timeout=120)
+        self.assertEqual((watcher.returncode, err), (0, b""))
+        self.assertEqual(out, b"refreshed " + a + b"\n")
 
     def saved_at(self, path):
         with open(path, "rb") as f:

@@ -42,7 +42,7 @@ class Batch(unittest.TestCase):
         import subprocess
         done = subprocess.run([cli_test.VPATH, "which", "--batch"],
                               input=b"area\nnope\r\nshapes/circle\n", capture_output=True,
-                              timeout=120)
+                              timeout=120, env=cli_test.UNSAVED_ENV)
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stdout.split(b"\n"), [
             example("geometry", "area.vl"), b"", example("geometry", "+shapes", "circle.vl"), b""])
@@ -81,4 +81,8 @@ if __name__ == "__main__":
     args, rest = parser.parse_known_args()
     cli_test.VPATH = args.vpath
     cli_test.EXAMPLES = os.path.realpath(args.examples)
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    # As in cli_test: the example toolbox is the path, whatever the user running the tests saved.
+    with tempfile.TemporaryDirectory() as unsaved:
+        cli_test.UNSAVED_ENV = dict(os.environ,
+                                    VPATH_PATHDEF=os.path.join(unsaved, "never", "pathdef"))
+        unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)

@@ -22,5 +22,7 @@ Command RegisterPath(CLI::App& app, const PathOptions& pathOptions);
 Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions);
 Command RegisterRm(CLI::App& app, const PathOptions& pathOptions);
 Command RegisterSplit(CLI::App& app);
+Command RegisterDiff(CLI::App& app);
+Command RegisterWatch(CLI::App& app, const PathOptions& pathOptions);
 
 }  // namespace vpath_cli

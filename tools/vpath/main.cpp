@@ -27,9 +27,14 @@ int main(int argc, char** argv) {
         ->type_name("FILE");
 
     const std::vector<Command> commands = {
-        RegisterWhich(app, pathOptions), RegisterLs(app, pathOptions),
-        RegisterPath(app, pathOptions),  RegisterAdd(app, pathOptions),
-        RegisterRm(app, pathOptions),    RegisterSplit(app),
+        RegisterWhich(app, pathOptions),
+        RegisterLs(app, pathOptions),
+        RegisterPath(app, pathOptions),
+        RegisterAdd(app, pathOptions),
+        RegisterRm(app, pathOptions),
+        RegisterSplit(app),
+        RegisterDiff(app),
+        RegisterWatch(app, pathOptions),
     };
 
     try {

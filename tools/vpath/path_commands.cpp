@@ -1,6 +1,7 @@
 // vpath path, add, rm and split: showing and changing the saved search path, and cutting a
 // path-list text.
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -9,7 +10,9 @@
 #include <velmora/cwf/current_working_folder.hpp>
 #include <velmora/pathmanagement/path_editing.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
+#include <velmora/searchpath/path_change_report.hpp>
 
+#include "change_report.hpp"
 #include "commands.hpp"
 
 namespace vpath_cli {
@@ -50,12 +53,16 @@ int RunPath(const PathOptions& pathOptions) {
     return kExitOk;
 }
 
-// Runs a change of the saved path; any message means that nothing changed.
+// Runs a change of the saved path and prints what it did; any message means that nothing changed.
 template <class Edit>
 int RunChange(const PathOptions& pathOptions, Edit edit) {
     const auto manager = OpenManager(pathOptions, Purpose::Change);
     if (!manager)
         return kExitRefused;
+    manager->AddPathChangeObserver([](const PathChange& change) {
+        PrintChangeReport(Velmora::SearchPath::ComparePaths(*change.before, *change.after),
+                          *change.after, false);
+    });
     const Velmora::current_working_folder::CurrentWorkingFolder currentFolder;
     const auto messages = edit(currentFolder, *manager);
     if (!messages.empty()) {
@@ -64,6 +71,33 @@ int RunChange(const PathOptions& pathOptions, Edit edit) {
     }
     PrintWarnings(*manager->GetWarnings());
     return kExitOk;
+}
+
+// Removes folders given as texts. A folder that has vanished from disk cannot be made absolute by
+// the current folder (which asks the disk), yet it is still on the path and must come off it: when
+// the only complaints are of folders that do not exist, and each of them, taken as written, is on
+// the path, the folders are removed by location instead.
+foundation::core::except::Notification RemoveFolders(
+    const std::vector<ustring>& texts,
+    const Velmora::current_working_folder::CurrentWorkingFolder& currentFolder,
+    IMainSearchPathManager& manager) {
+    auto messages = RemoveFoldersFromVorlanPath(texts, currentFolder, manager);
+    if (messages.empty())
+        return messages;
+    const auto onPath = manager.GetPathFolderIRIs();
+    std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
+    for (const ustring& text : texts)
+        locations.push_back(currentFolder.resolve(text));
+    for (const auto& message : messages) {
+        if (message->GetMessageID() != "VORLAN:vpath:nameNonexistentOrNotADirectory")
+            return messages;
+        const auto& folder = std::get<ustring>(message->GetArguments().front());
+        if (std::find(onPath->begin(), onPath->end(), currentFolder.resolve(folder)) ==
+            onPath->end()) {
+            return messages;
+        }
+    }
+    return RemoveIRIsFromVorlanPath(locations, manager);
 }
 
 int RunSplit(const std::string& text) {
@@ -100,8 +134,7 @@ Command RegisterRm(CLI::App& app, const PathOptions& pathOptions) {
     rm->add_option("folders", arguments->folders, "Folders to take off")->required();
     return {rm, [arguments, &pathOptions] {
                 return RunChange(pathOptions, [&](const auto& currentFolder, auto& manager) {
-                    return RemoveFoldersFromVorlanPath(Texts(arguments->folders), currentFolder,
-                                                       manager);
+                    return RemoveFolders(Texts(arguments->folders), currentFolder, manager);
                 });
             }};
 }

@@ -1,0 +1,76 @@
+// What a change of the path did, from two states that share their unchanged entries.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <velmora/searchpath/main_search_path.hpp>
+#include <velmora/searchpath/path_change_report.hpp>
+
+#include "support/temp_tree.hpp"
+
+namespace {
+
+using namespace Velmora::SearchPath;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class PathChangeReportTest : public vpath_test::TempTreeTest {
+  protected:
+    void SetUp() override {
+        for (const char* f : {"a/f.vl", "a/private/p.vl", "b/g.vl", "c/h.vl", "d/k.vl"})
+            tree.File(f);
+    }
+    // Scans the folders, sharing entries with earlier scans as the manager does.
+    std::shared_ptr<const MainSearchPath> Scan(const std::vector<std::string>& folders) {
+        std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
+        for (const auto& f : folders)
+            locations.push_back(tree.IRI(f));
+        ScanReport report;
+        auto path = MainSearchPath::Scan(locations, report, &cache);
+        cache.Retain(path->GetFolderEntries());
+        return path;
+    }
+    std::vector<std::string> Names(const Velmora::PathManagement::SharedPathEntryVector& entries) {
+        std::vector<std::string> out;
+        const auto root = tree.IRI().toString();
+        for (const auto& e : *entries) {
+            out.push_back(
+                Velmora::text::ToNative(e->GetAbsoluteIRI().toString().substr(root.size() + 1)));
+        }
+        return out;
+    }
+    EntryCache cache;
+};
+
+TEST_F(PathChangeReportTest, ReportsAddedRemovedMovedAndRefreshedFolders) {
+    const auto before = Scan({"a", "b", "c"});
+    {
+        // Nothing changed: nothing to report.
+        EXPECT_TRUE(ComparePaths(*before, *Scan({"a", "b", "c"})).empty());
+    }
+    {
+        // A folder added, another taken off with its private folder; of b and c, which swapped,
+        // one is reported moved (the longest order kept decides which).
+        const auto after = Scan({"c", "d", "b"});
+        const auto report = ComparePaths(*before, *after);
+        EXPECT_THAT(Names(report.added), ElementsAre("d"));
+        EXPECT_THAT(Names(report.removed), ElementsAre("a", "a/private"));
+        EXPECT_THAT(Names(report.reordered), ElementsAre("b"));
+        EXPECT_THAT(Names(report.refreshedAfter), IsEmpty());
+    }
+    {
+        // A file added in a folder's private folder: the folder and its private folder are read
+        // anew; the untouched folders are not.
+        tree.File("a/private/q.vl");
+        const auto after = Scan({"a", "b", "c"});
+        const auto report = ComparePaths(*before, *after);
+        EXPECT_THAT(Names(report.refreshedBefore), ElementsAre("a", "a/private"));
+        EXPECT_THAT(Names(report.refreshedAfter), ElementsAre("a", "a/private"));
+        EXPECT_NE((*report.refreshedAfter)[0], (*report.refreshedBefore)[0]);
+        EXPECT_THAT(Names(report.added), IsEmpty());
+        EXPECT_THAT(Names(report.removed), IsEmpty());
+        EXPECT_THAT(Names(report.reordered), IsEmpty());
+    }
+}
+
+}  // namespace

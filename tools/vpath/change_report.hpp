@@ -1,0 +1,16 @@
+#pragma once
+// Printing what a change of the search path did.
+
+#include <velmora/pathinterfaces/ipath.hpp>
+#include <velmora/searchpath/path_change_report.hpp>
+
+namespace vpath_cli {
+
+// PrintChangeReport: one line per changed folder on standard output, as "added PATH",
+// "removed PATH", "moved PATH" and "refreshed PATH" (the folder read anew because its contents
+// changed); with `json`, one JSON object instead (see the README). Moved folders are listed in
+// their order on `after`.
+void PrintChangeReport(const Velmora::SearchPath::PathChangeReport& report,
+                       const Velmora::PathManagement::IPath& after, bool json);
+
+}  // namespace vpath_cli
