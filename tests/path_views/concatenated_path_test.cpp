@@ -1,8 +1,6 @@
 // ConcatenatedPath: several paths answered in order as one.
 
-#include <atomic>
 #include <stdexcept>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -167,30 +165,6 @@ TEST(ConcatenatedPath, MainEntriesAreCachedOnceAndFrozen) {
         EXPECT_THAT(Names(*path.GetMainEntries()), ElementsAre("a", "b"));
         EXPECT_THAT(Walk(path), ElementsAre("a", "late", "b"));
         EXPECT_EQ(FirstHolder(path, u"f"), "late");
-    }
-}
-
-TEST(ConcatenatedPath, ConcurrentFirstCallsFillTheCacheOnce) {
-    for (int round = 0; round < 20; ++round) {
-        const auto sub = FakePath::Make({Entry("a"), Entry("b")});
-        const ConcatenatedPath path(sub, sub);
-        std::atomic<bool> go{false};
-        std::vector<SharedPathEntryVector> seen(4);
-        std::vector<std::thread> threads;
-        for (std::size_t i = 0; i < seen.size(); ++i) {
-            threads.emplace_back([&, i] {
-                while (!go.load()) {
-                }
-                seen[i] = path.GetMainEntries();
-            });
-        }
-        go.store(true);
-        for (auto& t : threads)
-            t.join();
-        for (const auto& s : seen)
-            EXPECT_EQ(s, seen[0]);
-        EXPECT_EQ(seen[0]->size(), 4u);
-        EXPECT_EQ(sub->MainEntriesCalls(), 2);  // once per occurrence of the sub-path
     }
 }
 

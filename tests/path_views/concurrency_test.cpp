@@ -61,6 +61,8 @@ TEST(ViewConcurrency, FirstCallsOfGetMainEntriesRaceToOneFill) {
                 EXPECT_EQ(s, seen[0]);
             EXPECT_EQ(seen[0]->size(), expected[v]);
         }
+        // One fill for all threads: the sub-path was asked once per occurrence in each view.
+        EXPECT_EQ(sub->MainEntriesCalls(), 2 + 2 + 1);
     }
 }
 

@@ -65,7 +65,6 @@ TEST(DeduplicatedPath, ShowsEachFolderOnceAtItsFirstPosition) {
     {
         // The first match is the first occurrence already.
         EXPECT_EQ(FirstHolder(path, u"g"), "shared");
-        const Velmora::PathManagement::detail::SearchTarget target(u"g", kVl);
     }
 }
 

@@ -24,23 +24,6 @@ using vpath_test::TwoFolderPath;
 
 using MainSearchPathTest = TwoFolderPath;
 
-// Where `name` resolves in `scope`, as a path relative to the tree; "" when nowhere.
-#define EXPECT_RESOLVES(scope, name, exts, policy, expected)                                       \
-    do {                                                                                           \
-        const ustring n_ = name;                                                                   \
-        const auto t_ = CreateSearchTargetWithExtensionInFilenamePreferred(n_, exts);              \
-        const auto hit_ = path->FindFirstInScope(SearchScope(scope), t_, policy);                  \
-        const std::string got_ =                                                                   \
-            hit_ ? Velmora::text::ToNative(hit_->GetPathItem()->GetAbsoluteIRI().getPath())        \
-                 : std::string();                                                                  \
-        const std::string want_ =                                                                  \
-            std::string(expected).empty() ? std::string() : tree.Path(expected).native();          \
-        EXPECT_EQ(got_, want_) << Velmora::text::ToNative(n_);                                     \
-        if (hit_) {                                                                                \
-            EXPECT_EQ(hit_->GetPathItem()->GetLocation(), hit_->GetPathEntry()->GetAbsoluteIRI()); \
-        }                                                                                          \
-    } while (0)
-
 std::vector<ustring> Locations(const PathEntryVector& entries, const vpath_test::TempTree& tree) {
     std::vector<ustring> out;
     const auto root = tree.IRI().toString();
@@ -49,71 +32,58 @@ std::vector<ustring> Locations(const PathEntryVector& entries, const vpath_test:
     return out;
 }
 
-TEST_F(MainSearchPathTest, FirstMatchInPathOrder) {
-    const auto policy = FilenameMatchingPolicy::PlatformDefault;
-    {
-        // Path order beats extension preference: the earlier folder's .vl wins over a later .vlx.
-        EXPECT_RESOLVES(kPrimary, u"area", languageExtensions, policy, "one/area.vl");
-        EXPECT_RESOLVES(kPrimary, u"shared", languageExtensions, policy, "one/shared.vl");
-        EXPECT_RESOLVES(kPrimary, u"only", languageExtensions, policy, "two/only.vl");
-    }
-    {
-        // A name's own extension narrows the search to that extension.
-        EXPECT_RESOLVES(kPrimary, u"area.vlx", languageExtensions, policy, "two/area.vlx");
-        EXPECT_RESOLVES(kPrimary, u"Readme", std::vector<ustring>{}, policy, "two/Readme");
-    }
-    {
-        // Misses are empty answers.
-        EXPECT_RESOLVES(kPrimary, u"absent", languageExtensions, policy, "");
-        EXPECT_RESOLVES(kPrimary, u"area.m", languageExtensions, policy, "");
-        EXPECT_RESOLVES(kPrimary, u"", languageExtensions, policy, "");
-    }
+// Where `name` resolves in `scope`, relative to the tree; "" when nowhere.
+std::string Resolve(const MainSearchPath& path, const vpath_test::TempTree& tree, SearchScope scope,
+                    const ustring& name, const std::vector<ustring>& exts,
+                    FilenameMatchingPolicy policy = FilenameMatchingPolicy::PlatformDefault) {
+    const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
+    const auto hit = path.FindFirstInScope(scope, target, policy);
+    if (!hit)
+        return "";
+    // The item lives in the folder of the entry that the answer names.
+    EXPECT_EQ(hit->GetPathItem()->GetLocation(), hit->GetPathEntry()->GetAbsoluteIRI());
+    const auto native = Velmora::text::ToNative(hit->GetPathItem()->GetAbsoluteIRI().getPath());
+    return native.substr(tree.Root().native().size() + 1);
 }
 
-TEST_F(MainSearchPathTest, ScopeDecidesWhichEntriesAreSearched) {
-    const auto policy = FilenameMatchingPolicy::PlatformDefault;
+TEST_F(MainSearchPathTest, ResolvesInPathOrderWithinTheScope) {
     const std::uint32_t privateOnly[] = {3};
     const std::uint32_t resourcesOnly[] = {5};
-    {
-        // Private folders are searched only when the scope names them.
-        EXPECT_RESOLVES(kPrimary, u"secret", languageExtensions, policy, "");
-        EXPECT_RESOLVES(privateOnly, u"secret", languageExtensions, policy,
-                        "one/private/secret.vl");
-        EXPECT_RESOLVES(privateOnly, u"area", languageExtensions, policy, "one/private/area.vl");
-    }
-    {
-        // Resources folders are never searched by name.
-        EXPECT_RESOLVES(resourcesOnly, u"area", languageExtensions, policy, "");
-    }
-    {
-        // An empty scope finds nothing.
-        EXPECT_RESOLVES(SearchScope(), u"area", languageExtensions, policy, "");
-    }
-}
-
-TEST_F(MainSearchPathTest, QualifiedNamesFindFilesInSpecialFolders) {
-    const auto policy = FilenameMatchingPolicy::PlatformDefault;
-    {
-        // A package may be named with or without its "+".
-        EXPECT_RESOLVES(kFull, u"+pkg/f", languageExtensions, policy, "one/+pkg/f.vl");
-        EXPECT_RESOLVES(kFull, u"pkg/f", languageExtensions, policy, "one/+pkg/f.vl");
-        EXPECT_RESOLVES(kFull, u"pkg/@Cls/Cls", languageExtensions, policy, "one/+pkg/@Cls/Cls.vl");
-        EXPECT_RESOLVES(kFull, u"pkg/Cls/Cls", languageExtensions, policy, "one/+pkg/@Cls/Cls.vl");
-    }
-    {
-        // Every enclosing package must be named: inner/g is not pkg/inner/g.
-        EXPECT_RESOLVES(kFull, u"@Cls/Cls", languageExtensions, policy, "");
-        EXPECT_RESOLVES(kFull, u"pkg/inner/g", languageExtensions, policy, "one/+pkg/+inner/g.vl");
-        EXPECT_RESOLVES(kFull, u"inner/g", languageExtensions, policy, "");
-    }
-    {
+    const std::vector<ustring> none;
+    struct Case {
+        SearchScope scope;
+        ustring name;
+        const std::vector<ustring>& exts;
+        std::string expected;
+    };
+    const Case cases[] = {
+        // Path order beats extension preference: the earlier folder's .vl wins over a later .vlx.
+        {kPrimary, u"area", languageExtensions, "one/area.vl"},
+        {kPrimary, u"only", languageExtensions, "two/only.vl"},
+        // A name's own extension narrows the search to it; no list looks for the exact name.
+        {kPrimary, u"area.vlx", languageExtensions, "two/area.vlx"},
+        {kPrimary, u"Readme", none, "two/Readme"},
+        {kPrimary, u"area.m", languageExtensions, ""},
+        {kPrimary, u"", languageExtensions, ""},
+        // Private folders only when the scope names them; resources folders never by name.
+        {kPrimary, u"secret", languageExtensions, ""},
+        {privateOnly, u"area", languageExtensions, "one/private/area.vl"},
+        {resourcesOnly, u"area", languageExtensions, ""},
+        {SearchScope(), u"area", languageExtensions, ""},
+        // A package may be named with or without its "+", and every enclosing package must be.
+        {kFull, u"+pkg/f", languageExtensions, "one/+pkg/f.vl"},
+        {kFull, u"pkg/Cls/Cls", languageExtensions, "one/+pkg/@Cls/Cls.vl"},
+        {kFull, u"pkg/inner/g", languageExtensions, "one/+pkg/+inner/g.vl"},
+        {kFull, u"inner/g", languageExtensions, ""},
+        {kFull, u"@Cls/Cls", languageExtensions, ""},
         // An ordinary folder name selects that main entry.
-        EXPECT_RESOLVES(kFull, u"two/area", languageExtensions, policy, "two/area.vlx");
-        EXPECT_RESOLVES(kFull, u"one/only", languageExtensions, policy, "");
-    }
-    {
-        // Outside the scope of package entries the qualified name finds nothing.
-        EXPECT_RESOLVES(kPrimary, u"pkg/f", languageExtensions, policy, "");
+        {kFull, u"two/area", languageExtensions, "two/area.vlx"},
+        {kFull, u"one/only", languageExtensions, ""},
+        {kPrimary, u"pkg/f", languageExtensions, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(Velmora::text::ToNative(c.name));
+        EXPECT_EQ(Resolve(*path, tree, c.scope, c.name, c.exts), c.expected);
     }
 }
 
@@ -122,21 +92,17 @@ TEST_F(MainSearchPathTest, IgnoreCasePrefersTheExactSpelling) {
     tree.File("case/area.vl");
     ScanReport report;
     path = MainSearchPath::Scan({tree.IRI("case")}, report);
-    {
-        EXPECT_RESOLVES(kPrimary, u"area", languageExtensions, FilenameMatchingPolicy::IgnoreCase,
-                        "case/area.vl");
-        // With no exact spelling, the first by name.
-        EXPECT_RESOLVES(kPrimary, u"AREA", languageExtensions, FilenameMatchingPolicy::IgnoreCase,
-                        "case/Area.vl");
-        EXPECT_RESOLVES(kPrimary, u"AREA.VL", languageExtensions,
-                        FilenameMatchingPolicy::IgnoreCase, "case/Area.vl");
-    }
-    {
-        // The other policies compare exactly.
-        EXPECT_RESOLVES(kPrimary, u"AREA", languageExtensions,
-                        FilenameMatchingPolicy::PlatformDefault, "");
-        EXPECT_RESOLVES(kPrimary, u"AREA", languageExtensions, FilenameMatchingPolicy::Exact, "");
-    }
+    const auto ignoreCase = FilenameMatchingPolicy::IgnoreCase;
+    EXPECT_EQ(Resolve(*path, tree, kPrimary, u"area", languageExtensions, ignoreCase),
+              "case/area.vl");
+    // With no exact spelling, the first by name.
+    EXPECT_EQ(Resolve(*path, tree, kPrimary, u"AREA.VL", languageExtensions, ignoreCase),
+              "case/Area.vl");
+    // The other policies compare exactly.
+    EXPECT_EQ(Resolve(*path, tree, kPrimary, u"AREA", languageExtensions), "");
+    EXPECT_EQ(
+        Resolve(*path, tree, kPrimary, u"AREA", languageExtensions, FilenameMatchingPolicy::Exact),
+        "");
 }
 
 TEST_F(MainSearchPathTest, FindAllListsOneFilePerEntryInPathOrder) {
@@ -228,47 +194,34 @@ TEST_F(MainSearchPathTest, EntriesByLocation) {
     }
 }
 
-TEST_F(MainSearchPathTest, MethodEntries) {
+TEST_F(MainSearchPathTest, EntriesByName) {
+    const auto exact = FilenameMatchingPolicy::Exact;
+    const std::uint32_t packages[] = {1};
     {
-        // Every class folder, in path order.
+        // Class folders in path order; by name, among those whose parent the scope selects.
         EXPECT_THAT(Locations(path->GetMethodEntries(), tree),
                     ElementsAre(u"one/+pkg/@Cls", u"one/@Point", u"two/@Point"));
-    }
-    {
-        // By name, among those whose parent the scope selects.
-        const auto policy = FilenameMatchingPolicy::Exact;
         EXPECT_THAT(
-            Locations(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Point", policy), tree),
+            Locations(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Point", exact), tree),
             ElementsAre(u"one/@Point", u"two/@Point"));
-        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Cls", policy).empty());
-        const std::uint32_t packages[] = {1};
+        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Cls", exact).empty());
         EXPECT_THAT(
-            Locations(path->GetMethodEntriesByName(SearchScope(packages), u"Cls", policy), tree),
+            Locations(path->GetMethodEntriesByName(SearchScope(packages), u"Cls", exact), tree),
             ElementsAre(u"one/+pkg/@Cls"));
-        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"point", policy).empty());
-        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"@Point", policy).empty());
-    }
-    {
+        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"point", exact).empty());
         EXPECT_EQ(path->GetMethodEntriesByName(SearchScope(kPrimary), u"point",
                                                FilenameMatchingPolicy::IgnoreCase)
                       .size(),
                   2u);
     }
-}
-
-TEST_F(MainSearchPathTest, PartiallyMatchingEntries) {
-    const auto policy = FilenameMatchingPolicy::Exact;
-    EXPECT_THAT(
-        Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"pkg/Cls", policy), tree),
-        ElementsAre(u"one/+pkg/@Cls"));
-    EXPECT_THAT(
-        Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"@Point", policy), tree),
-        ElementsAre(u"one/@Point", u"two/@Point"));
-    EXPECT_THAT(
-        Locations(path->GetPartiallyMatchingEntries(SearchScope(kPrimary), u"two", policy), tree),
-        ElementsAre(u"two"));
-    EXPECT_TRUE(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"inner", policy).empty());
-    EXPECT_TRUE(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"", policy).empty());
+    {
+        // By the folders a location ends with, "+" and "@" optional.
+        EXPECT_THAT(
+            Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"pkg/Cls", exact),
+                      tree),
+            ElementsAre(u"one/+pkg/@Cls"));
+        EXPECT_TRUE(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"inner", exact).empty());
+    }
 }
 
 TEST_F(MainSearchPathTest, WalksVisitInPathOrderAndStopWhenAsked) {

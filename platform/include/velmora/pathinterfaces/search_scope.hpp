@@ -34,6 +34,9 @@ class SearchScope {
     constexpr SearchScope() noexcept = default;
     constexpr SearchScope(const std::uint32_t* begin, const std::uint32_t* end) noexcept
         : m_begin(begin), m_end(end) {}
+    template <std::size_t N>
+    constexpr SearchScope(const std::uint32_t (&codes)[N]) noexcept
+        : m_begin(codes), m_end(codes + N) {}
     constexpr SearchScope(std::span<const std::uint32_t> codes) noexcept
         : m_begin(codes.data()), m_end(codes.data() + codes.size()) {}
 
