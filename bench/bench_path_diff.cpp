@@ -44,6 +44,7 @@
 #include <velmora/pathmanagement/path_diff.hpp>
 
 #include "bench_path_diff_entry.hpp"
+#include "support/summary_reporter.hpp"
 
 extern char** environ;
 
@@ -282,33 +283,6 @@ void BM_GnuDiff(benchmark::State& state, const Workload* w) {
     state.counters["entries"] = static_cast<double>(w->before.size());
 }
 
-// The console output, keeping each case's median real time (in seconds) for the summary.
-class MedianReporter : public benchmark::ConsoleReporter {
-  public:
-    // Colour only on a terminal, so that logs stay readable.
-    MedianReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            m_failed = m_failed || run.error_occurred;
-            if (run.aggregate_name == "median" ||
-                (run.aggregate_name.empty() && run.repetitions <= 1))
-                m_seconds[run.run_name.function_name] =
-                    run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::optional<double> Seconds(const std::string& name) const {
-        const auto it = m_seconds.find(name);
-        return it == m_seconds.end() ? std::nullopt : std::optional<double>(it->second);
-    }
-    bool Failed() const { return m_failed; }
-
-  private:
-    std::map<std::string, double> m_seconds;
-    bool m_failed = false;
-};
-
 std::string Millis(std::optional<double> seconds) {
     char text[32] = "-";
     if (seconds)
@@ -365,7 +339,7 @@ int main(int argc, char** argv) {
         }
     }
 
-    MedianReporter reporter;
+    vpath_bench::SummaryReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
 
     std::printf(

@@ -42,6 +42,8 @@
 #include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/searchpath/main_search_path_manager.hpp>
 
+#include "support/summary_reporter.hpp"
+
 namespace {
 
 using foundation::core::except::Notification;
@@ -266,33 +268,6 @@ void BM_ObviousLists(benchmark::State& state, const Workload* w) {
         });
 }
 
-// The console output, keeping each case's median time (in seconds) for the summary.
-class MedianReporter : public benchmark::ConsoleReporter {
-  public:
-    MedianReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            m_failed = m_failed || run.error_occurred;
-            if (run.aggregate_name == "median" ||
-                (run.aggregate_name.empty() && run.repetitions <= 1)) {
-                m_seconds[run.run_name.function_name] =
-                    run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::optional<double> Seconds(const std::string& name) const {
-        const auto it = m_seconds.find(name);
-        return it == m_seconds.end() ? std::nullopt : std::optional<double>(it->second);
-    }
-    bool Failed() const { return m_failed; }
-
-  private:
-    std::map<std::string, double> m_seconds;
-    bool m_failed = false;
-};
-
 // A fresh folder for the workloads' folders, removed with them when the program ends.
 struct ScratchFolder {
     explicit ScratchFolder(const fs::path& parent) {
@@ -376,7 +351,7 @@ int main(int argc, char** argv) {
         }
     }
 
-    MedianReporter reporter;
+    vpath_bench::SummaryReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
 
     std::printf(

@@ -31,6 +31,13 @@ const SummaryReporter::Run* SummaryReporter::Find(const std::string& name, int t
     return single;
 }
 
+std::optional<double> SummaryReporter::Seconds(const std::string& name, int threads) const {
+    const Run* run = Find(name, threads, "median");
+    if (run == nullptr)
+        return std::nullopt;
+    return run->GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run->time_unit);
+}
+
 bool SummaryReporter::Ran(const std::string& name) const {
     for (const auto& run : m_runs) {
         if (run.run_name.function_name == name)

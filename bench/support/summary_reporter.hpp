@@ -2,6 +2,7 @@
 // SummaryReporter: Google Benchmark's console output, keeping the runs so that a program can print
 // its own summary table after them, and noting whether any run failed.
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,9 @@ class SummaryReporter : public benchmark::ConsoleReporter {
     // The run of the benchmark registered as `name` with `threads` threads that has the aggregate
     // `aggregate` ("median"), else its first single run; null if there is none.
     const Run* Find(const std::string& name, int threads, const std::string& aggregate) const;
+    // The median real time in seconds of the benchmark registered as `name` (its single run when
+    // it was not repeated); none if it did not run or failed.
+    std::optional<double> Seconds(const std::string& name, int threads = 1) const;
     // Whether any run of the benchmark registered as `name` was reported.
     bool Ran(const std::string& name) const;
 
