@@ -1,5 +1,5 @@
 #pragma once
-// IdsOf: the ids of a Notification's messages, in order, for comparing in tests.
+// IdsOf: the ids of a Notification's messages, in order, for comparing in tests with Ids.
 
 #include <string>
 #include <vector>
@@ -8,8 +8,10 @@
 
 namespace vpath_test {
 
-inline std::vector<std::string> IdsOf(const foundation::core::except::Notification& notification) {
-    std::vector<std::string> ids;
+using Ids = std::vector<std::string>;
+
+inline Ids IdsOf(const foundation::core::except::Notification& notification) {
+    Ids ids;
     for (const auto& message : notification)
         ids.push_back(message->GetMessageID());
     return ids;

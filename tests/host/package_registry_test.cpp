@@ -6,6 +6,7 @@
 
 #include <velmora/packages/package_registry.hpp>
 
+#include "host/message_ids.hpp"
 #include "support/fault_system.hpp"
 #include "support/temp_tree.hpp"
 
@@ -14,6 +15,7 @@ namespace {
 using foundation::core::except::Notification;
 using foundation::storage::vfs::AbsoluteIRI;
 using namespace Velmora::PackageRegistry;
+using Velmora::VorlanComponents::ComponentIdentifier;
 using Velmora::VorlanComponents::ComponentVersion;
 using Velmora::VorlanComponents::UniqueID;
 
@@ -42,13 +44,27 @@ class PackagesFolder : public vpath_test::TempTreeTest {
     }
 };
 
-TEST_F(PackagesFolder, ReadsEveryGoodManifestAndReportsEveryBadOne) {
+TEST_F(PackagesFolder, ReadsEveryGoodManifestAndReportsEveryBadOneOrUnreadableOne) {
     Manifest("signal", std::string(R"({"id": ")") + kId + R"(", "version": "1.2",
         "name": "Signal", "usable": false, "manualInstall": true,
         "folders": [{"path": "tb", "tags": [0, 7]}, {"path": "./", "tags": []}, {"path": "doc/x"}],
         "properties": {"ManualInstall": true, "Level": -3, "Ratio": 0.5, "Note": "caf\u00e9"}})");
     Manifest("plain", R"({"id": "00000000-0000-0000-0000-000000000001", "version": "2"})");
     tree.Folder("packages/not_a_package");
+    {
+        // An unreadable manifest is skipped; an unreadable packages folder gives no packages.
+        vpath_test::FaultSystem faults;
+        faults.Fail(vpath_test::FaultSystem::Op::ReadFile, "/plain/package.json", EACCES);
+        Notification problems;
+        EXPECT_EQ(Load(problems)->GetPackages().size(), 1u);
+        ASSERT_EQ(problems.size(), 1u);
+        EXPECT_EQ(std::get<std::string>(problems.GetMessages()[0]->GetArguments()[1]),
+                  Velmora::os::ErrorText(EACCES));
+        faults.Fail(vpath_test::FaultSystem::Op::ListFolder, "/packages", EACCES);
+        Notification none;
+        EXPECT_TRUE(Load(none)->GetPackages().empty());
+        EXPECT_EQ(vpath_test::IdsOf(none), vpath_test::Ids{"VELMORA:packages:cannotReadPackages"});
+    }
     const char* const bad[] = {
         R"({"id": )",
         R"([1, 2])",
@@ -70,67 +86,45 @@ TEST_F(PackagesFolder, ReadsEveryGoodManifestAndReportsEveryBadOne) {
     const auto registry = Load(problems);
     ASSERT_EQ(problems.size(), std::size(bad));
     for (const auto& message : problems) {
+        // Each bad manifest is named.
         EXPECT_EQ(message->GetMessageID(), "VELMORA:packages:badManifest");
-        SCOPED_TRACE(std::get<std::string>(message->GetArguments()[1]));
         EXPECT_NE(Velmora::text::ToNative(std::get<ustring>(message->GetArguments()[0]))
                       .find("/packages/z"),
-                  std::string::npos);
+                  std::string::npos)
+            << std::get<std::string>(message->GetArguments()[1]);
     }
     ASSERT_EQ(registry->GetPackages().size(), 2u);
-
-    const auto id = Velmora::VorlanComponents::ComponentIdentifier(*UniqueID::Parse(kId),
-                                                                   ComponentVersion{1, 2, 0});
-    const auto signal = registry->FindPackage(id);
-    ASSERT_TRUE(signal);
-    EXPECT_EQ(signal->GetIdentifier().GetName(), u"Signal");
-    EXPECT_FALSE(signal->IsUsable());
-    EXPECT_TRUE(signal->IsManualInstall());
-    EXPECT_EQ(signal->GetRootFolder(), tree.IRI("packages/signal"));
-    const auto& folders = *signal->GetFolders();
-    ASSERT_EQ(folders.size(), 3u);
-    EXPECT_EQ(folders[0].folder, tree.IRI("packages/signal/tb"));
-    EXPECT_EQ(folders[0].tags, (TagSet{0, 7}));
-    EXPECT_EQ(folders[1].folder, tree.IRI("packages/signal"));
-    EXPECT_EQ(folders[2].folder, tree.IRI("packages/signal/doc/x"));
-    EXPECT_TRUE(folders[2].tags.empty());
-    EXPECT_EQ(signal->GetProperty("ManualInstall"), PropertyValue(true));
-    EXPECT_EQ(signal->GetProperty("Level"), PropertyValue(std::int64_t{-3}));
-    EXPECT_EQ(signal->GetProperty("Ratio"), PropertyValue(0.5));
-    EXPECT_EQ(signal->GetProperty("Note"), PropertyValue(ustring(u"caf\u00e9")));
-    EXPECT_FALSE(signal->GetProperty("Missing"));
+    {
+        // Every field of a full manifest; folders under the package's root.
+        const auto signal =
+            registry->FindPackage(ComponentIdentifier(*UniqueID::Parse(kId), {1, 2, 0}));
+        ASSERT_TRUE(signal);
+        EXPECT_EQ(signal->GetIdentifier().GetName(), u"Signal");
+        EXPECT_FALSE(signal->IsUsable());
+        EXPECT_TRUE(signal->IsManualInstall());
+        EXPECT_EQ(signal->GetRootFolder(), tree.IRI("packages/signal"));
+        const auto& folders = *signal->GetFolders();
+        ASSERT_EQ(folders.size(), 3u);
+        EXPECT_EQ(folders[0].folder, tree.IRI("packages/signal/tb"));
+        EXPECT_EQ(folders[0].tags, (TagSet{0, 7}));
+        EXPECT_EQ(folders[1].folder, tree.IRI("packages/signal"));
+        EXPECT_EQ(folders[2].folder, tree.IRI("packages/signal/doc/x"));
+        EXPECT_TRUE(folders[2].tags.empty());
+        EXPECT_EQ(signal->GetProperty("ManualInstall"), PropertyValue(true));
+        EXPECT_EQ(signal->GetProperty("Level"), PropertyValue(std::int64_t{-3}));
+        EXPECT_EQ(signal->GetProperty("Ratio"), PropertyValue(0.5));
+        EXPECT_EQ(signal->GetProperty("Note"), PropertyValue(ustring(u"caf\u00e9")));
+        EXPECT_FALSE(signal->GetProperty("Missing"));
+    }
     {
         // Another version of a known package is not known; defaults fill what a manifest leaves
         // out.
-        EXPECT_FALSE(registry->FindPackage(Velmora::VorlanComponents::ComponentIdentifier(
-            *UniqueID::Parse(kId), ComponentVersion{1, 2, 1})));
+        EXPECT_FALSE(registry->FindPackage(ComponentIdentifier(*UniqueID::Parse(kId), {1, 2, 1})));
         const auto plain = registry->GetPackages()[0];
         EXPECT_EQ(plain->GetIdentifier().GetName(), u"plain");
         EXPECT_TRUE(plain->IsUsable());
         EXPECT_FALSE(plain->IsManualInstall());
         EXPECT_TRUE(plain->GetFolders()->empty());
-    }
-}
-
-TEST_F(PackagesFolder, ReportsWhatCannotBeRead) {
-    Manifest("locked", R"({"id": "00000000-0000-0000-0000-000000000001", "version": "1"})");
-    Manifest("open", R"({"id": "00000000-0000-0000-0000-000000000002", "version": "1"})");
-    vpath_test::FaultSystem faults;
-    faults.Fail(vpath_test::FaultSystem::Op::ReadFile, "/locked/package.json", EACCES);
-    {
-        // An unreadable manifest is skipped.
-        Notification problems;
-        EXPECT_EQ(Load(problems)->GetPackages().size(), 1u);
-        ASSERT_EQ(problems.size(), 1u);
-        EXPECT_EQ(std::get<std::string>(problems.GetMessages()[0]->GetArguments()[1]),
-                  Velmora::os::ErrorText(EACCES));
-    }
-    {
-        // An unreadable packages folder gives no packages.
-        faults.Fail(vpath_test::FaultSystem::Op::ListFolder, "/packages", EACCES);
-        Notification problems;
-        EXPECT_TRUE(Load(problems)->GetPackages().empty());
-        ASSERT_EQ(problems.size(), 1u);
-        EXPECT_EQ(problems.GetMessages()[0]->GetMessageID(), "VELMORA:packages:cannotReadPackages");
     }
 }
 

@@ -1,27 +1,37 @@
-// The path definition file: what is written, what is read back, and what a failed save leaves.
+// The path definition file: what is written, what is read back, what a failed save leaves, and
+// what a saving process killed at random moments leaves: the old or the new file, never a torn one.
 
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
+#include <thread>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <velmora/searchpath/path_definition_file.hpp>
 
+#include "host/crash_paths.hpp"
 #include "host/message_ids.hpp"
 #include "support/fault_system.hpp"
 #include "support/temp_tree.hpp"
 
 namespace {
 
-using vpath_test::IdsOf;
-
 using foundation::core::except::Notification;
 using foundation::storage::vfs::AbsoluteIRI;
 using Velmora::SearchPath::PathDefinitionFile;
 using vpath_test::FaultSystem;
+using vpath_test::IdsOf;
 using Outcome = PathDefinitionFile::Outcome;
+using vpath_test::Ids;
 namespace fs = std::filesystem;
 
 std::string Read(const fs::path& file) {
@@ -70,10 +80,10 @@ TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
         EXPECT_EQ(File().Load(problems).outcome, Outcome::Missing);
         EXPECT_TRUE(problems.empty());
     }
-    tree.File("config/vpath/pathdef", "# mine\n\n/a//b/\n/c\n/a/b\n# /x\n/d");
     {
         // Comments and blank lines are passed over, repeats taken once, the last line needs no
         // line break.
+        tree.File("config/vpath/pathdef", "# mine\n\n/a//b/\n/c\n/a/b\n# /x\n/d");
         Notification problems;
         const auto loaded = File().Load(problems);
         EXPECT_EQ(loaded.outcome, Outcome::Loaded);
@@ -81,10 +91,10 @@ TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
                   (std::vector{AbsoluteIRI(u"file:///a/b"), AbsoluteIRI(u"file:///c"),
                                AbsoluteIRI(u"file:///d")}));
     }
-    const char bad[] = "/ok\nrelative/tb\n\n /lead\n/x\0y\n/ok2\n";
-    tree.File("config/vpath/pathdef", std::string(bad, sizeof bad - 1));
     {
         // Every bad line is named by its number, and the file is not used at all.
+        const char bad[] = "/ok\nrelative/tb\n\n /lead\n/x\0y\n/ok2\n";
+        tree.File("config/vpath/pathdef", std::string(bad, sizeof bad - 1));
         Notification problems;
         const auto loaded = File().Load(problems);
         EXPECT_EQ(loaded.outcome, Outcome::Failed);
@@ -93,7 +103,7 @@ TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
         for (const auto& message : problems)
             lines.push_back(std::get<std::int64_t>(message->GetArguments().at(1)));
         EXPECT_EQ(lines, (std::vector<std::int64_t>{2, 4, 5}));
-        EXPECT_EQ(IdsOf(problems)[0], "VELMORA:pathdef:badLine");
+        EXPECT_EQ(IdsOf(problems), Ids(3, "VELMORA:pathdef:badLine"));
     }
     {
         // A file that cannot be read.
@@ -101,22 +111,16 @@ TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
         faults.Fail(FaultSystem::Op::ReadFile, "/pathdef", EACCES);
         Notification problems;
         EXPECT_EQ(File().Load(problems).outcome, Outcome::Failed);
-        EXPECT_EQ(IdsOf(problems), std::vector<std::string>{"VELMORA:pathdef:cannotRead"});
+        EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:cannotRead"});
     }
 }
 
 TEST_F(PathDefinition, AFailedSaveLeavesTheOldFileAndNoTemporaryFile) {
-    const std::vector<AbsoluteIRI> before = {AbsoluteIRI(u"file:///old")};
     const std::vector<AbsoluteIRI> after = {AbsoluteIRI(u"file:///new")};
     Notification ignored;
-    ASSERT_TRUE(File().Save(before, ignored));
+    ASSERT_TRUE(File().Save({AbsoluteIRI(u"file:///old")}, ignored));
     const std::string old = Read(Location());
-    struct Case {
-        FaultSystem::Op op;
-        std::string suffix;
-        int error;
-    };
-    const Case cases[] = {
+    const std::tuple<FaultSystem::Op, std::string, int> cases[] = {
         {FaultSystem::Op::MakeFolders, "/vpath", EACCES},
         {FaultSystem::Op::CreateFileExclusive, ".tmp", EROFS},
         {FaultSystem::Op::WriteAll, ".tmp", ENOSPC},
@@ -124,15 +128,15 @@ TEST_F(PathDefinition, AFailedSaveLeavesTheOldFileAndNoTemporaryFile) {
         {FaultSystem::Op::CloseFile, ".tmp", EDQUOT},
         {FaultSystem::Op::Rename, "/pathdef", EXDEV},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(Velmora::os::ErrorText(c.error));
+    for (const auto& [op, suffix, error] : cases) {
+        SCOPED_TRACE(Velmora::os::ErrorText(error));
         FaultSystem faults;
-        faults.Fail(c.op, c.suffix, c.error);
+        faults.Fail(op, suffix, error);
         Notification problems;
         EXPECT_FALSE(File().Save(after, problems));
-        ASSERT_EQ(IdsOf(problems), std::vector<std::string>{"VELMORA:pathdef:cannotSave"});
+        ASSERT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:cannotSave"});
         EXPECT_EQ(std::get<std::string>(problems.GetMessages()[0]->GetArguments()[1]),
-                  Velmora::os::ErrorText(c.error));
+                  Velmora::os::ErrorText(error));
         EXPECT_EQ(Read(Location()), old);
         EXPECT_TRUE(Leftovers().empty());
     }
@@ -143,6 +147,74 @@ TEST_F(PathDefinition, AFailedSaveLeavesTheOldFileAndNoTemporaryFile) {
         Notification problems;
         EXPECT_TRUE(File().Save(after, problems));
         EXPECT_EQ(File().Load(problems).folders, after);
+    }
+}
+
+struct KillOutcomes {
+    int first = 0, second = 0, torn = 0;
+    int duringSave = 0;  // kills that left the saver's temporary file behind
+};
+
+// Starts the saver on `file` in `mode`, kills it `kills` times at random moments after it has
+// started saving, and sorts what each kill left.
+KillOutcomes KillRepeatedly(const fs::path& file, const char* mode, int kills) {
+    const auto paths = vpath_test::CrashPaths();
+    const std::string first = PathDefinitionFile::Format(paths[0]);
+    const std::string second = PathDefinitionFile::Format(paths[1]);
+    std::mt19937 random(12345);
+    std::uniform_int_distribution<int> delayUs(0, 25000);
+    KillOutcomes outcomes;
+    for (int k = 0; k < kills; ++k) {
+        int ready[2];
+        if (::pipe(ready) != 0) {
+            ADD_FAILURE() << "no pipe";
+            return outcomes;
+        }
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            ::dup2(ready[1], STDOUT_FILENO);
+            ::execl(VPATH_PATHDEF_SAVER, VPATH_PATHDEF_SAVER, file.c_str(), mode, nullptr);
+            ::_exit(127);
+        }
+        ::close(ready[1]);
+        char signal = 0;
+        EXPECT_EQ(::read(ready[0], &signal, 1), 1) << "the saver did not start";
+        ::close(ready[0]);
+        std::this_thread::sleep_for(std::chrono::microseconds(delayUs(random)));
+        ::kill(pid, SIGKILL);
+        int status = 0;
+        ::waitpid(pid, &status, 0);
+        EXPECT_TRUE(WIFSIGNALED(status)) << "the saver stopped by itself: " << status;
+        const std::string content = Read(file);
+        outcomes.first += content == first;
+        outcomes.second += content == second;
+        outcomes.torn += content != first && content != second;
+        for (const auto& item : fs::directory_iterator(file.parent_path())) {
+            if (item.path().extension() == ".tmp") {
+                ++outcomes.duringSave;
+                fs::remove(item.path());
+            }
+        }
+    }
+    std::printf("%s saver, %d kills: %d first path, %d second path, %d torn, %d during a save\n",
+                mode, kills, outcomes.first, outcomes.second, outcomes.torn, outcomes.duringSave);
+    return outcomes;
+}
+
+TEST_F(PathDefinition, AKilledSaverLeavesTheOldOrTheNewFileAndAnInPlaceSaverWouldNot) {
+    Notification problems;
+    ASSERT_TRUE(File().Save(vpath_test::CrashPaths()[0], problems));
+    {
+        // The saver did get to save, both paths, and was often killed in the middle of a save.
+        const KillOutcomes outcomes = KillRepeatedly(Location(), "atomic", 200);
+        EXPECT_EQ(outcomes.torn, 0);
+        EXPECT_GT(outcomes.first, 0);
+        EXPECT_GT(outcomes.second, 0);
+        EXPECT_GT(outcomes.duringSave, 0);
+    }
+    {
+        // The control: overwriting the file where it is leaves torn files that the test sees.
+        EXPECT_GT(KillRepeatedly(Location(), "in-place", 60).torn, 0);
     }
 }
 

@@ -1,10 +1,10 @@
-// PathEntryVectorDifferentiator: added, removed, reordered and refreshed entries, special
-// subfolders, accumulation, failures, and an accounting property on random lists with repeats.
+// Path change analysis: the subsequence engine beneath it and PathEntryVectorDifferentiator, on
+// worked cases, long lists, failures, and random lists with repeats checked against the textbook
+// dynamic-programming table.
 
 #include <algorithm>
 #include <cctype>
 #include <map>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -13,40 +13,75 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 #include <rapidcheck/gtest.h>
+#include <boost/thread/thread.hpp>
 
 #include <velmora/pathmanagement/path_diff.hpp>
 
+#include "path_diff/longest_common_subsequence.hpp"
 #include "support/fake_path.hpp"
 
 namespace {
 
+using Velmora::PathManagement::PathEntryPtr;
 using Velmora::PathManagement::PathEntryVector;
 using Velmora::PathManagement::PathEntryVectorDifferentiator;
+using Velmora::PathManagement::detail::LongestCommonSubsequence;
 using Filter = PathEntryVectorDifferentiator::ComparisonFilter;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAreArray;
 using vpath_test::FakeEntry;
 
 std::shared_ptr<FakeEntry> Entry(const std::string& folder) {
     return FakeEntry::Make(u"file:///tb/" + ustring(folder.begin(), folder.end()));
 }
 
-// Entries named by words: "Q" and "Q2" are two objects for folder q. Each name is one object.
+// Entries named by a letter and any digits: "Q" and "Q2" are two objects for folder q. Each name
+// is one object: "PQ2P" => {P, Q2, P}.
 struct Entries {
     PathEntryVector operator()(const std::string& names) {
         PathEntryVector list;
-        std::istringstream words(names);
-        for (std::string name; words >> name;) {
-            auto& entry = byName[name];
+        for (std::size_t at = 0, end; at < names.size(); at = end) {
+            for (end = at + 1;
+                 end < names.size() && std::isdigit(static_cast<unsigned char>(names[end]));)
+                ++end;
+            auto& entry = byName[names.substr(at, end - at)];
             if (!entry)
-                entry = Entry(std::string(1, static_cast<char>(std::tolower(name[0]))));
+                entry = Entry(std::string(1, static_cast<char>(std::tolower(names[at]))));
             list.push_back(entry);
         }
         return list;
     }
     std::map<std::string, std::shared_ptr<FakeEntry>> byName;
 };
+
+PathEntryVector Lcs(const PathEntryVector& first, const PathEntryVector& second) {
+    return LongestCommonSubsequence<PathEntryPtr, PathEntryVector>(first, second)
+        .GetLongestCommonSubsequence();
+}
+
+// The length of a longest common subsequence, from the textbook table.
+std::size_t ReferenceLcsLength(const PathEntryVector& a, const PathEntryVector& b) {
+    std::vector<std::vector<std::size_t>> t(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        for (std::size_t j = 1; j <= b.size(); ++j)
+            t[i][j] =
+                a[i - 1] == b[j - 1] ? t[i - 1][j - 1] + 1 : std::max(t[i - 1][j], t[i][j - 1]);
+    }
+    return t[a.size()][b.size()];
+}
+
+// Random lists over a few folders, each with up to three objects.
+rc::Gen<PathEntryVector> RandomList(const PathEntryVector& pool) {
+    return rc::gen::resize(12, rc::gen::container<PathEntryVector>(rc::gen::elementOf(pool)));
+}
+PathEntryVector RandomPool() {
+    PathEntryVector pool;
+    for (int f = *rc::gen::inRange(1, 5); f > 0; --f) {
+        for (int copies = *rc::gen::inRange(1, 4); copies > 0; --copies)
+            pool.push_back(Entry(std::to_string(f)));
+    }
+    return pool;
+}
 
 struct Results {
     PathEntryVector added, removed, reordered, refreshedBefore, refreshedAfter;
@@ -60,28 +95,77 @@ Results Diff(const PathEntryVector& before, const PathEntryVector& after,
             *d.GetRefreshedAfter()};
 }
 
+TEST(LongestCommonSubsequence, WorkedCases) {
+    const char* const cases[][3] = {
+        // Among answers of the greatest length: the chain that last set the top threshold.
+        {"PQ", "QP", "Q"},  {"PQR", "RPQ", "PQ"},          {"PQR", "QRP", "QR"}, {"PP", "P", "P"},
+        {"P", "PP", "P"},   {"ABCBDAB", "BDCABA", "BDAB"}, {"", "PQ", ""},       {"PQ", "", ""},
+        {"PQR", "STU", ""}, {"XPYQZR", "PQR", "PQR"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c[0]) + " / " + c[1]);
+        Entries e;
+        EXPECT_EQ(Lcs(e(c[0]), e(c[1])), e(c[2]));
+    }
+}
+
+TEST(LongestCommonSubsequence, LongChainsAreReleasedWithoutDeepRecursion) {
+    // Halves swapped: the chain through the first half is superseded match by match and then
+    // released in one go, which node within node would overflow a thread's small stack.
+    const int half = 50000;
+    std::vector<int> first, second, result;
+    for (int i = 0; i < 2 * half; ++i) {
+        first.push_back(i);
+        second.push_back((i + half) % (2 * half));
+    }
+    boost::thread::attributes smallStack;
+    smallStack.set_stack_size(256 * 1024);
+    boost::thread worker(smallStack, [&] {
+        result = LongestCommonSubsequence<int, std::vector<int>>(first, second)
+                     .GetLongestCommonSubsequence();
+    });
+    worker.join();
+    ASSERT_EQ(result.size(), static_cast<std::size_t>(half));
+    EXPECT_EQ(result.front(), half);
+}
+
+// The answer is common to both, in order, and as long as the reference finds.
+RC_GTEST_PROP(LongestCommonSubsequence, CommonInOrderAndLongest, ()) {
+    const PathEntryVector pool = RandomPool();
+    const PathEntryVector a = *RandomList(pool), b = *RandomList(pool);
+    const PathEntryVector result = Lcs(a, b);
+    for (const auto* list : {&a, &b}) {
+        auto it = list->begin();
+        for (const auto& element : result) {
+            it = std::find(it, list->end(), element);
+            RC_ASSERT(it != list->end());
+            ++it;
+        }
+    }
+    RC_ASSERT(result.size() == ReferenceLcsLength(a, b));
+}
+
 TEST(PathEntryVectorDifferentiator, WorkedCases) {
     struct Case {
         const char *before, *after, *added, *removed, *reordered, *refreshedBefore, *refreshedAfter;
     };
     const Case cases[] = {
         {"", "", "", "", "", "", ""},
-        {"P Q R", "P Q R", "", "", "", "", ""},
-        {"", "C A B", "A B C", "", "", "", ""},  // results in IRI order
-        {"B C A", "", "", "A B C", "", "", ""},
-        {"K S U", "T K U", "T", "S", "", "", ""},
+        {"PQR", "PQR", "", "", "", "", ""},
+        {"", "CAB", "ABC", "", "", "", ""},  // results in IRI order
+        {"BCA", "", "", "ABC", "", "", ""},
+        {"KSU", "TKU", "T", "S", "", "", ""},
         // Reordered: the entries off the longest common subsequence, repeats counted.
-        {"P Q", "Q P", "", "", "P", "", ""},
-        {"P Q R", "R P Q", "", "", "R", "", ""},
-        {"P Q R", "Q R P", "", "", "P", "", ""},
-        {"P Q P", "Q P P", "", "", "P", "", ""},
+        {"PQ", "QP", "", "", "P", "", ""},
+        {"PQR", "RPQ", "", "", "R", "", ""},
+        {"PQP", "QPP", "", "", "P", "", ""},
         // Refreshed: a new object for the same folder, in place or moved (then not reordered).
-        {"P Q R", "P Q2 R", "", "", "", "Q", "Q2"},
-        {"P Q R", "Q2 P R", "", "", "", "Q", "Q2"},
-        {"R Q P", "R2 Q2", "", "P", "", "Q R", "Q2 R2"},
+        {"PQR", "PQ2R", "", "", "", "Q", "Q2"},
+        {"PQR", "Q2PR", "", "", "", "Q", "Q2"},
+        {"RQP", "R2Q2", "", "P", "", "QR", "Q2R2"},
         // A repeated pointer pairs off once; its extra copy is removed unless it can pair.
-        {"P Q P", "P Q", "", "P", "", "", ""},
-        {"P Q P", "P Q P2", "", "", "", "P", "P2"},
+        {"PQP", "PQ", "", "P", "", "", ""},
+        {"PQP", "PQP2", "", "", "", "P", "P2"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.before) + " => " + c.after);
@@ -90,7 +174,7 @@ TEST(PathEntryVectorDifferentiator, WorkedCases) {
         const Results r = Diff(before, after);
         EXPECT_EQ(r.added, e(c.added));
         EXPECT_EQ(r.removed, e(c.removed));
-        EXPECT_THAT(r.reordered, UnorderedElementsAreArray(e(c.reordered)));
+        EXPECT_THAT(r.reordered, ::testing::UnorderedElementsAreArray(e(c.reordered)));
         EXPECT_EQ(r.refreshedBefore, e(c.refreshedBefore));
         EXPECT_EQ(r.refreshedAfter, e(c.refreshedAfter));
         // Identity settles an entry that both lists hold as often: it is never asked its IRI.
@@ -154,27 +238,27 @@ TEST(PathEntryVectorDifferentiator, AccumulatesAndKeepsResultsOnFailure) {
     Entries e;
     PathEntryVectorDifferentiator d;
     const auto added = d.GetAdded();
-    d.Compare(e("A"), e("A D"), Filter{0});
-    d.Compare(e("A B"), e("B A C"), Filter{0});
+    d.Compare(e("A"), e("AD"), Filter{0});
+    d.Compare(e("AB"), e("BAC"), Filter{0});
     {
-        // Later results follow earlier ones, not merged into IRI order; a getter's list is the
-        // one that grows.
-        EXPECT_EQ(*added, e("D C"));
+        // Later results follow earlier ones, not merged into IRI order, in the list a getter gave.
+        EXPECT_EQ(*added, e("DC"));
         EXPECT_EQ(*d.GetReordered(), e("A"));
     }
     {
         // An IRI that cannot be had while pairing by folder: the exception passes out and the
         // reordered result, complete by then, stays.
-        const PathEntryVector before = e("P Q R");
+        const PathEntryVector before = e("PQR");
         e.byName["Q"]->ThrowOnIRI(true);
-        EXPECT_THROW(d.Compare(before, e("R P S"), Filter{0}), std::runtime_error);
-        EXPECT_EQ(*d.GetReordered(), e("A P"));
-        EXPECT_EQ(*added, e("D C"));
+        EXPECT_THROW(d.Compare(before, e("RPS"), Filter{0}), std::runtime_error);
+        EXPECT_EQ(*d.GetReordered(), e("AP"));
+        EXPECT_EQ(*added, e("DC"));
     }
 }
 
 TEST(PathEntryVectorDifferentiator, LongListsSortOnSeveralThreads) {
-    // Long enough for every sort to be split across oneTBB's threads; every other entry refreshed.
+    // Long enough for every sort to be split across threads; every other entry refreshed, and the
+    // order reversed, which leaves one entry in place.
     PathEntryVector before, after;
     std::shared_ptr<FakeEntry> last;
     for (int i = 0; i < 3000; ++i) {
@@ -183,16 +267,15 @@ TEST(PathEntryVectorDifferentiator, LongListsSortOnSeveralThreads) {
     }
     std::reverse(after.begin(), after.end());
     {
-        // Pairs aligned and in IRI order; the reversal leaves one unchanged entry.
+        // Pairs aligned and in IRI order.
         const Results r = Diff(before, after);
         ASSERT_EQ(r.refreshedAfter.size(), 1500u);
-        for (std::size_t k = 0; k < 1500; ++k)
+        for (std::size_t k = 0; k < 1500; ++k) {
             EXPECT_EQ(r.refreshedBefore[k]->GetAbsoluteIRI(),
                       r.refreshedAfter[k]->GetAbsoluteIRI());
-        EXPECT_TRUE(std::is_sorted(r.refreshedAfter.begin(), r.refreshedAfter.end(),
-                                   [](const auto& a, const auto& b) {
-                                       return a->GetAbsoluteIRI() < b->GetAbsoluteIRI();
-                                   }));
+            EXPECT_TRUE(k == 0 || r.refreshedAfter[k - 1]->GetAbsoluteIRI() <
+                                      r.refreshedAfter[k]->GetAbsoluteIRI());
+        }
         EXPECT_EQ(r.reordered.size(), 1499u);
     }
     {
@@ -208,16 +291,9 @@ TEST(PathEntryVectorDifferentiator, LongListsSortOnSeveralThreads) {
 // are one longest common subsequence, so common - reordered is the reference length. A refreshed
 // pair is two objects of one folder, and no removed entry shares a folder with an added one.
 RC_GTEST_PROP(PathEntryVectorDifferentiator, AccountsForEveryEntryOnce, ()) {
-    PathEntryVector pool;
-    for (int f = *rc::gen::inRange(1, 5); f > 0; --f) {
-        for (int copies = *rc::gen::inRange(1, 4); copies > 0; --copies)
-            pool.push_back(Entry(std::to_string(f)));
-    }
-    const auto list =
-        rc::gen::resize(12, rc::gen::container<PathEntryVector>(rc::gen::elementOf(pool)));
-    const PathEntryVector before = *list, after = *list;
+    const PathEntryVector pool = RandomPool();
+    const PathEntryVector before = *RandomList(pool), after = *RandomList(pool);
     const Results r = Diff(before, after);
-
     const auto count = [](const PathEntryVector& l, const auto& e) {
         return static_cast<std::size_t>(std::count(l.begin(), l.end(), e));
     };
@@ -229,15 +305,7 @@ RC_GTEST_PROP(PathEntryVectorDifferentiator, AccountsForEveryEntryOnce, ()) {
         RC_ASSERT(count(r.removed, e) + count(r.refreshedBefore, e) == count(before, e) - both);
         RC_ASSERT(count(r.added, e) + count(r.refreshedAfter, e) == count(after, e) - both);
     }
-    std::vector<std::vector<std::size_t>> t(before.size() + 1,
-                                            std::vector<std::size_t>(after.size() + 1));
-    for (std::size_t i = 1; i <= before.size(); ++i) {
-        for (std::size_t j = 1; j <= after.size(); ++j)
-            t[i][j] = before[i - 1] == after[j - 1] ? t[i - 1][j - 1] + 1
-                                                    : std::max(t[i - 1][j], t[i][j - 1]);
-    }
-    RC_ASSERT(common - r.reordered.size() == t[before.size()][after.size()]);
-
+    RC_ASSERT(common - r.reordered.size() == ReferenceLcsLength(before, after));
     RC_ASSERT(r.refreshedBefore.size() == r.refreshedAfter.size());
     for (std::size_t k = 0; k < r.refreshedBefore.size(); ++k) {
         RC_ASSERT(r.refreshedBefore[k] != r.refreshedAfter[k]);

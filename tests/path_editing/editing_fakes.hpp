@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <stdexcept>
 #include <vector>
 
 #include <foundation/storage/vfs/absolute_iri.hpp>
@@ -16,22 +15,18 @@ namespace vpath_test {
 
 using foundation::storage::vfs::AbsoluteIRI;
 
-inline AbsoluteIRI IRI(const char16_t* text) {
-    return AbsoluteIRI(text);
-}
-
 // FakeCurrentFolder: "file:///cwd/" + text for any text, except texts the test makes fail.
 class FakeCurrentFolder final : public Velmora::current_working_folder::ICurrentWorkingFolder {
   public:
-    // absolutize(text) throws FailedToAbsolutizeException with `code`.
-    void FailWithCode(const ustring& text, int code) {
-        m_failures[text] = [text, code] {
-            throw Velmora::current_working_folder::FailedToAbsolutizeException(text, code, 0);
-        };
-    }
     // absolutize(text) calls `thrower`, which throws what the test wants.
     void FailWith(const ustring& text, std::function<void()> thrower) {
         m_failures[text] = std::move(thrower);
+    }
+    // absolutize(text) throws FailedToAbsolutizeException with `code`.
+    void FailWithCode(const ustring& text, int code) {
+        FailWith(text, [text, code] {
+            throw Velmora::current_working_folder::FailedToAbsolutizeException(text, code, 0);
+        });
     }
     int Calls() const { return m_calls; }
 
@@ -51,34 +46,28 @@ class FakeCurrentFolder final : public Velmora::current_working_folder::ICurrent
 // made to throw or to report.
 class RecordingManager final : public Velmora::PathManagement::IMainSearchPathManager {
   public:
-    explicit RecordingManager(std::vector<AbsoluteIRI> folders = {})
+    using Components = std::vector<Velmora::VorlanComponents::ComponentIdentifier>;
+    explicit RecordingManager(FolderList folders = {})
         : m_folders(std::make_shared<const FolderList>(std::move(folders))) {}
 
     // The lists handed to ApplyPathAfterAdding or ApplyPathAfterRemoving, in call order.
-    std::vector<FolderList> added;
-    std::vector<FolderList> removed;
+    std::vector<FolderList> added, removed;
     // Called by each apply before the path changes; may throw or add to the notification.
     std::function<void(foundation::core::except::Notification&)> onApply;
-    std::shared_ptr<const std::vector<Velmora::VorlanComponents::ComponentIdentifier>> packages =
-        std::make_shared<const std::vector<Velmora::VorlanComponents::ComponentIdentifier>>();
+    std::shared_ptr<const Components> packages = std::make_shared<const Components>();
 
     void ApplyPathAfterAdding(const FolderRange& newPath,
                               foundation::core::except::Notification& notification) override {
-        added.emplace_back(newPath.begin(), newPath.end());
-        Apply(added.back(), notification);
+        Apply(added.emplace_back(newPath.begin(), newPath.end()), notification);
     }
     void ApplyPathAfterRemoving(const FolderRange& newPath,
                                 foundation::core::except::Notification& notification) override {
-        removed.emplace_back(newPath.begin(), newPath.end());
-        Apply(removed.back(), notification);
+        Apply(removed.emplace_back(newPath.begin(), newPath.end()), notification);
     }
     std::shared_ptr<const Velmora::PathManagement::IPath> GetPath() const override {
         return nullptr;
     }
-    std::shared_ptr<const std::vector<Velmora::VorlanComponents::ComponentIdentifier>>
-    GetPackagesOnPath() const override {
-        return packages;
-    }
+    std::shared_ptr<const Components> GetPackagesOnPath() const override { return packages; }
     std::uint64_t AddPathChangeObserver(Velmora::PathManagement::PathChangeObserver) override {
         return 0;
     }

@@ -1,7 +1,10 @@
 // Adding folders to and removing folders from the main search path, against a manager that records
-// what it is handed.
+// what it is handed; which packages are on the path and which folders packages put on it.
 
+#include <cctype>
 #include <stdexcept>
+#include <string_view>
+#include <variant>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -15,119 +18,99 @@
 
 namespace {
 
-using vpath_test::IdsOf;
-
 using namespace Velmora::PathManagement;
 using foundation::core::except::Notification;
+using Velmora::VorlanComponents::ComponentIdentifier;
 using vpath_test::AbsoluteIRI;
-using vpath_test::FakeCurrentFolder;
+using vpath_test::IdsOf;
 using vpath_test::RecordingManager;
-
-const AbsoluteIRI A(u"file:///a"), B(u"file:///b"), C(u"file:///c"), D(u"file:///d"),
-    E(u"file:///e"), X(u"file:///x"), Y(u"file:///y");
-
 using List = std::vector<AbsoluteIRI>;
+using vpath_test::Ids;
+
+// Folders named by letters: L("AB") => {file:///a, file:///b}.
+List L(std::string_view letters) {
+    List list;
+    for (const char c : letters)
+        list.emplace_back(u"file:///" + ustring(1, static_cast<char16_t>(std::tolower(c))));
+    return list;
+}
 
 List Path(const RecordingManager& manager) {
     return *manager.GetPathFolderIRIs();
 }
 
-TEST(AddIRIsToVorlanPath, AddsOneBlockOfNewFoldersAtTheChosenEnd) {
+TEST(AddIRIsToVorlanPath, HandsTheManagerThePathWithOneBlockOfNewFoldersAtTheChosenEnd) {
     struct Case {
-        const char* what;
-        List path;
-        List added;
+        const char *what, *path, *added;
         Position position;
-        List result;
+        const char* result;
     };
     const Case cases[] = {
-        {"a folder on the path moves to the front",
-         {A, B, C, D, E},
-         {C},
-         Position::Front,
-         {C, A, B, D, E}},
-        {"or to the end", {A, B, C, D, E}, {C}, Position::End, {A, B, D, E, C}},
-        {"every position but 0 is the end", {A, B, C}, {A}, static_cast<Position>(7), {B, C, A}},
-        {"repeated folders count once, in input order", {}, {A, B, A}, Position::Front, {A, B}},
-        {"new and moved folders form one block",
-         {A, B, C},
-         {X, C, Y, X},
-         Position::Front,
-         {X, C, Y, A, B}},
-        {"at the end too", {A, B, C}, {X, A, Y}, Position::End, {B, C, X, A, Y}},
+        {"a folder on the path moves to the front", "ABCDE", "C", Position::Front, "CABDE"},
+        {"or to the end", "ABCDE", "C", Position::End, "ABDEC"},
+        {"every position but 0 is the end", "ABC", "A", static_cast<Position>(7), "BCA"},
+        {"repeated folders count once, in input order", "", "ABA", Position::Front, "AB"},
+        {"new and moved folders form one block", "ABC", "XCYX", Position::Front, "XCYAB"},
+        {"at the end too", "ABC", "XAY", Position::End, "BCXAY"},
+        {"an empty addition hands over the path unchanged", "AB", "", Position::Front, "AB"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        RecordingManager manager(c.path);
-        EXPECT_TRUE(AddIRIsToVorlanPath(c.added, manager, c.position).empty());
-        ASSERT_EQ(manager.added.size(), 1u);
-        EXPECT_EQ(manager.added[0], c.result);
+        RecordingManager manager(L(c.path));
+        EXPECT_TRUE(AddIRIsToVorlanPath(L(c.added), manager, c.position).empty());
+        EXPECT_EQ(manager.added, std::vector<List>{L(c.result)});
         EXPECT_TRUE(manager.removed.empty());
     }
-}
-
-TEST(AddIRIsToVorlanPath, AlwaysHandsTheManagerTheWholeList) {
-    // Even an empty addition hands over the unchanged path.
-    RecordingManager manager({A, B});
-    EXPECT_TRUE(AddIRIsToVorlanPath(List{}, manager, Position::Front).empty());
-    EXPECT_EQ(manager.added, std::vector<List>{(List{A, B})});
 }
 
 TEST(PathEditing, ReturnsWhatTheManagerReportsAndSwallowsOnlyRecursiveChanges) {
     {
         // The manager's messages are the result.
-        RecordingManager manager({A});
+        RecordingManager manager(L("A"));
         manager.onApply = [](Notification& n) { n.Add(VORLAN::rmpath::DirNotFound(u"/m")); };
-        EXPECT_EQ(IdsOf(AddIRIsToVorlanPath(List{B}, manager, Position::Front)),
-                  std::vector<std::string>{"VORLAN:rmpath:DirNotFound"});
-        EXPECT_EQ(Path(manager), List{A});
+        EXPECT_EQ(IdsOf(AddIRIsToVorlanPath(L("B"), manager, Position::Front)),
+                  Ids{"VORLAN:rmpath:DirNotFound"});
+        EXPECT_EQ(Path(manager), L("A"));
     }
     {
         // A recursive change ends the call normally, with what the manager had reported.
-        RecordingManager manager({A, B});
+        RecordingManager manager(L("AB"));
         manager.onApply = [](Notification& n) {
             n.Add(VORLAN::rmpath::DirNotFound(u"/m"));
             throw RecursivePathChangeException();
         };
-        EXPECT_EQ(AddIRIsToVorlanPath(List{C}, manager, Position::End).size(), 1u);
-        EXPECT_EQ(RemoveIRIsFromVorlanPath(List{A}, manager).size(), 1u);
-        EXPECT_EQ(Path(manager), (List{A, B}));
+        EXPECT_EQ(AddIRIsToVorlanPath(L("C"), manager, Position::End).size(), 1u);
+        EXPECT_EQ(RemoveIRIsFromVorlanPath(L("A"), manager).size(), 1u);
+        EXPECT_EQ(Path(manager), L("AB"));
     }
     {
         // Every other failure reaches the caller.
-        RecordingManager manager({A, B});
+        RecordingManager manager(L("AB"));
         manager.onApply = [](Notification&) { throw std::runtime_error("disk on fire"); };
-        EXPECT_THROW(AddIRIsToVorlanPath(List{C}, manager, Position::End), std::runtime_error);
-        EXPECT_THROW(RemoveIRIsFromVorlanPath(List{A}, manager), std::runtime_error);
+        EXPECT_THROW(AddIRIsToVorlanPath(L("C"), manager, Position::End), std::runtime_error);
+        EXPECT_THROW(RemoveIRIsFromVorlanPath(L("A"), manager), std::runtime_error);
     }
 }
 
 TEST(RemoveIRIsFromVorlanPath, RemovesNothingUnlessEveryFolderIsOnThePath) {
     {
-        // One folder that is not on the path blocks the others.
-        RecordingManager manager({A, B, C, D});
-        const auto messages =
-            RemoveIRIsFromVorlanPath(List{B, AbsoluteIRI(u"file:///my%20z"), D}, manager);
-        ASSERT_EQ(IdsOf(messages), std::vector<std::string>{"VORLAN:rmpath:DirNotFound"});
-        // It is named by its display text.
-        EXPECT_EQ(messages.GetMessages()[0]->GetArguments(),
-                  std::vector<resource_core::MessageArgument>{ustring(u"/my z")});
+        // Each folder not on the path has its message, in input order, named by its display text;
+        // the others are not removed either.
+        RecordingManager manager(L("ABCD"));
+        const List folders = {L("B")[0], AbsoluteIRI(u"http://h/x%20y"), L("D")[0],
+                              AbsoluteIRI(u"file:///my%20z")};
+        const auto messages = RemoveIRIsFromVorlanPath(folders, manager);
+        ASSERT_EQ(IdsOf(messages), Ids(2, "VORLAN:rmpath:DirNotFound"));
+        EXPECT_EQ(std::get<ustring>(messages.GetMessages()[0]->GetArguments().at(0)),
+                  u"http://h/x y");
+        EXPECT_EQ(std::get<ustring>(messages.GetMessages()[1]->GetArguments().at(0)), u"/my z");
         EXPECT_TRUE(manager.removed.empty());
     }
     {
-        // Each missing folder has its message, in input order; other schemes are shown decoded.
-        RecordingManager manager({A});
-        const auto messages =
-            RemoveIRIsFromVorlanPath(List{AbsoluteIRI(u"http://h/x%20y"), X, A}, manager);
-        ASSERT_EQ(messages.size(), 2u);
-        EXPECT_EQ(std::get<ustring>(messages.GetMessages()[0]->GetArguments()[0]), u"http://h/x y");
-        EXPECT_EQ(std::get<ustring>(messages.GetMessages()[1]->GetArguments()[0]), u"/x");
-    }
-    {
         // Found folders go, repeated or not; the others keep their order.
-        RecordingManager manager({A, B, C, D, E});
-        EXPECT_TRUE(RemoveIRIsFromVorlanPath(List{D, B, D}, manager).empty());
-        EXPECT_EQ(manager.removed, std::vector<List>{(List{A, C, E})});
+        RecordingManager manager(L("ABCDE"));
+        EXPECT_TRUE(RemoveIRIsFromVorlanPath(L("DBD"), manager).empty());
+        EXPECT_EQ(manager.removed, std::vector<List>{L("ACE")});
         EXPECT_TRUE(manager.added.empty());
     }
 }
@@ -140,7 +123,7 @@ TEST_F(RemoveOnDisk, FindsAFolderThroughAnotherNameOfIt) {
     tree.Link("link", "real");
     RecordingManager manager({tree.IRI("other"), tree.IRI("real")});
     {
-        // A name of the folder that is not on the path: nothing is there by that name.
+        // A name of no folder on the path.
         EXPECT_EQ(RemoveIRIsFromVorlanPath(List{tree.IRI("missing")}, manager).size(), 1u);
     }
     {
@@ -151,32 +134,79 @@ TEST_F(RemoveOnDisk, FindsAFolderThroughAnotherNameOfIt) {
 }
 
 TEST(EditingFolderTexts, ABadTextBlocksTheWholeChangeBeforeTheManagerIsAsked) {
-    FakeCurrentFolder cwf;
+    vpath_test::FakeCurrentFolder cwf;
     cwf.FailWithCode(u"locked", 3);
     const std::vector<ustring> texts = {u"a", u"locked", u"b"};
+    const AbsoluteIRI cwdA(u"file:///cwd/a"), cwdB(u"file:///cwd/b"), cwdC(u"file:///cwd/c");
     {
-        // Adding: only the conversion's message, and the manager is never asked.
-        RecordingManager manager({A});
-        EXPECT_EQ(IdsOf(AddFoldersToVorlanPath(texts, cwf, manager, Position::Front)),
-                  std::vector<std::string>{"VORLAN:vpath:directoryPermissionDenied"});
-        EXPECT_TRUE(manager.added.empty());
-    }
-    {
-        // Removing.
-        RecordingManager manager({AbsoluteIRI(u"file:///cwd/a")});
-        EXPECT_EQ(IdsOf(RemoveFoldersFromVorlanPath(texts, cwf, manager)),
-                  std::vector<std::string>{"VORLAN:vpath:directoryPermissionDenied"});
-        EXPECT_TRUE(manager.removed.empty());
+        // Adding or removing: only the conversion's message, and the manager is never asked.
+        RecordingManager manager({cwdA, cwdB});
+        const Ids denied = {"VORLAN:vpath:directoryPermissionDenied"};
+        EXPECT_EQ(IdsOf(AddFoldersToVorlanPath(texts, cwf, manager, Position::Front)), denied);
+        EXPECT_EQ(IdsOf(RemoveFoldersFromVorlanPath(texts, cwf, manager)), denied);
+        EXPECT_TRUE(manager.added.empty() && manager.removed.empty());
     }
     {
         // Good texts go through to the manager as locations.
-        RecordingManager manager({A, AbsoluteIRI(u"file:///cwd/b")});
+        RecordingManager manager({L("A")[0], cwdB});
         const std::vector<ustring> good = {u"b", u"c"};
         EXPECT_TRUE(AddFoldersToVorlanPath(good, cwf, manager, Position::End).empty());
-        EXPECT_EQ(Path(manager),
-                  (List{A, AbsoluteIRI(u"file:///cwd/b"), AbsoluteIRI(u"file:///cwd/c")}));
+        EXPECT_EQ(Path(manager), (List{L("A")[0], cwdB, cwdC}));
         EXPECT_TRUE(RemoveFoldersFromVorlanPath(good, cwf, manager).empty());
-        EXPECT_EQ(Path(manager), List{A});
+        EXPECT_EQ(Path(manager), L("A"));
+    }
+}
+
+ComponentIdentifier Id(std::uint8_t n, std::uint32_t major) {
+    Velmora::VorlanComponents::UniqueID id;
+    id.bytes[15] = n;
+    return ComponentIdentifier(id, Velmora::VorlanComponents::ComponentVersion{major, 0, 0});
+}
+
+TEST(PackageIsOnPath, MatchesUniqueIdAndVersion) {
+    RecordingManager manager;
+    EXPECT_FALSE(PackageIsOnPath(Id(1, 1), manager));
+    manager.packages = std::make_shared<const RecordingManager::Components>(
+        RecordingManager::Components{Id(1, 1), Id(2, 3)});
+    EXPECT_TRUE(PackageIsOnPath(Id(1, 1), manager));
+    EXPECT_TRUE(PackageIsOnPath(Id(2, 3), manager));
+    // Another version of a package on the path, or another package of that version, is not on it.
+    EXPECT_FALSE(PackageIsOnPath(Id(1, 3), manager));
+    EXPECT_FALSE(PackageIsOnPath(Id(3, 1), manager));
+}
+
+TEST(GetPathFoldersForPackages, CollectsTheFoldersEachKindOfPackagePutsOnThePath) {
+    using namespace Velmora::PackageRegistry;
+    const auto make = [](std::uint8_t n, bool usable, bool manual,
+                         std::vector<PackageFolder> folders,
+                         std::optional<PropertyValue> manualInstall = {}) {
+        Package::Parts parts{Id(n, 1), usable, manual, std::move(folders), {}, {}};
+        if (manualInstall)
+            parts.properties.emplace("ManualInstall", *manualInstall);
+        parts.root = AbsoluteIRI(u"file:///pkgs/" + ustring(1, static_cast<char16_t>(u'0' + n)));
+        return std::make_shared<const Package>(std::move(parts));
+    };
+    const AbsoluteIRI p1a(u"file:///p1/a"), p1b(u"file:///p1/b");
+    const PackageRegistry registry({
+        make(1, true, false, {{p1a, {0}}, {AbsoluteIRI(u"file:///p1/doc"), {3}}, {p1b, {2, 0, 5}}}),
+        make(2, false, false, {{AbsoluteIRI(u"file:///p2/a"), {0}}}),  // unusable
+        make(3, true, true, {{AbsoluteIRI(u"file:///p3/a"), {0}}}, PropertyValue(true)),
+        make(4, true, true, {}, PropertyValue(false)), make(5, true, true, {}),  // no property
+        make(6, true, false, {{AbsoluteIRI(u"file:///p6/doc"), {1, 3}}}),        // no tag 0
+        make(7, true, true, {}, PropertyValue(std::int64_t{1})),                 // not a boolean
+    });
+    {
+        // Package by package, folders in manifest order, duplicates kept; unknown ones skipped.
+        const std::vector components = {Id(1, 1), Id(9, 1), Id(1, 2), Id(2, 1), Id(3, 1),
+                                        Id(4, 1), Id(5, 1), Id(6, 1), Id(1, 1)};
+        EXPECT_EQ(GetPathFoldersForPackages(registry, components),
+                  (List{p1a, p1b, AbsoluteIRI(u"file:///pkgs/3"), p1a, p1b}));
+        EXPECT_TRUE(GetPathFoldersForPackages(registry, {}).empty());
+    }
+    {
+        // A "ManualInstall" that is not a boolean is an error.
+        const std::vector components = {Id(7, 1)};
+        EXPECT_THROW(GetPathFoldersForPackages(registry, components), std::bad_variant_access);
     }
 }
 

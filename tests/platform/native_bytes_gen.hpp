@@ -15,22 +15,14 @@ namespace vpath_test {
 
 // Utf8: the UTF-8 bytes of one scalar value, written out independently of the code under test.
 inline std::string Utf8(char32_t cp) {
-    std::string out;
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
+    if (cp < 0x80)
+        return std::string(1, static_cast<char>(cp));
+    const int length = cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+    std::string out(length, '\0');
+    for (int i = length - 1; i > 0; --i, cp >>= 6)
+        out[i] = static_cast<char>(0x80 | (cp & 0x3F));
+    // The lead byte: `length` ones, a zero, then the highest bits.
+    out[0] = static_cast<char>(((0xFF00 >> length) & 0xFF) | cp);
     return out;
 }
 
@@ -41,24 +33,28 @@ inline rc::Gen<char32_t> ScalarValue() {
         rc::gen::inRange<char32_t>(0xE000, 0x10000), rc::gen::inRange<char32_t>(0x10000, 0x110000));
 }
 
+// Joined: the pieces drawn from `piece`, each after `separator`.
+inline rc::Gen<std::string> Joined(rc::Gen<std::string> piece, std::string separator = "") {
+    return rc::gen::map(rc::gen::container<std::vector<std::string>>(std::move(piece)),
+                        [separator](const std::vector<std::string>& pieces) {
+                            std::string out;
+                            for (const auto& p : pieces)
+                                out += separator + p;
+                            return out;
+                        });
+}
+
 // NativeBytes: any byte string, biased towards the interesting mixes described above.
 inline rc::Gen<std::string> NativeBytes() {
     using rc::gen::map;
-    const auto piece = rc::gen::oneOf(
-        map(rc::gen::inRange(0x20, 0x7F),
-            [](int c) { return std::string(1, static_cast<char>(c)); }),
-        map(rc::gen::inRange(0, 256), [](int b) { return std::string(1, static_cast<char>(b)); }),
+    const auto byte = [](int b) { return std::string(1, static_cast<char>(b)); };
+    return Joined(rc::gen::oneOf(
+        map(rc::gen::inRange(0x20, 0x7F), byte), map(rc::gen::inRange(0, 256), byte),
         map(ScalarValue(), Utf8),
         map(rc::gen::pair(ScalarValue(), rc::gen::inRange(1, 4)), [](const auto& cut) {
             const std::string whole = Utf8(cut.first);
             return whole.substr(0, std::min<std::size_t>(whole.size() - 1, cut.second));
-        }));
-    return map(rc::gen::container<std::vector<std::string>>(piece), [](const auto& pieces) {
-        std::string out;
-        for (const auto& p : pieces)
-            out += p;
-        return out;
-    });
+        })));
 }
 
 // NativeName: the bytes of one file name: not empty, without "/" or NUL.
@@ -74,13 +70,8 @@ inline rc::Gen<std::string> NativeName() {
 
 // AbsoluteNativePath: "/" followed by names joined by single "/" ("/" itself for no names).
 inline rc::Gen<std::string> AbsoluteNativePath() {
-    return rc::gen::map(rc::gen::container<std::vector<std::string>>(NativeName()),
-                        [](const std::vector<std::string>& names) {
-                            std::string out;
-                            for (const auto& n : names)
-                                out += "/" + n;
-                            return out.empty() ? std::string("/") : out;
-                        });
+    return rc::gen::map(Joined(NativeName(), "/"),
+                        [](const std::string& path) { return path.empty() ? "/" : path; });
 }
 
 }  // namespace vpath_test

@@ -1,6 +1,6 @@
 #include <fl/filesystem/path.hpp>
 
-#include <vector>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -9,14 +9,8 @@ namespace {
 namespace detail = fl::filesystem::detail;
 
 TEST(FilesystemPath, NativeFormRootAndExtension) {
-    struct Case {
-        ustring text;
-        ustring stripped;  // make_native_form(text, true)
-        ustring kept;      // make_native_form(text, false)
-        ustring root;
-        ustring extension;
-    };
-    const std::vector<Case> cases = {
+    // {text, make_native_form(text, true), make_native_form(text, false), root, extension}
+    const std::tuple<ustring, ustring, ustring, ustring, ustring> cases[] = {
         {u"//home///ada//", u"/home/ada", u"/home/ada/", u"/", u""},
         {u"/", u"/", u"/", u"/", u""},
         {u"///", u"/", u"/", u"/", u""},
@@ -29,12 +23,12 @@ TEST(FilesystemPath, NativeFormRootAndExtension) {
         {u"notes.", u"notes.", u"notes.", u"", u"."},
         {u"./a/..", u"./a/..", u"./a/..", u"", u""},  // dot segments are left to the file system
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(Velmora::text::ToNative(c.text)));
-        EXPECT_EQ(detail::make_native_form(c.text, true), c.stripped);
-        EXPECT_EQ(detail::make_native_form(c.text, false), c.kept);
-        EXPECT_EQ(detail::extract_root_path(c.text), c.root);
-        EXPECT_EQ(detail::extract_extension(c.text), c.extension);
+    for (const auto& [text, stripped, kept, root, extension] : cases) {
+        SCOPED_TRACE(testing::PrintToString(Velmora::text::ToNative(text)));
+        EXPECT_EQ(detail::make_native_form(text, true), stripped);
+        EXPECT_EQ(detail::make_native_form(text, false), kept);
+        EXPECT_EQ(detail::extract_root_path(text), root);
+        EXPECT_EQ(detail::extract_extension(text), extension);
     }
 }
 
