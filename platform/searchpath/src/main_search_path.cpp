@@ -63,7 +63,19 @@ struct MainSearchPath::Index {
     };
     std::vector<Slot> slots;  // every entry, in path order: each main entry, then its tree
     boost::unordered_flat_map<const IPathEntry*, std::uint32_t> slotOf;
-    boost::unordered_flat_map<std::u16string_view, SlotList, NameHash, NameEqual> byFileName;
+    // The entries that hold each file name, in path order, as chains through one array of
+    // postings: a name costs the map two numbers and no allocation of its own, which keeps the
+    // index of a large path compact and quick to build.
+    struct Posting {
+        std::uint32_t slot;
+        std::uint32_t next;
+    };
+    struct Chain {
+        std::uint32_t head;
+        std::uint32_t tail;
+    };
+    boost::unordered_flat_map<std::u16string_view, Chain, NameHash, NameEqual> byFileName;
+    std::vector<Posting> postings;
     boost::unordered_flat_map<std::u16string_view, SlotList, NameHash, NameEqual> methodsByName;
     boost::unordered_flat_map<AbsoluteIRI, std::uint32_t, IriHash> byLocation;
     boost::unordered_flat_map<AbsoluteIRI, std::uint32_t, IriHash> byCanonical;
@@ -72,6 +84,21 @@ struct MainSearchPath::Index {
         const auto kind = slots[slot].kind;
         return kind != PathEntryType::ResourcesFolder &&
                scope.Contains(static_cast<std::uint32_t>(kind));
+    }
+    void AddFile(std::u16string_view name, std::uint32_t slot) {
+        const auto posting = static_cast<std::uint32_t>(postings.size());
+        postings.push_back({slot, kNone});
+        const auto [it, fresh] = byFileName.try_emplace(name, Chain{posting, posting});
+        if (!fresh) {
+            postings[it->second.tail].next = posting;
+            it->second.tail = posting;
+        }
+    }
+    // Calls visit(slot) for the chain's slots in path order while it returns true.
+    template <class Visit>
+    void ForEachSlot(const Chain& chain, Visit visit) const {
+        for (auto p = chain.head; p != kNone && visit(postings[p].slot); p = postings[p].next) {
+        }
     }
     std::uint32_t SlotOf(const IPathEntry& entry) const {
         const auto it = slotOf.find(&entry);
@@ -123,12 +150,13 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     }
 
     index->byFileName.reserve(fileNames);
+    index->postings.reserve(fileNames);
     for (std::uint32_t slot = 0; slot < index->slots.size(); ++slot) {
         const auto& s = index->slots[slot];
         if (s.kind == PathEntryType::ResourcesFolder)
             continue;
         for (const ustring& name : s.entry->GetFileNames()) {
-            index->byFileName[std::u16string_view(name)].push_back(slot);
+            index->AddFile(name, slot);
         }
         if (s.kind == PathEntryType::AtFolder) {
             path->m_methods.push_back(s.entry);
@@ -248,9 +276,12 @@ std::shared_ptr<const IPathEntry> MainSearchPath::GetPathEntryFromAbsoluteIRI(
 const MainSearchPath::FoldedIndex& MainSearchPath::Folded() const {
     std::call_once(m_foldedOnce, [this] {
         auto folded = std::make_unique<FoldedIndex>();
-        for (const auto& [name, slots] : m_index->byFileName) {
+        for (const auto& [name, chain] : m_index->byFileName) {
             auto& list = folded->byFileName[text::FoldCase(name)];
-            list.insert(list.end(), slots.begin(), slots.end());
+            m_index->ForEachSlot(chain, [&](std::uint32_t slot) {
+                list.push_back(slot);
+                return true;
+            });
         }
         // Names that fold alike come from several lists; keep each list in path order.
         for (auto& [name, slots] : folded->byFileName) {
@@ -268,19 +299,18 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
     const SplitName name(*target.baseName);
     const std::vector<ustring>& extensions = *target.extensions;
     std::uint32_t best = kNone;
-    auto consider = [&](const SlotList& slots) {
-        for (const auto slot : slots) {
-            if (slot >= best)
-                return;
-            if (!m_index->Searchable(slot, scope))
-                continue;
-            if (!name.folders.empty() &&
-                !m_index->slots[slot].entry->EndsWithFolders(name.folders, policy)) {
-                continue;
-            }
-            best = slot;
-            return;
+    // Takes the first slot of a list, in path order, that can hold the file; false to stop.
+    auto consider = [&](std::uint32_t slot) {
+        if (slot >= best)
+            return false;
+        if (!m_index->Searchable(slot, scope))
+            return true;
+        if (!name.folders.empty() &&
+            !m_index->slots[slot].entry->EndsWithFolders(name.folders, policy)) {
+            return true;
         }
+        best = slot;
+        return false;
     };
     if (policy == FilenameMatchingPolicy::IgnoreCase) {
         const auto& folded = Folded();
@@ -288,14 +318,18 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
             ustring key = text::FoldCase(name.leaf);
             key += text::FoldCase(extension);
             const auto it = folded.byFileName.find(key);
-            if (it != folded.byFileName.end())
-                consider(it->second);
+            if (it == folded.byFileName.end())
+                continue;
+            for (const auto slot : it->second) {
+                if (!consider(slot))
+                    break;
+            }
         }
     } else {
         for (const ustring& extension : extensions) {
             const auto it = m_index->byFileName.find(NameKey{name.leaf, extension});
             if (it != m_index->byFileName.end())
-                consider(it->second);
+                m_index->ForEachSlot(it->second, consider);
         }
     }
     if (best == kNone)
@@ -323,7 +357,10 @@ std::vector<FoundItem> MainSearchPath::FindAllInScope(
         for (const ustring& extension : extensions) {
             const auto it = m_index->byFileName.find(NameKey{name.leaf, extension});
             if (it != m_index->byFileName.end()) {
-                candidates.insert(candidates.end(), it->second.begin(), it->second.end());
+                m_index->ForEachSlot(it->second, [&](std::uint32_t slot) {
+                    candidates.push_back(slot);
+                    return true;
+                });
             }
         }
     }
