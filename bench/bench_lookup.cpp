@@ -29,7 +29,7 @@
 #include <velmora/pathmanagement/search_target.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 
-#include "support/bench_options.hpp"
+#include "support/bench_main.hpp"
 #include "support/summary_reporter.hpp"
 #include "support/tree_locations.hpp"
 
@@ -279,14 +279,10 @@ void Register(const Workload& w, const PlainIndex& plain, std::size_t repetition
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    std::string error;
-    const auto options = vpath_bench::ParseBenchOptions(argc, argv, error);
-    if (!options) {
-        std::fprintf(stderr, "%s%s%s", error.c_str(), error.empty() ? "" : "\n",
-                     vpath_bench::BenchUsage(argv[0]).c_str());
-        return error.empty() ? 0 : 2;
-    }
+    int status = 0;
+    const auto options = vpath_bench::InitializeBench(argc, argv, status);
+    if (!options)
+        return status;
     try {
         const vpath_bench::ScratchFolder scratch(options->scratchParent);
         Workload w;

@@ -29,7 +29,7 @@
 #include <velmora/pathmanagement/path_views.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 
-#include "support/bench_options.hpp"
+#include "support/bench_main.hpp"
 #include "support/summary_reporter.hpp"
 #include "support/tree_locations.hpp"
 
@@ -161,14 +161,10 @@ std::string Ns(double ns) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    std::string error;
-    const auto options = vpath_bench::ParseBenchOptions(argc, argv, error);
-    if (!options) {
-        std::fprintf(stderr, "%s%s", error.empty() ? "" : (error + "\n").c_str(),
-                     vpath_bench::BenchUsage(argv[0]).c_str());
-        return error.empty() ? 0 : 2;
-    }
+    int status = 0;
+    const auto options = vpath_bench::InitializeBench(argc, argv, status);
+    if (!options)
+        return status;
     const vpath_bench::ScratchFolder scratch(options->scratchParent);
     Workload w;
     std::filesystem::create_directory(scratch.path() / "tree");
