@@ -37,4 +37,3 @@
 #include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/pathmanagement/path_views.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
-
