@@ -1,5 +1,8 @@
 #include <velmora/pathmanagement/path_editing.hpp>
 
+#include <optional>
+#include <vector>
+
 #include <boost/unordered/unordered_set.hpp>
 
 #include <velmora/pathmanagement/path_messages.hpp>
@@ -106,14 +109,18 @@ Notification RemoveIRIsFromVorlanPath(const detail::AnyRangeAdapter<AbsoluteIRI>
         given.insert(folder);
         if (onPath.contains(folder))
             continue;
-        // Not on the path as written: perhaps through another name of the same folder.
+        // Not on the path as written: perhaps through another name of the same folder. A folder
+        // without a canonical form is not on the path in that form either; only that failure is
+        // swallowed.
+        std::optional<AbsoluteIRI> real;
         try {
-            const AbsoluteIRI real = GetCanonicalIRI(folder);
-            canonical.insert(real);
-            if (onPath.contains(real))
-                continue;
+            real = GetCanonicalIRI(folder);
         } catch (...) {
-            // A folder without a canonical form is not on the path in that form either.
+        }
+        if (real) {
+            canonical.insert(*real);
+            if (onPath.contains(*real))
+                continue;
         }
         result.Add(VORLAN::rmpath::DirNotFound(GetStringFromIRI(folder)));
     }
