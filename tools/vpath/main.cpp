@@ -35,6 +35,8 @@ int main(int argc, char** argv) {
         RegisterSplit(app),
         RegisterDiff(app),
         RegisterWatch(app, pathOptions),
+        RegisterEntries(app, pathOptions),
+        RegisterShadows(app, pathOptions),
     };
 
     try {

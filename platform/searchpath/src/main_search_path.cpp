@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 
 #include <tbb/parallel_for.h>
 #include <boost/container/small_vector.hpp>
@@ -104,6 +105,30 @@ struct MainSearchPath::Index {
         const auto it = slotOf.find(&entry);
         return it == slotOf.end() ? kNone : it->second;
     }
+
+    // The entries by the last folder name of their location, case folded, in path order; a "+"
+    // or "@" folder is also listed without that character, since a partial pathname may leave it
+    // out. Built on the first partial pathname query.
+    using FolderNameIndex = boost::unordered_flat_map<ustring, SlotList>;
+    const FolderNameIndex& ByFolderName() const {
+        std::call_once(folderNamesOnce, [this] {
+            auto index = std::make_unique<FolderNameIndex>();
+            index->reserve(slots.size());
+            for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
+                const auto& names = slots[slot].entry->GetFolderNames();
+                if (names.empty())
+                    continue;
+                const ustring key = text::FoldCase(names.back());
+                (*index)[key].push_back(slot);
+                if (key.starts_with(u'+') || key.starts_with(u'@'))
+                    (*index)[key.substr(1)].push_back(slot);
+            }
+            folderNames = std::move(index);
+        });
+        return *folderNames;
+    }
+    mutable std::once_flag folderNamesOnce;
+    mutable std::unique_ptr<const FolderNameIndex> folderNames;
 };
 
 // Built on first use by a lookup that ignores case.
@@ -229,7 +254,13 @@ PathEntryVector MainSearchPath::GetPartiallyMatchingEntries(SearchScope scope,
     const auto parts = SplitPartialName(partialName);
     if (parts.empty())
         return result;
-    for (const auto& s : m_index->slots) {
+    // Only the entries whose own folder the last part can name are candidates.
+    const auto& byName = m_index->ByFolderName();
+    const auto it = byName.find(text::FoldCase(parts.back()));
+    if (it == byName.end())
+        return result;
+    for (const auto slot : it->second) {
+        const auto& s = m_index->slots[slot];
         if (scope.Contains(static_cast<std::uint32_t>(s.kind)) &&
             s.entry->EndsWithFolders(parts, policy)) {
             result.push_back(s.entry);
