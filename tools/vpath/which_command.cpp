@@ -9,9 +9,11 @@
 
 #include <iostream>
 #include <optional>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
+#include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/pathinterfaces/constants.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
 
@@ -63,7 +65,7 @@ class Answerer {
   private:
     void Text(const std::vector<FoundItem>& found, std::string& out) const {
         for (std::size_t i = 0; i < found.size(); ++i) {
-            out += NativePathOf(*found[i].GetPathItem());
+            AppendPath(found[i], out);
             if (i > 0)
                 out += "  (shadowed)";
             out += '\n';
@@ -72,6 +74,21 @@ class Answerer {
         // answers, so that answers stay in step with questions.
         if (m_options.batch && (m_options.all || found.empty()))
             out += '\n';
+    }
+
+    // The file's native path; a folder's own is converted once, as a batch meets it again and
+    // again.
+    void AppendPath(const FoundItem& hit, std::string& out) const {
+        const auto& entry = hit.GetPathEntry();
+        auto [at, fresh] = m_folderBytes.try_emplace(entry.get());
+        if (fresh)
+            at->second = Velmora::text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(
+                             hit.GetPathItem()->GetLocation())) +
+                         "/";
+        out += at->second;
+        const auto& item = *hit.GetPathItem();
+        out += Velmora::text::ToNative(item.GetName());
+        out += Velmora::text::ToNative(item.GetExtension());
     }
 
     static nlohmann::json Json(const std::string& arg, const std::vector<FoundItem>& found) {
@@ -88,6 +105,8 @@ class Answerer {
 
     const Resolver& m_resolver;
     const WhichOptions& m_options;
+    // The entries stay alive with the path, which outlives the answerer.
+    mutable std::unordered_map<const IPathEntry*, std::string> m_folderBytes;
 };
 
 int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
