@@ -58,6 +58,9 @@ std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
     managerOptions.defaultFolders = ExampleToolboxFolders;
     if (!location.empty()) {
         managerOptions.pathDefinition.emplace(location);
+        managerOptions.pathDefinition->SetSlowLockNotice([location] {
+            Fail(fmt::format("waiting for another change of {} to finish", location));
+        });
     } else if (purpose == Purpose::Change) {
         throw std::runtime_error(
             "there is nowhere to keep the search path (HOME is not set); give --pathdef FILE");
