@@ -15,6 +15,7 @@
 #include <velmora/storage/vorlan_storage_system.hpp>
 
 #include "example_toolbox.hpp"
+#include "path_cache_use.hpp"
 
 namespace vpath_cli {
 
@@ -65,9 +66,16 @@ std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
         throw std::runtime_error(
             "there is nowhere to keep the search path (HOME is not set); give --pathdef FILE");
     }
+    const auto cache = location.empty() ? std::nullopt : CacheForPathDefinition(location);
+    managerOptions.knownEntries = LoadCache(cache);
+    const auto loaded = managerOptions.knownEntries;
     foundation::core::except::Notification problems;
     auto manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
     PrintMessages(problems);
+    if (manager) {
+        UseCache(cache, loaded, *manager);
+        KeepUntilExit(manager->GetSnapshot());
+    }
     return manager;
 }
 
@@ -82,10 +90,23 @@ std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
     std::vector<AbsoluteIRI> folders;
     for (const ustring& text : Velmora::PathManagement::SplitVorlanPath(Arg(*options.pathList)))
         folders.push_back(ToFolderIRI(text));
+    const auto cache = CacheForFolders(folders);
+    Velmora::SearchPath::EntryCache known;
+    const auto loaded = LoadCache(cache);
+    known.Retain(loaded);
     ScanReport report;
-    auto path = MainSearchPath::Scan(folders, report);
+    auto path = MainSearchPath::Scan(folders, report, &known);
     PrintWarnings(report);
+    SaveCacheIfChanged(cache, loaded, path->GetFolderEntries());
+    KeepUntilExit(path);
     return path;
+}
+
+void KeepUntilExit(std::shared_ptr<const void> object) {
+    // Never destroyed: the command leaves with std::_Exit, and the system takes the memory back
+    // far quicker than freeing it object by object would.
+    static auto* kept = new std::vector<std::shared_ptr<const void>>();
+    kept->push_back(std::move(object));
 }
 
 std::string DisplayBytes(const AbsoluteIRI& folder) {

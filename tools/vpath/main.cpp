@@ -1,6 +1,7 @@
 // vpath: search-path utilities on the command line.
 
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 
 #include <CLI/CLI.hpp>
@@ -8,6 +9,23 @@
 #include <foundation/core/except/exception.hpp>
 
 #include "commands.hpp"
+#include "path_cache_use.hpp"
+
+namespace {
+
+// LeaveQuickly: ends the process with `status` once everything printed has been written, without
+// freeing what the process holds (the system takes it back at once). A failure to write standard
+// output is an error: the output is lost.
+int LeaveQuickly(int status) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+        vpath_cli::Fail("cannot write standard output");
+        status = vpath_cli::kExitUsage;
+    }
+    std::fflush(stderr);
+    std::_Exit(status);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     using namespace vpath_cli;
@@ -25,6 +43,8 @@ int main(int argc, char** argv) {
            "The path definition file that keeps the search path; by default $VPATH_PATHDEF, "
            "else $XDG_CONFIG_HOME/vpath/pathdef, else ~/.config/vpath/pathdef")
         ->type_name("FILE");
+    app.add_flag_callback("--no-cache", DisableCache,
+                          "Neither read nor write the path cache: scan every folder");
 
     const std::vector<Command> commands = {
         RegisterWhich(app, pathOptions),
@@ -35,6 +55,7 @@ int main(int argc, char** argv) {
         RegisterSplit(app),
         RegisterDiff(app),
         RegisterWatch(app, pathOptions),
+        RegisterCache(app, pathOptions),
     };
 
     try {
@@ -45,7 +66,7 @@ int main(int argc, char** argv) {
     try {
         for (const auto& command : commands) {
             if (command.app->parsed())
-                return command.run();
+                return LeaveQuickly(command.run());
         }
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? kExitOk : kExitUsage;
