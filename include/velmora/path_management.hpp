@@ -34,6 +34,7 @@
 // The library.
 #include <velmora/pathmanagement/cache_and_notify.hpp>
 #include <velmora/pathmanagement/lookup.hpp>
+#include <velmora/pathmanagement/partial_pathname.hpp>
 #include <velmora/pathmanagement/path_diff.hpp>
 #include <velmora/pathmanagement/path_editing.hpp>
 #include <velmora/pathmanagement/path_messages.hpp>

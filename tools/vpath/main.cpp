@@ -56,6 +56,8 @@ int main(int argc, char** argv) {
         RegisterDiff(app),
         RegisterWatch(app, pathOptions),
         RegisterCache(app, pathOptions),
+        RegisterEntries(app, pathOptions),
+        RegisterShadows(app, pathOptions),
     };
 
     try {

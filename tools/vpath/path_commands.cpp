@@ -16,6 +16,7 @@
 
 #include "change_report.hpp"
 #include "commands.hpp"
+#include "lookup_output.hpp"
 
 namespace vpath_cli {
 namespace {
@@ -40,17 +41,23 @@ std::vector<ustring> Texts(const std::vector<std::string>& arguments) {
     return texts;
 }
 
-int RunPath(const PathOptions& pathOptions) {
+int RunPath(const PathOptions& pathOptions, bool json) {
+    std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
     if (pathOptions.pathList) {
         for (const ustring& text : SplitVorlanPath(Arg(*pathOptions.pathList)))
-            PrintLine(DisplayBytes(ToFolderIRI(text)));
+            folders.push_back(ToFolderIRI(text));
+    } else {
+        const auto manager = OpenManager(pathOptions, Purpose::Read);
+        if (!manager)
+            return kExitRefused;
+        PrintWarnings(*manager->GetWarnings());
+        folders = *manager->GetPathFolderIRIs();
+    }
+    if (json) {
+        PrintFoldersJson(folders);
         return kExitOk;
     }
-    const auto manager = OpenManager(pathOptions, Purpose::Read);
-    if (!manager)
-        return kExitRefused;
-    PrintWarnings(*manager->GetWarnings());
-    for (const auto& folder : *manager->GetPathFolderIRIs())
+    for (const auto& folder : folders)
         PrintLine(DisplayBytes(folder));
     return kExitOk;
 }
@@ -173,8 +180,10 @@ int RunSplit(const std::string& text) {
 }  // namespace
 
 Command RegisterPath(CLI::App& app, const PathOptions& pathOptions) {
+    auto json = std::make_shared<bool>(false);
     auto* path = app.add_subcommand("path", "Print the folders of the search path, one per line");
-    return {path, [&pathOptions] { return RunPath(pathOptions); }};
+    path->add_flag("--json", *json, "One JSON array of the folders and whether each exists");
+    return {path, [json, &pathOptions] { return RunPath(pathOptions, *json); }};
 }
 
 Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions) {
