@@ -14,6 +14,8 @@
 
 #include "change_report.hpp"
 #include "commands.hpp"
+#include "given_path.hpp"
+#include "special_folders.hpp"
 
 namespace vpath_cli {
 namespace {
@@ -39,16 +41,18 @@ std::vector<ustring> Texts(const std::vector<std::string>& arguments) {
 }
 
 int RunPath(const PathOptions& pathOptions) {
-    if (pathOptions.pathList) {
-        for (const ustring& text : SplitVorlanPath(Arg(*pathOptions.pathList)))
-            PrintLine(DisplayBytes(ToFolderIRI(text)));
+    if (const auto folders = GivenFolders(pathOptions)) {
+        for (const auto& folder : *folders)
+            PrintLine(DisplayBytes(folder));
         return kExitOk;
     }
     const auto manager = OpenManager(pathOptions, Purpose::Read);
     if (!manager)
-        return kExitRefused;
+        return kExitTrouble;
     PrintWarnings(*manager->GetWarnings());
-    for (const auto& folder : *manager->GetPathFolderIRIs())
+    const auto folders = manager->GetPathFolderIRIs();
+    HintIfEmpty(pathOptions, folders->size());
+    for (const auto& folder : *folders)
         PrintLine(DisplayBytes(folder));
     return kExitOk;
 }
@@ -58,7 +62,7 @@ template <class Edit>
 int RunChange(const PathOptions& pathOptions, Edit edit) {
     const auto manager = OpenManager(pathOptions, Purpose::Change);
     if (!manager)
-        return kExitRefused;
+        return kExitTrouble;
     manager->AddPathChangeObserver([](const PathChange& change) {
         PrintChangeReport(Velmora::SearchPath::ComparePaths(*change.before, *change.after),
                           *change.after, false);
@@ -120,6 +124,7 @@ Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions) {
     add->add_flag("--end", arguments->atEnd, "Put them at the end instead");
     add->add_option("folders", arguments->folders, "Folders to add, in order")->required();
     return {add, [arguments, &pathOptions] {
+                WarnOfSpecialFolders(arguments->folders);
                 return RunChange(pathOptions, [&](const auto& currentFolder, auto& manager) {
                     return AddFoldersToVorlanPath(
                         Texts(arguments->folders), currentFolder, manager,
