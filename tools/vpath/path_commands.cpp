@@ -16,7 +16,9 @@
 
 #include "change_report.hpp"
 #include "commands.hpp"
+#include "given_path.hpp"
 #include "lookup_output.hpp"
+#include "special_folders.hpp"
 
 namespace vpath_cli {
 namespace {
@@ -43,15 +45,15 @@ std::vector<ustring> Texts(const std::vector<std::string>& arguments) {
 
 int RunPath(const PathOptions& pathOptions, bool json) {
     std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
-    if (pathOptions.pathList) {
-        for (const ustring& text : SplitVorlanPath(Arg(*pathOptions.pathList)))
-            folders.push_back(ToFolderIRI(text));
+    if (auto given = GivenFolders(pathOptions)) {
+        folders = std::move(*given);
     } else {
         const auto manager = OpenManager(pathOptions, Purpose::Read);
         if (!manager)
-            return kExitRefused;
+            return kExitTrouble;
         PrintWarnings(*manager->GetWarnings());
         folders = *manager->GetPathFolderIRIs();
+        HintIfEmpty(pathOptions, folders.size());
     }
     if (json) {
         PrintFoldersJson(folders);
@@ -82,7 +84,7 @@ template <class Edit>
 int RunChange(const PathOptions& pathOptions, Edit edit) {
     const auto manager = OpenManager(pathOptions, Purpose::Change);
     if (!manager)
-        return kExitRefused;
+        return kExitTrouble;
     manager->AddPathChangeObserver([](const PathChange& change) {
         PrintChangeReport(Velmora::SearchPath::ComparePaths(*change.before, *change.after),
                           *change.after, false);
@@ -193,6 +195,7 @@ Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions) {
     add->add_flag("--end", arguments->atEnd, "Put them at the end instead");
     add->add_option("folders", arguments->folders, "Folders to add, in order")->required();
     return {add, [arguments, &pathOptions] {
+                WarnOfSpecialFolders(arguments->folders);
                 return RunChange(pathOptions, [&](const auto& currentFolder, auto& manager) {
                     return AddFoldersToVorlanPath(
                         Texts(arguments->folders), currentFolder, manager,
