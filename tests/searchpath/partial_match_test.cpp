@@ -2,6 +2,7 @@
 // names, and in agreement with the library's lenient rule entry by entry.
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -101,6 +102,18 @@ TEST_F(PartialMatchTest, AgreesWithTheLenientRuleOnEveryEntry) {
                       expected);
         }
     }
+}
+
+TEST_F(PartialMatchTest, ThreadsThatAskFirstShareOneIndex) {
+    // The index is built by the first query; readers racing to it must all get whole answers.
+    std::vector<std::vector<std::string>> answers(4);
+    std::vector<std::thread> readers;
+    for (auto& answer : answers)
+        readers.emplace_back([&] { answer = Matching("shapes", FilenameMatchingPolicy::Exact); });
+    for (auto& reader : readers)
+        reader.join();
+    for (const auto& answer : answers)
+        EXPECT_EQ(answer, std::vector<std::string>{"geometry/+shapes"});
 }
 
 }  // namespace
