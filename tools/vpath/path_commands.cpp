@@ -16,6 +16,9 @@
 
 #include "change_report.hpp"
 #include "commands.hpp"
+#include "given_path.hpp"
+#include "lookup_output.hpp"
+#include "special_folders.hpp"
 
 namespace vpath_cli {
 namespace {
@@ -40,17 +43,23 @@ std::vector<ustring> Texts(const std::vector<std::string>& arguments) {
     return texts;
 }
 
-int RunPath(const PathOptions& pathOptions) {
-    if (pathOptions.pathList) {
-        for (const ustring& text : SplitVorlanPath(Arg(*pathOptions.pathList)))
-            PrintLine(DisplayBytes(ToFolderIRI(text)));
+int RunPath(const PathOptions& pathOptions, bool json) {
+    std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
+    if (auto given = GivenFolders(pathOptions)) {
+        folders = std::move(*given);
+    } else {
+        const auto manager = OpenManager(pathOptions, Purpose::Read);
+        if (!manager)
+            return kExitTrouble;
+        PrintWarnings(*manager->GetWarnings());
+        folders = *manager->GetPathFolderIRIs();
+        HintIfEmpty(pathOptions, folders.size());
+    }
+    if (json) {
+        PrintFoldersJson(folders);
         return kExitOk;
     }
-    const auto manager = OpenManager(pathOptions, Purpose::Read);
-    if (!manager)
-        return kExitRefused;
-    PrintWarnings(*manager->GetWarnings());
-    for (const auto& folder : *manager->GetPathFolderIRIs())
+    for (const auto& folder : folders)
         PrintLine(DisplayBytes(folder));
     return kExitOk;
 }
@@ -75,7 +84,7 @@ template <class Edit>
 int RunChange(const PathOptions& pathOptions, Edit edit) {
     const auto manager = OpenManager(pathOptions, Purpose::Change);
     if (!manager)
-        return kExitRefused;
+        return kExitTrouble;
     manager->AddPathChangeObserver([](const PathChange& change) {
         PrintChangeReport(Velmora::SearchPath::ComparePaths(*change.before, *change.after),
                           *change.after, false);
@@ -173,8 +182,10 @@ int RunSplit(const std::string& text) {
 }  // namespace
 
 Command RegisterPath(CLI::App& app, const PathOptions& pathOptions) {
+    auto json = std::make_shared<bool>(false);
     auto* path = app.add_subcommand("path", "Print the folders of the search path, one per line");
-    return {path, [&pathOptions] { return RunPath(pathOptions); }};
+    path->add_flag("--json", *json, "One JSON array of the folders and whether each exists");
+    return {path, [json, &pathOptions] { return RunPath(pathOptions, *json); }};
 }
 
 Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions) {
@@ -184,6 +195,7 @@ Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions) {
     add->add_flag("--end", arguments->atEnd, "Put them at the end instead");
     add->add_option("folders", arguments->folders, "Folders to add, in order")->required();
     return {add, [arguments, &pathOptions] {
+                WarnOfSpecialFolders(arguments->folders);
                 return RunChange(pathOptions, [&](const auto& currentFolder, auto& manager) {
                     return AddFoldersToVorlanPath(
                         Texts(arguments->folders), currentFolder, manager,

@@ -80,6 +80,13 @@ class TreeScan {
     // Main: the entry of a folder put on the path; its real location is resolved first.
     std::shared_ptr<const FolderEntry> Main(const AbsoluteIRI& location,
                                             const std::string& native) {
+        os::FileStatus status;
+        if (const auto cached =
+                m_cache ? m_cache->Find(location, PathEntryType::Ordinary) : nullptr;
+            cached && SameFolder(*cached, native, status)) {
+            return Folder(location, native, cached->GetCanonicalAbsoluteIRI(),
+                          PathEntryType::Ordinary, &status);
+        }
         std::string resolved;
         if (const int err = os::System().RealPath(native, resolved); err != 0) {
             return Fail(location, err);
@@ -94,13 +101,16 @@ class TreeScan {
     std::shared_ptr<const FolderEntry> Folder(const AbsoluteIRI& location,
                                               const std::string& native,
                                               const CanonicalAbsoluteIRI& canonical,
-                                              PathEntryType kind) {
+                                              PathEntryType kind,
+                                              const os::FileStatus* known = nullptr) {
         const auto cached = m_cache ? m_cache->Find(location, kind) : nullptr;
         std::shared_ptr<const FileTable> files;
         FolderStamp stamp;
         if (cached) {
             os::FileStatus status;
-            if (const int err = os::System().Stat(native, status); err != 0) {
+            if (known) {
+                status = *known;
+            } else if (const int err = os::System().Stat(native, status); err != 0) {
                 return Fail(location, err);
             }
             if (!status.IsFolder())
@@ -141,6 +151,30 @@ class TreeScan {
     }
 
   private:
+    // SameFolder: whether `native` and the canonical location of `cached` both still name the
+    // folder that was cached (same device and inode), which makes resolving symbolic links again
+    // needless. `status` is then the folder's status.
+    static bool SameFolder(const FolderEntry& cached, const std::string& native,
+                           os::FileStatus& status) {
+        const FolderStamp& stamp = cached.GetStamp();
+        auto same = [&](const os::FileStatus& s) {
+            return s.IsFolder() && s.device == stamp.device && s.inode == stamp.inode;
+        };
+        if (os::System().Stat(native, status) != 0 || !same(status))
+            return false;
+        const auto& canonical = cached.GetCanonicalAbsoluteIRI().getIRI();
+        if (canonical == cached.GetAbsoluteIRI())
+            return true;
+        os::FileStatus target;
+        std::string canonicalNative;
+        try {
+            canonicalNative = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(canonical));
+        } catch (const foundation::storage::vfs::Exception&) {
+            return false;
+        }
+        return os::System().Stat(canonicalNative, target) == 0 && same(target);
+    }
+
     std::shared_ptr<const FileTable> Read(const AbsoluteIRI& location, const std::string& native,
                                           PathEntryType kind, const os::FolderListing& listing) {
         std::vector<ustring> files;

@@ -111,6 +111,7 @@ std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options optio
 
 MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options options)
     : m_options(std::move(options)) {
+    m_cache.Retain(std::exchange(m_options.knownEntries, {}));
     auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
     ScanReport report;
     auto path = MainSearchPath::Scan(*unique, report, &m_cache);

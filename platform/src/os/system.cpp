@@ -13,6 +13,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,6 +54,24 @@ EntryKind KindOf(unsigned char type) {
             return EntryKind::Other;
     }
 }
+
+class MappedRegion final : public MappedFile {
+  public:
+    MappedRegion(void* address, std::size_t size) : m_address(address), m_size(size) {}
+    ~MappedRegion() override {
+        if (m_size != 0)
+            ::munmap(m_address, m_size);
+    }
+    MappedRegion(const MappedRegion&) = delete;
+    MappedRegion& operator=(const MappedRegion&) = delete;
+    std::string_view Bytes() const noexcept override {
+        return {static_cast<const char*>(m_address), m_size};
+    }
+
+  private:
+    void* m_address;
+    std::size_t m_size;
+};
 
 struct DirCloser {
     void operator()(DIR* d) const { ::closedir(d); }
@@ -269,6 +288,35 @@ class RealSystemImpl final : public ISystem {
         }
         return 0;
     }
+
+    int OpenFileForWriting(const std::string& path, int& descriptor) override {
+        const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        if (fd < 0)
+            return errno;
+        descriptor = fd;
+        return 0;
+    }
+
+    int MapFile(const std::string& path, std::unique_ptr<const MappedFile>& out) override {
+        const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return errno;
+        struct stat st {};
+        int err = ::fstat(fd, &st) == 0 ? 0 : errno;
+        if (err == 0 && !S_ISREG(st.st_mode))
+            err = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+        void* address = nullptr;
+        const auto size = static_cast<std::size_t>(st.st_size);
+        if (err == 0 && size != 0) {
+            address = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+            if (address == MAP_FAILED)
+                err = errno;
+        }
+        ::close(fd);
+        if (err == 0)
+            out = std::make_unique<MappedRegion>(address, size);
+        return err;
+    }
 };
 
 RealSystemImpl& RealInstance() {
@@ -291,6 +339,7 @@ bool FileStatus::IsRegularFile() const noexcept {
 }
 
 ISystem::~ISystem() = default;
+MappedFile::~MappedFile() = default;
 
 int ISystem::ReadRegularFile(const std::string& path, std::uint64_t maxBytes, std::string& out) {
     return RealInstance().ReadRegularFile(path, maxBytes, out);

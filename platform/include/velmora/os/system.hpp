@@ -9,6 +9,7 @@
 // Paths here are native byte strings. Every operation returns 0 on success or an errno value.
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,6 +47,13 @@ struct FolderListing {
     std::vector<FolderItem> items;
 };
 
+// MappedFile: the whole content of a file mapped read-only into memory; unmapped when destroyed.
+class VELMORA_PLATFORM_EXPORT MappedFile {
+  public:
+    virtual ~MappedFile();
+    virtual std::string_view Bytes() const noexcept = 0;
+};
+
 class VELMORA_PLATFORM_EXPORT ISystem {
   public:
     virtual ~ISystem();
@@ -80,6 +88,11 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     // SyncFolder: waits until the folder's own entries (names created, renamed, removed) are on
     // the storage device.
     virtual int SyncFolder(const std::string& path) = 0;
+    // OpenFileForWriting: opens the file for writing, emptying it, or creates it empty (mode 0666
+    // less the umask); symbolic links are followed. The descriptor goes back through CloseFile.
+    virtual int OpenFileForWriting(const std::string& path, int& descriptor) = 0;
+    // MapFile: maps the whole regular file at `path` read-only; an empty file maps to no bytes.
+    virtual int MapFile(const std::string& path, std::unique_ptr<const MappedFile>& out) = 0;
     // MakeFolders: creates the folder `path` and any missing folders above it (mode 0777 less the
     // umask). Succeeds if the folder exists already.
     virtual int MakeFolders(const std::string& path) = 0;
