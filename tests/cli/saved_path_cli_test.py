@@ -122,7 +122,7 @@ class SavedPath(unittest.TestCase):
         os.remove(self.pathdef)
         os.mkfifo(self.pathdef)
         status, out, err = self.vpath("path")
-        self.assertEqual(status, 1)
+        self.assertEqual(status, 2)
         self.assertIn(b"it is not a regular file", err)
 
 
