@@ -57,6 +57,32 @@ class Manager : public vpath_test::TempTreeTest {
     }
 };
 
+TEST_F(Manager, ChangesByOthersSinceThePathWasReadAreKept) {
+    // Two managers stand for two processes that read the saved path before either changed it.
+    {
+        MainSearchPathManager first({}, Saved());
+        Notification messages;
+        first.ApplyPathAfterAdding(I({"a", "b"}), messages);
+        ASSERT_TRUE(messages.empty());
+    }
+    Notification messages;
+    auto one = MainSearchPathManager::Open(Saved(), messages);
+    auto two = MainSearchPathManager::Open(Saved(), messages);
+    const auto saved = [&] {
+        return MainSearchPathManager::Open(Saved(), messages)->GetPathFolderIRIs();
+    };
+    EXPECT_TRUE(AddIRIsToVorlanPath(I({"c"}), *one, Position::Front).empty());
+    EXPECT_EQ(*saved(), I({"c", "a", "b"}));
+    // Two still sees a, b: its removal is made on what is saved, and it then sees c too.
+    EXPECT_TRUE(RemoveIRIsFromVorlanPath(I({"a"}), *two).empty());
+    EXPECT_EQ(*saved(), I({"c", "b"}));
+    EXPECT_EQ(*two->GetPathFolderIRIs(), I({"c", "b"}));
+    // One moves b to the end and puts a back there after it, though it never saw a go.
+    EXPECT_TRUE(AddIRIsToVorlanPath(I({"b", "a"}), *one, Position::End).empty());
+    EXPECT_EQ(*saved(), I({"c", "b", "a"}));
+    EXPECT_TRUE(messages.empty());
+}
+
 TEST_F(Manager, ChangesNothingWhenAFolderCannotBeUsedOrThePathCannotBeSaved) {
     MainSearchPathManager manager(I({"a"}), Saved());
     const auto snapshot = manager.GetSnapshot();

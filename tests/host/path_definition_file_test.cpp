@@ -1,16 +1,19 @@
 // The path definition file: what is written, what is read back, what a failed save leaves, and
 // what a saving process killed at random moments leaves: the old or the new file, never a torn one.
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <sstream>
 #include <thread>
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -81,9 +84,10 @@ TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
         EXPECT_TRUE(problems.empty());
     }
     {
-        // Comments and blank lines are passed over, repeats taken once, the last line needs no
-        // line break.
-        tree.File("config/vpath/pathdef", "# mine\n\n/a//b/\n/c\n/a/b\n# /x\n/d");
+        // Comments and blank lines are passed over, lines may end in CRLF, dot segments and
+        // repeated separators are resolved, repeats taken once, the last line needs no line
+        // break.
+        tree.File("config/vpath/pathdef", "# mine\r\n\r\n/a//b/\r\n/c/x/..\n/a/./b\n# /x\n/d");
         Notification problems;
         const auto loaded = File().Load(problems);
         EXPECT_EQ(loaded.outcome, Outcome::Loaded);
@@ -150,9 +154,87 @@ TEST_F(PathDefinition, AFailedSaveLeavesTheOldFileAndNoTemporaryFile) {
     }
 }
 
+TEST_F(PathDefinition, ASaveChangesOnlyTheFolderLinesAndKeepsTheFileItsLinkAndItsMode) {
+    // The file is reached through a symbolic link, written with CRLF, commented, private to a
+    // user who is not the one saving.
+    const fs::path real = tree.File("dotfiles/pathdef",
+                                    "# mine\r\n/keep/1\r\n\r\n# second\r\n/gone\r\n/keep/2\r\n"
+                                    "/move\r\n# last\r\n/keep/3");
+    fs::create_directories(Location().parent_path());
+    fs::create_symlink(real, Location());
+    fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write);
+    ASSERT_EQ(::chown(real.c_str(), 4321, 4322), 0);
+    const std::vector<AbsoluteIRI> folders = {
+        AbsoluteIRI(u"file:///move"), AbsoluteIRI(u"file:///keep/1"),
+        AbsoluteIRI(u"file:///keep/2"), AbsoluteIRI(u"file:///new"),
+        AbsoluteIRI(u"file:///keep/3")};
+    Notification problems;
+    ASSERT_TRUE(File().Save(folders, problems));
+    EXPECT_TRUE(fs::is_symlink(Location()));
+    EXPECT_EQ(Read(real),
+              "# mine\r\n/move\r\n/keep/1\r\n\r\n# second\r\n/keep/2\r\n/new\r\n# last\r\n"
+              "/keep/3");
+    EXPECT_EQ(fs::status(real).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    struct stat st {};
+    ASSERT_EQ(::stat(real.c_str(), &st), 0);
+    EXPECT_EQ(std::pair(st.st_uid, st.st_gid), std::pair(uid_t{4321}, gid_t{4322}));
+    EXPECT_EQ(File().Load(problems).folders, folders);
+    EXPECT_TRUE(problems.empty());
+    {
+        // Appending after a last line without a line break ends that line first.
+        ASSERT_TRUE(File().Save({folders[4], AbsoluteIRI(u"file:///end")}, problems));
+        EXPECT_EQ(Read(real), "# mine\r\n\r\n# second\r\n# last\r\n/keep/3\r\n/end\r\n");
+    }
+}
+
+TEST_F(PathDefinition, WhatIsNotASmallRegularFileIsRefusedAtOnce) {
+    fs::create_directories(Location().parent_path());
+    const std::function<void()> makers[] = {
+        [&] { ASSERT_EQ(::mkfifo(Location().c_str(), 0600), 0); },
+        [&] { fs::create_symlink("/dev/zero", Location()); },
+        [&] { fs::create_directory(Location()); },
+        [&] {
+            std::ofstream(Location()) << "/x\n";
+            fs::resize_file(Location(), PathDefinitionFile::kMaxBytes + 1);
+        },
+    };
+    for (const auto& make : makers) {
+        fs::remove_all(Location());
+        make();
+        SCOPED_TRACE(Location().string() + " as " +
+                     std::to_string(static_cast<int>(fs::symlink_status(Location()).type())));
+        Notification problems;
+        EXPECT_EQ(File().Load(problems).outcome, Outcome::Failed);
+        EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:cannotRead"});
+    }
+}
+
+TEST_F(PathDefinition, AChangeWaitsForTheLockAndSaysSoAfterASecond) {
+    Notification problems;
+    auto held = File().LockForChange(problems);
+    ASSERT_TRUE(held.IsHeld());
+    std::atomic<int> notices = 0;
+    std::atomic<bool> locked = false;
+    PathDefinitionFile waiting = File();
+    waiting.SetSlowLockNotice([&] { ++notices; });
+    std::thread writer([&] {
+        Notification ignored;
+        const auto lock = waiting.LockForChange(ignored);
+        locked = lock.IsHeld();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+    EXPECT_FALSE(locked);
+    EXPECT_EQ(notices, 1);
+    held = {};
+    writer.join();
+    EXPECT_TRUE(locked);
+    EXPECT_EQ(notices, 1);
+}
+
 struct KillOutcomes {
     int first = 0, second = 0, torn = 0;
-    int duringSave = 0;  // kills that left the saver's temporary file behind
+    int duringSave = 0;       // kills that left a temporary file behind
+    int mostTemporaries = 0;  // the most temporary files there were at once
 };
 
 // Starts the saver on `file` in `mode`, kills it `kills` times at random moments after it has
@@ -189,15 +271,19 @@ KillOutcomes KillRepeatedly(const fs::path& file, const char* mode, int kills) {
         outcomes.first += content == first;
         outcomes.second += content == second;
         outcomes.torn += content != first && content != second;
-        for (const auto& item : fs::directory_iterator(file.parent_path())) {
-            if (item.path().extension() == ".tmp") {
-                ++outcomes.duringSave;
-                fs::remove(item.path());
-            }
-        }
+        // Temporary files are left for the next save to remove: at most the killed save's own
+        // may be there.
+        int temporaries = 0;
+        for (const auto& item : fs::directory_iterator(file.parent_path()))
+            temporaries += item.path().extension() == ".tmp";
+        outcomes.duringSave += temporaries > 0;
+        outcomes.mostTemporaries = std::max(outcomes.mostTemporaries, temporaries);
     }
-    std::printf("%s saver, %d kills: %d first path, %d second path, %d torn, %d during a save\n",
-                mode, kills, outcomes.first, outcomes.second, outcomes.torn, outcomes.duringSave);
+    std::printf(
+        "%s saver, %d kills: %d first path, %d second path, %d torn, %d during a save, at most %d "
+        "temporary files at once\n",
+        mode, kills, outcomes.first, outcomes.second, outcomes.torn, outcomes.duringSave,
+        outcomes.mostTemporaries);
     return outcomes;
 }
 
@@ -211,6 +297,10 @@ TEST_F(PathDefinition, AKilledSaverLeavesTheOldOrTheNewFileAndAnInPlaceSaverWoul
         EXPECT_GT(outcomes.first, 0);
         EXPECT_GT(outcomes.second, 0);
         EXPECT_GT(outcomes.duringSave, 0);
+        EXPECT_EQ(outcomes.mostTemporaries, 1);
+        // The next save removes what the last kill left.
+        ASSERT_TRUE(File().Save(vpath_test::CrashPaths()[0], problems));
+        EXPECT_TRUE(Leftovers().empty());
     }
     {
         // The control: overwriting the file where it is leaves torn files that the test sees.

@@ -2,6 +2,8 @@
 // entries a rescan keeps.
 
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -147,6 +149,34 @@ TEST_F(ScanTest, ProblemsAreReportedAndNeverAbortTheScan) {
                                  ": Permission denied"));
         EXPECT_THAT(report.Problems()[1].Describe(), ::testing::HasSubstr("does not exist"));
     }
+}
+
+TEST_F(ScanTest, LinksThatBranchReadEachFolderOnce) {
+    // Each level holds +a and +b, both leading to the next level: 2^20 ways down, 21 folders.
+    constexpr int kLevels = 20;
+    for (int level = 0; level <= kLevels; ++level) {
+        const std::string folder = "levels/" + std::to_string(level);
+        tree.File(folder + "/f" + std::to_string(level) + ".vl");
+        if (level < kLevels) {
+            tree.Link(folder + "/+a", "../" + std::to_string(level + 1));
+            tree.Link(folder + "/+b", "../" + std::to_string(level + 1));
+        }
+    }
+    ScanReport report;
+    const auto start = std::chrono::steady_clock::now();
+    const auto entry = FolderScanner().ScanMainEntry(tree.IRI("levels/0"), report);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    std::printf("%d levels of branching links scanned in %.4f s\n", kLevels, took.count());
+    ASSERT_TRUE(entry);
+    int depth = 0;
+    for (auto at = entry; !at->SubEntries().empty(); at = at->SubEntries().front()) {
+        EXPECT_THAT(SubEntryNames(*at), ElementsAre(u"+a"));
+        ++depth;
+    }
+    EXPECT_EQ(depth, kLevels);
+    // The second way into each level is reported and passed over.
+    EXPECT_EQ(KindsOf(report), std::vector(kLevels, ScanProblem::Kind::Duplicate));
+    EXPECT_EQ(report.Problems().back().location, tree.IRI("levels/0/+b"));
 }
 
 TEST_F(ScanTest, RescanKeepsUnchangedEntriesAndRenewsChangedOnes) {

@@ -40,6 +40,43 @@ std::vector<bool> Anchors(const std::vector<std::ptrdiff_t>& ranks) {
     return anchored;
 }
 
+namespace {
+
+// The number of items from `first` on, stepping by `step`, whose ranks rise in path order.
+std::size_t RisingRun(const std::vector<std::ptrdiff_t>& ranks, std::ptrdiff_t first,
+                      std::ptrdiff_t step) {
+    std::size_t length = 0;
+    for (std::ptrdiff_t i = first, last = -1;
+         i >= 0 && i < static_cast<std::ptrdiff_t>(ranks.size()); i += step, ++length) {
+        const std::ptrdiff_t rank = ranks[static_cast<std::size_t>(i)];
+        if (rank < 0 || (length > 0 && (step > 0 ? rank <= last : rank >= last)))
+            break;
+        last = rank;
+    }
+    return length;
+}
+
+// Anchors, preferring the reading that an addition gives: its folders went to the front or the end
+// as one block, and the rest of the path kept its order. Where a move can be read both ways (b
+// moved after a, or a moved before b), the block at the front or the end is what was asked for.
+std::vector<bool> ChangedBlockAnchors(const std::vector<std::ptrdiff_t>& ranks) {
+    std::vector<bool> anchored = Anchors(ranks);
+    const auto longest =
+        static_cast<std::size_t>(std::count(anchored.begin(), anchored.end(), true));
+    const std::size_t prefix = RisingRun(ranks, 0, 1);
+    const std::size_t suffix = RisingRun(ranks, static_cast<std::ptrdiff_t>(ranks.size()) - 1, -1);
+    if (std::max(prefix, suffix) < longest)
+        return anchored;
+    std::fill(anchored.begin(), anchored.end(), false);
+    if (prefix >= suffix)
+        std::fill(anchored.begin(), anchored.begin() + static_cast<std::ptrdiff_t>(prefix), true);
+    else
+        std::fill(anchored.end() - static_cast<std::ptrdiff_t>(suffix), anchored.end(), true);
+    return anchored;
+}
+
+}  // namespace
+
 FolderList RebaseChange(const FolderList& base, const FolderList& wanted,
                         const FolderList& current) {
     boost::unordered_flat_map<AbsoluteIRI, std::ptrdiff_t> inBase;
@@ -51,7 +88,7 @@ FolderList RebaseChange(const FolderList& base, const FolderList& wanted,
         const auto it = inBase.find(folder);
         ranks.push_back(it == inBase.end() ? -1 : it->second);
     }
-    const std::vector<bool> anchored = Anchors(ranks);
+    const std::vector<bool> anchored = ChangedBlockAnchors(ranks);
 
     // Folders placed by the change, by the anchor they follow; the rest stay where `current` has
     // them, unless the change took them off.

@@ -32,9 +32,11 @@ std::vector<bool> Anchors(const std::vector<std::ptrdiff_t>& ranks);
 //   base {a, b, c}, wanted {x, a, c} (x added at the front, b removed), current {a, b, c, y}
 //     => {x, a, c, y}
 //
-// Folders of `wanted` that kept their order relative to `base` are anchors; each other folder of
-// `wanted` goes right after the anchor that precedes it there, folders before the first anchor go
-// to the front and folders after the last anchor to the end. REQUIRES: no list repeats a folder.
+// Folders of `wanted` that kept their order relative to `base` are anchors (the longest such run
+// at the front or the end of `wanted` where that is as long as any, as an addition leaves it);
+// each other folder of `wanted` goes right after the anchor that precedes it there, folders before
+// the first anchor go to the front and folders after the last anchor to the end. An anchor that
+// `current` no longer holds stays off. REQUIRES: no list repeats a folder.
 FolderList RebaseChange(const FolderList& base, const FolderList& wanted,
                         const FolderList& current);
 

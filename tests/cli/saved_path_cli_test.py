@@ -1,0 +1,134 @@
+"""The saved path under concurrent and careless use: nothing that vpath add and rm save is lost."""
+
+import argparse
+import fcntl
+import os
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+from concurrent.futures import ThreadPoolExecutor
+
+VPATH = None
+
+HEADER = b"# vpath search path: one folder per line, searched first to last\n"
+
+
+class SavedPath(unittest.TestCase):
+    def setUp(self):
+        self.tmp = tempfile.TemporaryDirectory()
+        self.root = os.fsencode(os.path.realpath(self.tmp.name))
+        self.pathdef = os.path.join(self.root, b"cfg", b"pathdef")
+        os.makedirs(os.path.dirname(self.pathdef))
+        with open(self.pathdef, "wb") as f:
+            f.write(HEADER)
+        self.env = dict(os.environ, VPATH_PATHDEF=os.fsdecode(self.pathdef))
+
+    def tearDown(self):
+        self.tmp.cleanup()
+
+    def vpath(self, *args):
+        argv = [VPATH] + [a if isinstance(a, bytes) else a.encode() for a in args]
+        done = subprocess.run(argv, capture_output=True, cwd=self.root, env=self.env, timeout=120)
+        return done.returncode, done.stdout, done.stderr
+
+    def folder(self, name):
+        path = os.path.join(self.root, name)
+        os.makedirs(path, exist_ok=True)
+        return path
+
+    def saved(self):
+        with open(self.pathdef, "rb") as f:
+            return f.read()
+
+    def test_concurrent_adds_and_removals_lose_nothing(self):
+        workers, each = 8, 50
+        names = [[b"w%d/f%02d" % (w, k) for k in range(each)] for w in range(workers)]
+        for group in names:
+            for name in group:
+                self.folder(name)
+
+        def run_all(command, group):
+            return [self.vpath(command, name) for name in group]
+
+        def in_parallel(command):
+            start = time.monotonic()
+            with ThreadPoolExecutor(workers) as pool:
+                results = [r for rs in pool.map(lambda g: run_all(command, g), names) for r in rs]
+            seconds = time.monotonic() - start
+            failed = [r for r in results if r[0] != 0]
+            self.assertEqual(failed, [])
+            return seconds
+
+        added_in = in_parallel("add")
+        lines = self.saved().splitlines()
+        folders = {os.path.join(self.root, n) for group in names for n in group}
+        lost = len(folders - set(lines))
+        removed_in = in_parallel("rm")
+        left = len(folders & set(self.saved().splitlines()))
+        print("\n%d processes x %d: adds %.1f s, %d lost; removals %.1f s, %d left" %
+              (workers, each, added_in, lost, removed_in, left), file=sys.stderr)
+        self.assertEqual(lost, 0)
+        self.assertEqual(lines[0], HEADER.rstrip(b"\n"))
+        self.assertEqual(left, 0)
+        self.assertEqual(self.saved(), HEADER)
+        # Each worker's folders keep the order in which it added them: each went to the front.
+        for group in names:
+            where = [lines.index(os.path.join(self.root, n)) for n in group]
+            self.assertEqual(where, sorted(where, reverse=True))
+
+    def test_one_folder_under_two_names_is_on_the_path_once(self):
+        real = self.folder(b"real")
+        os.symlink(real, os.path.join(self.root, b"link"))
+        link = os.path.join(self.root, b"link")
+        other = self.folder(b"other")
+        self.assertEqual(self.vpath("add", "real", "other")[0], 0)
+        # Adding it under its other name moves it, under that name.
+        status, out, err = self.vpath("add", "--end", "link")
+        self.assertEqual(status, 0, err)
+        self.assertEqual(self.saved(), HEADER + other + b"\n" + link + b"\n")
+        # rm finds it from either name.
+        self.assertEqual(self.vpath("rm", "real"), (0, b"removed " + link + b"\n", b""))
+        self.assertEqual(self.saved(), HEADER + other + b"\n")
+
+    def test_rm_speaks_as_add_does(self):
+        gone = self.folder(b"gone")
+        self.assertEqual(self.vpath("add", "gone")[0], 0)
+        os.rmdir(gone)
+        # A folder that has left the disk is still taken off, and said to be.
+        self.assertEqual(self.vpath("rm", "gone"), (0, b"removed " + gone + b"\n", b""))
+        # A text that names no location gets the same message and status from both.
+        for text in ["", "http://host/x"]:
+            with self.subTest(text=text):
+                add, rm = self.vpath("add", text), self.vpath("rm", text)
+                self.assertEqual(add[0], 1)
+                self.assertEqual(rm, add)
+
+    def test_a_waiting_change_says_so_and_a_hostile_file_is_refused_at_once(self):
+        # Another change holds the lock for two seconds: the waiting one says so, once.
+        a = self.folder(b"a")
+        with open(os.path.join(self.root, b"cfg", b".pathdef.lock"), "wb") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            with ThreadPoolExecutor(1) as pool:
+                waiting = pool.submit(self.vpath, "add", "a")
+                time.sleep(2)
+                self.assertFalse(waiting.done())
+                fcntl.flock(lock, fcntl.LOCK_UN)
+                status, out, err = waiting.result()
+        self.assertEqual((status, out), (0, b"added " + a + b"\n"))
+        self.assertEqual(err.count(b"waiting for another change"), 1, err)
+        # A FIFO in place of the file: refused, not waited on.
+        os.remove(self.pathdef)
+        os.mkfifo(self.pathdef)
+        status, out, err = self.vpath("path")
+        self.assertEqual(status, 2)
+        self.assertIn(b"it is not a regular file", err)
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--vpath", required=True)
+    args, rest = parser.parse_known_args()
+    VPATH = args.vpath
+    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
