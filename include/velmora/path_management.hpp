@@ -27,6 +27,7 @@
 #include <velmora/searchpath/folder_scanner.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/path_change_report.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
 #include <velmora/storage/vorlan_storage_system.hpp>
 #include <velmora/text/ustring.hpp>
@@ -34,6 +35,7 @@
 // The library.
 #include <velmora/pathmanagement/cache_and_notify.hpp>
 #include <velmora/pathmanagement/lookup.hpp>
+#include <velmora/pathmanagement/partial_pathname.hpp>
 #include <velmora/pathmanagement/path_diff.hpp>
 #include <velmora/pathmanagement/path_editing.hpp>
 #include <velmora/pathmanagement/path_messages.hpp>

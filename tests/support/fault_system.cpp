@@ -78,6 +78,13 @@ int FaultSystem::ReadFile(const std::string& path, std::string& out) {
     return RealSystem().ReadFile(path, out);
 }
 
+int FaultSystem::ReadRegularFile(const std::string& path, std::uint64_t maxBytes,
+                                 std::string& out) {
+    if (const int err = Check(Op::ReadFile, path))
+        return err;
+    return RealSystem().ReadRegularFile(path, maxBytes, out);
+}
+
 int FaultSystem::CreateFileExclusive(const std::string& path, int& descriptor) {
     if (const int err = Check(Op::CreateFileExclusive, path))
         return err;

@@ -27,7 +27,7 @@ class FaultSystem final : public Velmora::os::ISystem {
         ListFolder,
         RealPath,
         CurrentFolder,
-        ReadFile,
+        ReadFile,  // ReadRegularFile too
         CreateFileExclusive,
         WriteAll,
         SyncFile,
@@ -57,6 +57,7 @@ class FaultSystem final : public Velmora::os::ISystem {
     int RealPath(const std::string& path, std::string& out) override;
     int CurrentFolder(std::string& out) override;
     int ReadFile(const std::string& path, std::string& out) override;
+    int ReadRegularFile(const std::string& path, std::uint64_t maxBytes, std::string& out) override;
     int CreateFileExclusive(const std::string& path, int& descriptor) override;
     int WriteAll(int descriptor, std::string_view data) override;
     int SyncFile(int descriptor) override;

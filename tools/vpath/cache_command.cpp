@@ -15,6 +15,7 @@
 #include <velmora/storage/vorlan_storage_system.hpp>
 
 #include "commands.hpp"
+#include "given_path.hpp"
 #include "path_cache_use.hpp"
 
 namespace vpath_cli {
@@ -93,14 +94,8 @@ void UseCache(const std::optional<CacheSlot>& slot, const FolderEntryList& loade
 namespace {
 
 std::optional<CacheSlot> CurrentSlot(const PathOptions& pathOptions) {
-    if (pathOptions.pathList) {
-        std::vector<AbsoluteIRI> folders;
-        for (const ustring& text :
-             Velmora::PathManagement::SplitVorlanPath(Arg(*pathOptions.pathList))) {
-            folders.push_back(ToFolderIRI(text));
-        }
-        return CacheForFolders(folders);
-    }
+    if (const auto folders = GivenFolders(pathOptions))
+        return CacheForFolders(*folders);
     const std::string pathdef = pathOptions.pathDefinition.value_or(
         Velmora::SearchPath::PathDefinitionFile::DefaultLocation());
     if (pathdef.empty())

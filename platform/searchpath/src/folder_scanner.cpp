@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 #include <tbb/parallel_for.h>
+#include <boost/container_hash/hash.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
 
 #include <fl/filesystem/path.hpp>
 #include <foundation/log/diagnostic_logger.hpp>
@@ -64,6 +66,9 @@ struct FolderId {
     std::uint64_t device;
     std::uint64_t inode;
     friend bool operator==(const FolderId&, const FolderId&) = default;
+    friend std::size_t hash_value(const FolderId& id) {
+        return boost::hash_value(std::pair(id.device, id.inode));
+    }
 };
 
 // One scan of one main entry's tree, on one thread.
@@ -124,6 +129,12 @@ class TreeScan {
         }
         if (InChain(stamp)) {
             Report(ScanProblem{ScanProblem::Kind::SymlinkLoop, location, ELOOP});
+            return nullptr;
+        }
+        // Links that branch without looping can reach one folder by exponentially many ways; each
+        // real folder is read once, under the first name met, which keeps a scan linear.
+        if (!m_visited.insert(FolderId{stamp.device, stamp.inode}).second) {
+            Report(ScanProblem{ScanProblem::Kind::Duplicate, location, 0});
             return nullptr;
         }
         m_chain.push_back(FolderId{stamp.device, stamp.inode});
@@ -246,6 +257,7 @@ class TreeScan {
     const EntryCache* m_cache;
     std::vector<ScanProblem>& m_problems;
     std::vector<FolderId> m_chain;  // the folders from the main entry down to the current one
+    boost::unordered_flat_set<FolderId> m_visited;  // every folder of this tree read so far
 };
 
 }  // namespace

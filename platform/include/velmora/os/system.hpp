@@ -26,6 +26,8 @@ struct FileStatus {
     std::int64_t modifiedNs = 0;  // modification time, nanoseconds since the epoch
     std::int64_t changedNs = 0;   // status change time, nanoseconds since the epoch
     std::uint32_t mode = 0;       // st_mode
+    std::uint32_t owner = 0;      // st_uid
+    std::uint32_t group = 0;      // st_gid
 
     VELMORA_PLATFORM_EXPORT bool IsFolder() const noexcept;
     VELMORA_PLATFORM_EXPORT bool IsRegularFile() const noexcept;
@@ -94,6 +96,24 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     // MakeFolders: creates the folder `path` and any missing folders above it (mode 0777 less the
     // umask). Succeeds if the folder exists already.
     virtual int MakeFolders(const std::string& path) = 0;
+
+    // Small files that others may have replaced by something hostile, and their locks. These
+    // have working defaults (the real system), so a replacement overrides only what it fails.
+    //
+    // ReadRegularFile: the whole content of a regular file of at most `maxBytes` bytes, without
+    // ever blocking on what is not a regular file: EISDIR for a folder, ENODEV for any other
+    // kind of file (a FIFO, a device, a socket), EFBIG for a file larger than `maxBytes`.
+    virtual int ReadRegularFile(const std::string& path, std::uint64_t maxBytes, std::string& out);
+    // SetOwnerAndMode: gives the file behind `descriptor` this owner and group, as far as the
+    // process may (only the superuser may give a file away), and these permission bits.
+    virtual int SetOwnerAndMode(int descriptor, std::uint32_t owner, std::uint32_t group,
+                                std::uint32_t mode);
+    // OpenLockFile: opens the file at `path` for locking, creating it (empty) if needed. The
+    // descriptor is given back with CloseFile, which also releases its lock.
+    virtual int OpenLockFile(const std::string& path, int& descriptor);
+    // LockExclusive: an exclusive advisory lock (flock) on the file behind `descriptor`; waits
+    // for it when `wait`, else fails at once with EWOULDBLOCK while another holds it.
+    virtual int LockExclusive(int descriptor, bool wait);
 };
 
 // System: the seam in force. The real system unless a test has overridden it.
