@@ -162,7 +162,7 @@ class TreeScan {
         };
         if (os::System().Stat(native, status) != 0 || !same(status))
             return false;
-        const auto& canonical = cached.GetCanonicalAbsoluteIRI().getIRI();
+        const AbsoluteIRI canonical = cached.GetCanonicalAbsoluteIRI().getIRI();
         if (canonical == cached.GetAbsoluteIRI())
             return true;
         os::FileStatus target;
