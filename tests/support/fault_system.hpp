@@ -36,6 +36,7 @@ class FaultSystem final : public Velmora::os::ISystem {
         RemoveFile,
         SyncFolder,
         MakeFolders,
+        WatchAdd,
         kCount
     };
 
@@ -46,6 +47,12 @@ class FaultSystem final : public Velmora::os::ISystem {
     void Fail(Op op, std::string pathSuffix, int error);
     // Calls made so far of `op`.
     int Calls(Op op) const;
+    // ForceOverflow: the next read of a watch queue that finds events loses them and reports a
+    // queue overflow instead, as the kernel does when its queue is full.
+    void ForceOverflow();
+    // FreezeStamp: folders whose path ends with `pathSuffix` report, from now on, the status they
+    // have now, as a change within one timestamp tick would.
+    void FreezeStamp(const std::string& pathSuffix);
 
     int Stat(const std::string& path, Velmora::os::FileStatus& out) override;
     int ListFolder(const std::string& path, Velmora::os::FolderListing& out) override;
@@ -60,6 +67,8 @@ class FaultSystem final : public Velmora::os::ISystem {
     int RemoveFile(const std::string& path) override;
     int SyncFolder(const std::string& path) override;
     int MakeFolders(const std::string& path) override;
+    int WatchAdd(int queue, const std::string& path, std::uint32_t mask, int& watch) override;
+    int WatchRead(int queue, int timeoutMs, std::vector<Velmora::os::WatchEvent>& out) override;
 
   private:
     struct Rule {
@@ -69,10 +78,13 @@ class FaultSystem final : public Velmora::os::ISystem {
     };
     int Check(Op op, const std::string& path);
     std::string PathOf(int descriptor) const;
+    void Freeze(const std::string& path, Velmora::os::FileStatus& status);
 
     mutable std::mutex m_mutex;
     std::vector<Rule> m_rules;
-    std::map<int, std::string> m_descriptors;  // open descriptors and the paths they were made for
+    std::map<int, std::string> m_descriptors;
+    std::map<std::string, Velmora::os::FileStatus> m_frozen;  // by path suffix
+    std::atomic<bool> m_overflow{false};  // open descriptors and the paths they were made for
     std::atomic<int> m_calls[static_cast<int>(Op::kCount)] = {};
     Velmora::os::ScopedSystemOverride m_override;
 };
