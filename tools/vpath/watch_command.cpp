@@ -57,7 +57,8 @@ std::uint64_t ParseCount(const std::string& text) {
 
 // The moment of a change as printed: UTC to the millisecond, "2026-11-23T10:55:06.123Z".
 std::string Now() {
-    const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    const auto now =
+        std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
     const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
     return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", seconds, (now - seconds).count());
 }

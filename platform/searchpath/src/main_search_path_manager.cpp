@@ -10,6 +10,7 @@
 #include <velmora/os/system.hpp>
 
 #include "manager_state.hpp"
+#include "path_rebase.hpp"
 
 namespace Velmora::SearchPath {
 namespace {
@@ -104,6 +105,7 @@ std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options optio
 
 MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options options)
     : m_options(std::move(options)) {
+    m_cache.Retain(std::exchange(m_options.knownEntries, {}));
     auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
     ScanReport report;
     auto path = MainSearchPath::Scan(*unique, report, &m_cache);
@@ -132,14 +134,29 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
     if (folders == *old->folders)
         return;
 
+    // Other processes may have saved changes since this path was read: under the file's lock, the
+    // change is made again on what is saved now, so that theirs are kept.
+    FolderList base = *old->folders;
+    PathDefinitionFile::ChangeLock fileLock;
+    if (m_options.pathDefinition) {
+        fileLock = m_options.pathDefinition->LockForChange(notification);
+        if (!fileLock.IsHeld() ||
+            !detail::RebaseOnSavedFile(*m_options.pathDefinition, base, folders, notification)) {
+            return;
+        }
+    }
     FolderSet added;
     {
-        const FolderSet before(old->folders->begin(), old->folders->end());
+        const FolderSet before(base.begin(), base.end());
         for (const auto& folder : folders) {
             if (!before.contains(folder))
                 added.insert(folder);
         }
     }
+    if (kind == PathChangeKind::Added)
+        detail::DropOtherNamesOf(folders, FolderList(added.begin(), added.end()));
+    if (folders == *old->folders)
+        return;
     ScanReport report;
     auto path = MainSearchPath::Scan(folders, report, &m_cache);
     ScanReport warnings;
@@ -155,8 +172,10 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
     }
     if (refused)
         return;
-    if (m_options.pathDefinition && !m_options.pathDefinition->Save(folders, notification))
+    if (m_options.pathDefinition && folders != base &&
+        !m_options.pathDefinition->Save(folders, notification))
         return;
+    fileLock = {};
     m_cache.Retain(path->GetFolderEntries());
     Publish(kind, MakeState(std::make_shared<const FolderList>(std::move(folders)), std::move(path),
                             std::move(warnings)));
