@@ -5,6 +5,8 @@
 // search path with its manager.
 #include <foundation/core/except/message_exception.hpp>
 #include <foundation/core/except/notification.hpp>
+#include <foundation/messaging/event_mgr.hpp>
+#include <foundation/storage/filefolderobserver/file_folder_changed_event.hpp>
 #include <foundation/storage/vfs/absolute_iri.hpp>
 #include <foundation/storage/vfs/exceptions.hpp>
 #include <foundation/storage/vfs/folder.hpp>

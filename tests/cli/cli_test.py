@@ -3,6 +3,7 @@
 import argparse
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -269,18 +270,67 @@ class PathCommands(unittest.TestCase):
         self.assertEqual(self.vpath("diff", old, old), (0, b"", b""))
         self.assertEqual(self.vpath("diff", old, b"nowhere")[0], 2)
 
-    def test_watch_reports_folders_that_change_on_disk(self):
+    def watch(self, *args):
+        return subprocess.Popen([VPATH, "watch"] + list(args), cwd=self.root, env=self.env,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def until_exit(self, process, change):
+        """Makes change(n) for n = 0, 1, ... until the process ends; returns its output."""
+        deadline = time.monotonic() + 60
+        n = 0
+        while process.poll() is None and time.monotonic() < deadline:
+            change(n)
+            n += 1
+            try:
+                process.wait(timeout=0.2)
+            except subprocess.TimeoutExpired:
+                pass
+        out, err = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, err), (0, b""))
+        return out
+
+    def test_watch_prints_a_timestamped_line_per_change(self):
         a = self.folder(b"a")
         self.assertEqual(self.vpath("add", "a")[0], 0)
-        argv = [VPATH, "watch", "--interval", "0.2", "--count", "15"]
-        watcher = subprocess.Popen(argv, cwd=self.root, env=self.env, stdout=subprocess.PIPE,
-                                   stderr=subprocess.PIPE)
-        time.sleep(1.0)
-        with open(os.path.join(a, b"new.vl"), "wb"):
-            pass
-        out, err = watcher.communicate(timeout=120)
-        self.assertEqual((watcher.returncode, err), (0, b""))
-        self.assertEqual(out, b"refreshed " + a + b"\n")
+        stamp = rb"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z "
+
+        def touch(n):
+            open(os.path.join(a, b"new%d.vl" % n), "wb").close()
+
+        for mode in ([], ["--poll", "0.2"]):
+            with self.subTest(mode=mode):
+                out = self.until_exit(self.watch("--count", "1", *mode), touch)
+                self.assertRegex(out, b"^" + stamp + b"refreshed " + re.escape(a) + b"\n$")
+        out = self.until_exit(self.watch("--count", "1", "--json"), touch)
+        report = json.loads(out)
+        self.assertRegex(report.pop("time").encode(), b"^" + stamp[:-1] + b"$")
+        self.assertEqual(report, {"added": [], "removed": [], "moved": [],
+                                  "refreshed": [{"path": os.fsdecode(a),
+                                                 "iri": "file://" + os.fsdecode(a)}]})
+
+    def test_watch_sees_another_processs_add(self):
+        self.assertEqual(self.vpath("add", self.folder(b"a"))[0], 0)
+        added = []
+
+        def add(n):
+            folder = self.folder(b"b%d" % n)
+            self.assertEqual(self.vpath("add", folder)[0], 0)
+            added.append(folder)
+
+        out = self.until_exit(self.watch("--count", "1"), add)
+        kind, folder = out.split(b" ", 1)[1].rstrip(b"\n").split(b" ", 1)
+        self.assertEqual(kind, b"added")
+        self.assertIn(folder, added)
+
+    def test_watch_refuses_bad_intervals_and_counts_in_one_line(self):
+        for args in (["--poll", "nan"], ["--poll", "inf"], ["--poll", "-1"], ["--poll", "0"],
+                     ["--poll", "1e300"], ["--poll", "2x"], ["--count", "0"], ["--count", "-3"]):
+            with self.subTest(args=args):
+                status, out, err = self.vpath("watch", *args)
+                self.assertEqual((status, out), (2, b""))
+                self.assertEqual(err.count(b"\n"), 1, err)
+                self.assertIn(args[0].encode(), err)
+                self.assertLess(len(err), 120, err)
 
     def saved_at(self, path):
         with open(path, "rb") as f:

@@ -44,11 +44,34 @@ void Coarsen(Velmora::os::FileStatus& status, std::int64_t granularityNs) {
 
 }  // namespace
 
+void FaultSystem::ForceOverflow() {
+    m_overflow.store(true);
+}
+
+void FaultSystem::FreezeStamp(const std::string& pathSuffix) {
+    // The status is the one the next look at a matching path finds.
+    std::lock_guard lock(m_mutex);
+    m_frozen.emplace(pathSuffix, Velmora::os::FileStatus{});
+}
+
+void FaultSystem::Freeze(const std::string& path, Velmora::os::FileStatus& status) {
+    std::lock_guard lock(m_mutex);
+    for (auto& [suffix, frozen] : m_frozen) {
+        if (!path.ends_with(suffix))
+            continue;
+        if (frozen.inode == 0)
+            frozen = status;
+        status = frozen;
+    }
+}
+
 int FaultSystem::Stat(const std::string& path, Velmora::os::FileStatus& out) {
     if (const int err = Check(Op::Stat, path))
         return err;
     const int err = RealSystem().Stat(path, out);
     Coarsen(out, m_coarseNs);
+    if (err == 0)
+        Freeze(path, out);
     return err;
 }
 
@@ -57,6 +80,22 @@ int FaultSystem::ListFolder(const std::string& path, Velmora::os::FolderListing&
         return err;
     const int err = RealSystem().ListFolder(path, out);
     Coarsen(out.status, m_coarseNs);
+    if (err == 0)
+        Freeze(path, out.status);
+    return err;
+}
+
+int FaultSystem::WatchAdd(int queue, const std::string& path, std::uint32_t mask, int& watch) {
+    if (const int err = Check(Op::WatchAdd, path))
+        return err;
+    return RealSystem().WatchAdd(queue, path, mask, watch);
+}
+
+int FaultSystem::WatchRead(int queue, int timeoutMs, std::vector<Velmora::os::WatchEvent>& out) {
+    const int err = RealSystem().WatchRead(queue, timeoutMs, out);
+    if (err == 0 && !out.empty() && m_overflow.exchange(false)) {
+        out.assign(1, Velmora::os::WatchEvent{-1, Velmora::os::WatchOverflow, 0, {}});
+    }
     return err;
 }
 

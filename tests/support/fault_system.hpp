@@ -38,6 +38,7 @@ class FaultSystem final : public Velmora::os::ISystem {
         MakeFolders,
         OpenFileForWriting,
         MapFile,
+        WatchAdd,
         kCount
     };
 
@@ -51,6 +52,12 @@ class FaultSystem final : public Velmora::os::ISystem {
     // CoarsenFolderTimes: Stat and ListFolder report times cut down to whole multiples of
     // `granularityNs` and folder sizes as 0, as file systems with coarse timestamps do.
     void CoarsenFolderTimes(std::int64_t granularityNs) { m_coarseNs = granularityNs; }
+    // ForceOverflow: the next read of a watch queue that finds events loses them and reports a
+    // queue overflow instead, as the kernel does when its queue is full.
+    void ForceOverflow();
+    // FreezeStamp: folders whose path ends with `pathSuffix` report, from now on, the status they
+    // have now, as a change within one timestamp tick would.
+    void FreezeStamp(const std::string& pathSuffix);
 
     int Stat(const std::string& path, Velmora::os::FileStatus& out) override;
     int ListFolder(const std::string& path, Velmora::os::FolderListing& out) override;
@@ -69,6 +76,8 @@ class FaultSystem final : public Velmora::os::ISystem {
     int OpenFileForWriting(const std::string& path, int& descriptor) override;
     int MapFile(const std::string& path,
                 std::unique_ptr<const Velmora::os::MappedFile>& out) override;
+    int WatchAdd(int queue, const std::string& path, std::uint32_t mask, int& watch) override;
+    int WatchRead(int queue, int timeoutMs, std::vector<Velmora::os::WatchEvent>& out) override;
 
   private:
     struct Rule {
@@ -78,11 +87,14 @@ class FaultSystem final : public Velmora::os::ISystem {
     };
     int Check(Op op, const std::string& path);
     std::string PathOf(int descriptor) const;
+    void Freeze(const std::string& path, Velmora::os::FileStatus& status);
 
     mutable std::mutex m_mutex;
     std::vector<Rule> m_rules;
     std::map<int, std::string> m_descriptors;  // open descriptors and the paths they were made for
     std::atomic<std::int64_t> m_coarseNs{0};
+    std::map<std::string, Velmora::os::FileStatus> m_frozen;  // by path suffix
+    std::atomic<bool> m_overflow{false};
     std::atomic<int> m_calls[static_cast<int>(Op::kCount)] = {};
     Velmora::os::ScopedSystemOverride m_override;
 };

@@ -14,8 +14,9 @@ namespace {
 using Velmora::PathManagement::IPath;
 using Velmora::PathManagement::PathEntryVector;
 
-void PrintLine(const std::string& kind, const std::string& path) {
-    std::string line = kind;
+void PrintLine(const std::string& time, const std::string& kind, const std::string& path) {
+    std::string line = time.empty() ? std::string() : time + ' ';
+    line += kind;
     line += ' ';
     line += path;
     line += '\n';
@@ -41,13 +42,15 @@ PathEntryVector InPathOrder(PathEntryVector entries, const IPath& after) {
 }  // namespace
 
 void PrintChangeReport(const Velmora::SearchPath::PathChangeReport& report, const IPath& after,
-                       bool json) {
+                       bool json, const std::string& time) {
     const PathEntryVector moved = InPathOrder(*report.reordered, after);
     if (json) {
         nlohmann::json out = {{"added", nlohmann::json::array()},
                               {"removed", nlohmann::json::array()},
                               {"moved", nlohmann::json::array()},
                               {"refreshed", nlohmann::json::array()}};
+        if (!time.empty())
+            out["time"] = time;
         for (const auto& e : *report.added)
             out["added"].push_back(Folder(*e));
         for (const auto& e : *report.removed)
@@ -62,13 +65,13 @@ void PrintChangeReport(const Velmora::SearchPath::PathChangeReport& report, cons
         return;
     }
     for (const auto& e : *report.added)
-        PrintLine("added", DisplayBytes(e->GetAbsoluteIRI()));
+        PrintLine(time, "added", DisplayBytes(e->GetAbsoluteIRI()));
     for (const auto& e : *report.removed)
-        PrintLine("removed", DisplayBytes(e->GetAbsoluteIRI()));
+        PrintLine(time, "removed", DisplayBytes(e->GetAbsoluteIRI()));
     for (const auto& e : moved)
-        PrintLine("moved", DisplayBytes(e->GetAbsoluteIRI()));
+        PrintLine(time, "moved", DisplayBytes(e->GetAbsoluteIRI()));
     for (const auto& e : *report.refreshedAfter) {
-        PrintLine("refreshed", DisplayBytes(e->GetAbsoluteIRI()));
+        PrintLine(time, "refreshed", DisplayBytes(e->GetAbsoluteIRI()));
     }
 }
 

@@ -1,9 +1,4 @@
 // vpath diff OLD NEW: what changes between two saved search paths.
-// vpath watch: what changes on the search path while it runs, as folders change on disk.
-
-#include <chrono>
-#include <cstdio>
-#include <thread>
 
 #include <fmt/format.h>
 
@@ -76,30 +71,6 @@ int RunDiff(const DiffOptions& options) {
     return report.empty() ? kExitSame : kExitDifferent;
 }
 
-struct WatchOptions {
-    double interval = 2.0;
-    std::size_t count = 0;  // 0: until interrupted
-    bool json = false;
-};
-
-int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
-    const auto manager = OpenManager(pathOptions, Purpose::Read);
-    if (!manager)
-        return kExitRefused;
-    PrintWarnings(*manager->GetWarnings());
-    manager->AddPathChangeObserver([&](const Velmora::PathManagement::PathChange& change) {
-        PrintChangeReport(Velmora::SearchPath::ComparePaths(*change.before, *change.after),
-                          *change.after, options.json);
-        std::fflush(stdout);
-    });
-    const auto pause = std::chrono::duration<double>(options.interval);
-    for (std::size_t round = 0; options.count == 0 || round < options.count; ++round) {
-        std::this_thread::sleep_for(pause);
-        manager->Refresh();
-    }
-    return kExitOk;
-}
-
 }  // namespace
 
 Command RegisterDiff(CLI::App& app) {
@@ -112,17 +83,6 @@ Command RegisterDiff(CLI::App& app) {
     diff->add_option("new", options->newFile, "The path definition file after")->required();
     diff->add_flag("--json", options->json, "One JSON object for scripts");
     return {diff, [options] { return RunDiff(*options); }};
-}
-
-Command RegisterWatch(CLI::App& app, const PathOptions& pathOptions) {
-    auto options = std::make_shared<WatchOptions>();
-    auto* watch = app.add_subcommand(
-        "watch", "Read the search path's folders again every few seconds and print what changed");
-    watch->add_option("--interval", options->interval, "Seconds between readings (2)")
-        ->check(CLI::PositiveNumber);
-    watch->add_option("--count", options->count, "Stop after this many readings (0: never)");
-    watch->add_flag("--json", options->json, "One JSON object per change, for scripts");
-    return {watch, [options, &pathOptions] { return RunWatch(*options, pathOptions); }};
 }
 
 }  // namespace vpath_cli

@@ -320,6 +320,30 @@ void EntryCache::Retain(const std::vector<std::shared_ptr<const FolderEntry>>& m
     m_entries.swap(kept);
 }
 
+void EntryCache::Forget(const AbsoluteIRI& location) {
+    std::unique_lock lock(m_mutex);
+    for (const auto kind :
+         {PathEntryType::Ordinary, PathEntryType::PlusFolder, PathEntryType::AtFolder,
+          PathEntryType::PrivateFolder, PathEntryType::ResourcesFolder}) {
+        m_entries.erase(Key{location, kind});
+    }
+}
+
+void EntryCache::Remember(const std::shared_ptr<const FolderEntry>& entry) {
+    std::vector<const FolderEntry*> pending;
+    std::unique_lock lock(m_mutex);
+    m_entries.insert_or_assign(Key{entry->GetAbsoluteIRI(), entry->GetPathEntryType()}, entry);
+    pending.push_back(entry.get());
+    while (!pending.empty()) {
+        const FolderEntry* parent = pending.back();
+        pending.pop_back();
+        for (const auto& sub : parent->SubEntries()) {
+            m_entries.insert_or_assign(Key{sub->GetAbsoluteIRI(), sub->GetPathEntryType()}, sub);
+            pending.push_back(sub.get());
+        }
+    }
+}
+
 std::size_t EntryCache::size() const {
     std::shared_lock lock(m_mutex);
     return m_entries.size();

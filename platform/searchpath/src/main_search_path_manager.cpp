@@ -9,6 +9,7 @@
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/os/system.hpp>
 
+#include "manager_state.hpp"
 #include "path_rebase.hpp"
 
 namespace Velmora::SearchPath {
@@ -85,13 +86,6 @@ bool SameEntries(const MainSearchPath& a, const MainSearchPath& b) {
 }
 
 }  // namespace
-
-struct MainSearchPathManager::State {
-    std::shared_ptr<const FolderList> folders;
-    std::shared_ptr<const MainSearchPath> path;
-    std::shared_ptr<const std::vector<ComponentIdentifier>> packages;
-    std::shared_ptr<const ScanReport> warnings;
-};
 
 std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options options,
                                                                    Notification& problems) {

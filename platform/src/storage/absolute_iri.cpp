@@ -1,6 +1,7 @@
 #include <foundation/storage/vfs/absolute_iri.hpp>
 
 #include <foundation/storage/utility/url.hpp>
+#include <foundation/storage/vfs/exceptions.hpp>
 
 #include "iri_text.hpp"
 
@@ -73,7 +74,7 @@ ustring AbsoluteIRI::getPath() const {
 
 AbsoluteIRI AbsoluteIRI::getResolvedIRI() const {
     if (!m_rep)
-        return {};
+        throw InvalidIRIException(ustring(), "an empty location has no resolved form");
     const ustring resolved = iri_internal::RemoveDotSegments(m_rep->Path());
     if (resolved == m_rep->Path())
         return *this;

@@ -54,6 +54,30 @@ class VELMORA_PLATFORM_EXPORT MappedFile {
     virtual std::string_view Bytes() const noexcept = 0;
 };
 
+// WatchEvent: one record of a folder-watch queue: which watch, what happened (Watch* bits) and
+// the name of the item inside the watched folder (empty for the folder itself).
+struct WatchEvent {
+    int watch = -1;
+    std::uint32_t mask = 0;
+    std::uint32_t cookie = 0;  // pairs the two halves of a rename
+    std::string name;
+};
+
+// The bits of a watch mask and of WatchEvent::mask (those of Linux's inotify).
+inline constexpr std::uint32_t WatchModified = 0x00000002;     // a file's content was written
+inline constexpr std::uint32_t WatchAttributes = 0x00000004;   // metadata changed
+inline constexpr std::uint32_t WatchClosedWrite = 0x00000008;  // a file open for writing closed
+inline constexpr std::uint32_t WatchMovedFrom = 0x00000040;    // an item was renamed away
+inline constexpr std::uint32_t WatchMovedTo = 0x00000080;      // an item was renamed in
+inline constexpr std::uint32_t WatchCreated = 0x00000100;
+inline constexpr std::uint32_t WatchDeleted = 0x00000200;
+inline constexpr std::uint32_t WatchSelfDeleted = 0x00000400;
+inline constexpr std::uint32_t WatchSelfMoved = 0x00000800;
+inline constexpr std::uint32_t WatchOverflow = 0x00004000;    // events were lost
+inline constexpr std::uint32_t WatchIgnored = 0x00008000;     // the watch is gone
+inline constexpr std::uint32_t WatchIsFolder = 0x40000000;    // the item is a folder
+inline constexpr std::uint32_t WatchOnlyFolder = 0x01000000;  // refuse to watch a non-folder
+
 class VELMORA_PLATFORM_EXPORT ISystem {
   public:
     virtual ~ISystem();
@@ -114,6 +138,22 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     // LockExclusive: an exclusive advisory lock (flock) on the file behind `descriptor`; waits
     // for it when `wait`, else fails at once with EWOULDBLOCK while another holds it.
     virtual int LockExclusive(int descriptor, bool wait);
+
+    // Watching folders (Linux inotify). These too have the real system's
+    // behaviour by default, so that a replacement overrides only what it wants to fail.
+    //
+    // WatchOpen: a new, empty watch queue.
+    virtual int WatchOpen(int& queue);
+    // WatchAdd: watches the folder at `path` for the events in `mask`; ENOSPC when the user's
+    // watches are used up. Watching a folder twice gives the same watch.
+    virtual int WatchAdd(int queue, const std::string& path, std::uint32_t mask, int& watch);
+    // WatchRemove: stops a watch.
+    virtual int WatchRemove(int queue, int watch);
+    // WatchRead: waits at most `timeoutMs` for events, then takes all that are queued (`out` left
+    // empty when the time ran out).
+    virtual int WatchRead(int queue, int timeoutMs, std::vector<WatchEvent>& out);
+    // WatchClose: closes the queue and all its watches.
+    virtual int WatchClose(int queue);
 };
 
 // System: the seam in force. The real system unless a test has overridden it.

@@ -46,6 +46,7 @@ class VELMORA_PLATFORM_EXPORT AbsoluteIRI {
     // The path, decoded: u"/home/my dir". For a "file" IRI this is the native path.
     ustring getPath() const;
     // The same IRI with "." and ".." segments removed: "file:///a/./b/../c" => "file:///a/c".
+    // Throws InvalidIRIException for the empty IRI, which names no location.
     AbsoluteIRI getResolvedIRI() const;
     // The IRI of `name` inside this folder: "file:///a".getChild(u"b c") => "file:///a/b%20c".
     AbsoluteIRI getChild(const ustring& name) const;

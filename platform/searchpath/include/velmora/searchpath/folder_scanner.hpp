@@ -66,6 +66,11 @@ class VELMORA_SEARCHPATH_EXPORT EntryCache {
     // Keep exactly the given entries and everything beneath them, forgetting the rest.
     void Retain(const std::vector<std::shared_ptr<const FolderEntry>>& mainEntries);
     std::size_t size() const;
+    // Forget: drops the entries at `location` (of every kind), so that the next scan lists that
+    // folder again even if its stamp looks unchanged.
+    void Forget(const foundation::storage::vfs::AbsoluteIRI& location);
+    // Remember: adds `entry` and everything beneath it, replacing entries at the same locations.
+    void Remember(const std::shared_ptr<const FolderEntry>& entry);
 
   private:
     struct Key {

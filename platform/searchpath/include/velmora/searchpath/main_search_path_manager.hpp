@@ -88,6 +88,20 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     // Refresh: reads the folders again from disk and, if any changed, publishes a new snapshot and
     // tells the observers. Throws RecursivePathChangeException when called by an observer.
     void Refresh();
+    // RefreshFolders: reads again the folders at `locations` (or, for a file, the folder holding
+    // it), even where their stamps look unchanged, and rebuilds only the main entries that hold
+    // them; then publishes and tells the observers as Refresh does. Locations that are not on the
+    // path are ignored. Returns whether the path changed.
+    bool RefreshFolders(const std::vector<foundation::storage::vfs::AbsoluteIRI>& locations);
+    // ReloadPathDefinition: takes up the folder list saved in the path definition file, as
+    // another process may have changed it, without saving it back. Problems reading the file are
+    // added to `problems` and change nothing; folders that cannot be used become warnings.
+    // Returns whether the path changed.
+    bool ReloadPathDefinition(foundation::core::except::Notification& problems);
+    // The native path of the path definition file; empty when the path is kept in memory only.
+    std::string GetPathDefinitionPath() const {
+        return m_options.pathDefinition ? m_options.pathDefinition->GetNativePath() : std::string();
+    }
 
   private:
     struct State;

@@ -1,0 +1,70 @@
+#pragma once
+// PathWatcher: keeps a MainSearchPathManager's path fresh as its folders change on disk.
+//
+// It watches, through inotify, every folder of the path and its special folders, and the path
+// definition file. Each change it sees is sent as FileFolderChangedEvents of the current session,
+// up from the changed item to the path entry that holds it
+// (NotifyUpstreamPathEntriesOfPossibleSpecialSubfolderChanges); it listens to those events itself,
+// gathers a burst for a short settle time, and has the manager read again just the entries they
+// name. The manager then publishes a new snapshot and tells its observers, on the watcher's
+// thread. Events of the session sent by others are taken up the same way.
+//
+// - A special folder made under a watched one is watched before it is listed, so that nothing
+//   made inside it meanwhile is missed.
+// - When the kernel's queue overflows and events are lost, every folder is revalidated by its
+//   stamp (MainSearchPathManager::Refresh).
+// - When the user's inotify watches run out, the folders left unwatched are polled every
+//   `pollInterval`, with one warning; the rest stays watched.
+// - When another process saves a new path in the path definition file, the manager takes it up.
+//
+//   MainSearchPathManager manager(folders, options);
+//   manager.AddPathChangeObserver([](const PathChange& c) { Show(c); });
+//   PathWatcher watcher(manager, {});
+//   // ... Show runs on the watcher's thread while folders change ...
+//
+// The manager must outlive the watcher. Construction returns once the watches are in place.
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <velmora/searchpath/export.hpp>
+#include <velmora/searchpath/main_search_path_manager.hpp>
+
+namespace Velmora::SearchPath {
+
+class VELMORA_SEARCHPATH_EXPORT PathWatcher {
+  public:
+    struct Options {
+        // How long the watcher waits for a burst of changes to end before refreshing.
+        std::chrono::milliseconds settle{2};
+        // The longest a burst is gathered before a refresh happens anyway.
+        std::chrono::milliseconds maxSettle{50};
+        // How often folders that could not be watched are polled.
+        std::chrono::milliseconds pollInterval{1000};
+        // Hears warnings (watches used up, a path definition file that cannot be read).
+        std::function<void(const std::string&)> warn{};
+        // Hears an exception that a refresh or an observer threw; the watcher goes on.
+        std::function<void(std::exception_ptr)> failed{};
+    };
+
+    // Throws std::runtime_error when inotify cannot be used at all.
+    PathWatcher(MainSearchPathManager& manager, Options options);
+    ~PathWatcher();
+    PathWatcher(const PathWatcher&) = delete;
+    PathWatcher& operator=(const PathWatcher&) = delete;
+
+    // The folders watched through inotify and those polled instead.
+    std::size_t WatchedFolderCount() const noexcept { return m_watched.load(); }
+    std::size_t PolledFolderCount() const noexcept { return m_polled.load(); }
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+    std::atomic<std::size_t> m_watched{0};
+    std::atomic<std::size_t> m_polled{0};
+};
+
+}  // namespace Velmora::SearchPath

@@ -1,0 +1,187 @@
+#include "folder_watcher.hpp"
+
+#include <cerrno>
+
+#include <fmt/format.h>
+
+#include <velmora/pathmanagement/search_target.hpp>
+#include <velmora/text/ustring.hpp>
+
+namespace Velmora::SearchPath::detail {
+namespace {
+
+using foundation::storage::vfs::AbsoluteIRI;
+
+// What changes a folder's listing; the content of its files does not.
+constexpr std::uint32_t kFolderMask = os::WatchCreated | os::WatchDeleted | os::WatchMovedFrom |
+                                      os::WatchMovedTo | os::WatchSelfDeleted | os::WatchSelfMoved |
+                                      os::WatchOnlyFolder;
+// The path definition file is replaced by a rename, or written in place by an editor. Added to
+// whatever the folder's watch has already, in case the folder is on the path too.
+constexpr std::uint32_t kPathDefinitionMask =
+    os::WatchCreated | os::WatchMovedTo | os::WatchClosedWrite | os::WatchDeleted |
+    os::WatchMovedFrom | os::WatchOnlyFolder | 0x20000000u /* IN_MASK_ADD */;
+// Symbolic links can make special folders nest without end.
+constexpr int kMaxDepth = 64;
+
+bool IsSpecial(const std::string& name) {
+    return PathManagement::GetPathEntryTypeFromBaseName(text::FromNative(name)) !=
+           PathManagement::PathEntryType::Ordinary;
+}
+
+bool StampChanged(const os::FileStatus& a, const os::FileStatus& b) {
+    return a.modifiedNs != b.modifiedNs || a.changedNs != b.changedNs || a.inode != b.inode ||
+           a.size != b.size || a.device != b.device;
+}
+
+}  // namespace
+
+FolderWatcher::FolderWatcher(std::string pathDefinition,
+                             std::function<void(const std::string&)> warn)
+    : m_pathDefinition(std::move(pathDefinition)), m_warn(std::move(warn)) {
+    const auto slash = m_pathDefinition.rfind('/');
+    m_pathDefinitionName =
+        slash == std::string::npos ? m_pathDefinition : m_pathDefinition.substr(slash + 1);
+}
+
+FolderWatcher::~FolderWatcher() {
+    if (m_queue >= 0)
+        os::System().WatchClose(m_queue);
+}
+
+int FolderWatcher::Open() {
+    if (const int err = os::System().WatchOpen(m_queue); err != 0)
+        return err;
+    if (!m_pathDefinition.empty()) {
+        const auto slash = m_pathDefinition.rfind('/');
+        const std::string folder = slash == std::string::npos ? std::string(".")
+                                   : slash == 0               ? std::string("/")
+                                                              : m_pathDefinition.substr(0, slash);
+        // A folder that does not exist yet cannot be watched; the path is then taken as it stands.
+        int watch = -1;
+        if (os::System().WatchAdd(m_queue, folder, kPathDefinitionMask, watch) == 0)
+            m_pathDefinitionWatch = watch;
+    }
+    return 0;
+}
+
+bool FolderWatcher::Watch(const AbsoluteIRI& location, const std::string& native) {
+    if (m_byNative.contains(native) || m_polled.contains(native))
+        return false;
+    int watch = -1;
+    const int err = os::System().WatchAdd(m_queue, native, kFolderMask, watch);
+    if (err == ENOSPC || err == ENOMEM) {
+        Polled polled{location, {}};
+        os::System().Stat(native, polled.status);
+        m_polled.emplace(native, std::move(polled));
+        if (!m_warned && m_warn) {
+            m_warn(fmt::format(
+                "out of inotify watches (see fs.inotify.max_user_watches); polling the folders "
+                "that could not be watched, starting with {}",
+                native));
+        }
+        m_warned = true;
+        return true;
+    }
+    if (err != 0)
+        return false;
+    // The kernel gives the same watch for the same folder reached by another name: one record
+    // per watch, and no second descent (a symbolic link looping back ends here).
+    const bool fresh = m_byWatch.try_emplace(watch, Watched{location, native}).second;
+    if (fresh)
+        m_byNative.emplace(native, watch);
+    return fresh;
+}
+
+void FolderWatcher::WatchTree(const FolderEntry& entry) {
+    const std::string native = text::ToNative(entry.GetAbsoluteIRI().getPath());
+    Watch(entry.GetAbsoluteIRI(), native);
+    for (const auto& sub : entry.SubEntries())
+        WatchTree(*sub);
+}
+
+// Watched first, listed after: a folder made inside it meanwhile is either in the listing or
+// reported by the new watch, never neither.
+void FolderWatcher::WatchNewFolder(const AbsoluteIRI& location, const std::string& native,
+                                   int depth) {
+    if (depth > kMaxDepth || !Watch(location, native))
+        return;
+    os::FolderListing listing;
+    if (os::System().ListFolder(native, listing) != 0)
+        return;
+    for (const auto& item : listing.items) {
+        if (item.kind != os::EntryKind::File && item.kind != os::EntryKind::Other &&
+            IsSpecial(item.name)) {
+            WatchNewFolder(location.getChild(text::FromNative(item.name)), native + '/' + item.name,
+                           depth + 1);
+        }
+    }
+}
+
+void FolderWatcher::Forget(const std::string& native) {
+    const std::string below = native + '/';
+    std::vector<int> gone;
+    for (const auto& [watch, watched] : m_byWatch) {
+        if (watched.native == native || watched.native.starts_with(below))
+            gone.push_back(watch);
+    }
+    for (const int watch : gone) {
+        os::System().WatchRemove(m_queue, watch);
+        m_byNative.erase(m_byWatch.at(watch).native);
+        m_byWatch.erase(watch);
+    }
+}
+
+void FolderWatcher::Handle(const os::WatchEvent& event, WatchedChanges& out) {
+    if (event.mask & os::WatchOverflow) {
+        out.overflow = true;
+        return;
+    }
+    if (event.watch == m_pathDefinitionWatch && event.name == m_pathDefinitionName)
+        out.pathDefinitionChanged = true;
+    const auto found = m_byWatch.find(event.watch);
+    if (found == m_byWatch.end())
+        return;
+    const Watched watched = found->second;
+    if (event.mask & os::WatchIgnored) {
+        m_byNative.erase(watched.native);
+        m_byWatch.erase(found);
+        return;
+    }
+    if (event.name.empty()) {
+        out.locations.push_back(watched.location);
+        return;
+    }
+    const AbsoluteIRI child = watched.location.getChild(text::FromNative(event.name));
+    const std::string childNative = watched.native + '/' + event.name;
+    if ((event.mask & os::WatchIsFolder) && IsSpecial(event.name)) {
+        if (event.mask & (os::WatchCreated | os::WatchMovedTo))
+            WatchNewFolder(child, childNative, 0);
+        else if (event.mask & os::WatchMovedFrom)
+            Forget(childNative);
+    }
+    out.locations.push_back(child);
+}
+
+void FolderWatcher::Wait(std::chrono::milliseconds timeout, WatchedChanges& out) {
+    if (m_queue < 0)
+        return;
+    if (os::System().WatchRead(m_queue, static_cast<int>(timeout.count()), m_events) != 0)
+        return;
+    for (const auto& event : m_events)
+        Handle(event, out);
+}
+
+void FolderWatcher::Poll(WatchedChanges& out) {
+    for (auto& [native, polled] : m_polled) {
+        os::FileStatus now;
+        if (os::System().Stat(native, now) != 0)
+            now = {};
+        if (StampChanged(now, polled.status)) {
+            polled.status = now;
+            out.locations.push_back(polled.location);
+        }
+    }
+}
+
+}  // namespace Velmora::SearchPath::detail

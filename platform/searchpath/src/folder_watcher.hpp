@@ -1,0 +1,78 @@
+#pragma once
+// FolderWatcher: the inotify side of PathWatcher. It keeps a watch on each folder it is given and
+// on the special folders created under them later, and turns what the kernel reports into the
+// locations that changed. Folders it cannot watch (the user's watches are used up) are polled by
+// their stamps instead. Used from one thread only.
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <boost/unordered/unordered_flat_map.hpp>
+
+#include <foundation/storage/vfs/absolute_iri.hpp>
+#include <velmora/os/system.hpp>
+#include <velmora/searchpath/folder_entry.hpp>
+
+namespace Velmora::SearchPath::detail {
+
+struct WatchedChanges {
+    std::vector<foundation::storage::vfs::AbsoluteIRI> locations;  // in the order seen
+    bool overflow = false;  // the kernel dropped events: anything may have changed
+    bool pathDefinitionChanged = false;
+    bool Empty() const { return locations.empty() && !overflow && !pathDefinitionChanged; }
+};
+
+class FolderWatcher {
+  public:
+    // `pathDefinition`: the native path of a file to watch too (empty for none). `warn` hears,
+    // once, that watches ran out and polling took over.
+    FolderWatcher(std::string pathDefinition, std::function<void(const std::string&)> warn);
+    ~FolderWatcher();
+    FolderWatcher(const FolderWatcher&) = delete;
+    FolderWatcher& operator=(const FolderWatcher&) = delete;
+
+    // Open: makes the watch queue; an errno value when inotify cannot be had.
+    int Open();
+    // WatchTree: watches `entry`'s folder and every folder beneath it on the path.
+    void WatchTree(const FolderEntry& entry);
+    // Wait: waits at most `timeout` for changes and adds them to `out`.
+    void Wait(std::chrono::milliseconds timeout, WatchedChanges& out);
+    // Poll: the polled folders whose stamp changed since the last look.
+    void Poll(WatchedChanges& out);
+
+    std::size_t WatchCount() const { return m_byWatch.size(); }
+    std::size_t PolledCount() const { return m_polled.size(); }
+
+  private:
+    struct Watched {
+        foundation::storage::vfs::AbsoluteIRI location;
+        std::string native;
+    };
+    struct Polled {
+        foundation::storage::vfs::AbsoluteIRI location;
+        os::FileStatus status;
+    };
+    // Watch: true when the folder is newly watched (or polled), false when it was already or is
+    // no folder.
+    bool Watch(const foundation::storage::vfs::AbsoluteIRI& location, const std::string& native);
+    void WatchNewFolder(const foundation::storage::vfs::AbsoluteIRI& location,
+                        const std::string& native, int depth);
+    void Forget(const std::string& native);
+    void Handle(const os::WatchEvent& event, WatchedChanges& out);
+
+    std::string m_pathDefinition;
+    std::string m_pathDefinitionName;
+    int m_pathDefinitionWatch = -1;
+    std::function<void(const std::string&)> m_warn;
+    int m_queue = -1;
+    boost::unordered_flat_map<int, Watched> m_byWatch;
+    boost::unordered_flat_map<std::string, int> m_byNative;
+    boost::unordered_flat_map<std::string, Polled> m_polled;
+    bool m_warned = false;
+    std::vector<os::WatchEvent> m_events;
+};
+
+}  // namespace Velmora::SearchPath::detail

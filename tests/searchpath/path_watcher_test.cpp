@@ -1,0 +1,193 @@
+// The watcher keeps the manager's path equal to what a fresh scan of the disk would give.
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <velmora/os/system.hpp>
+#include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/path_watcher.hpp>
+
+#include "support/fault_system.hpp"
+#include "support/temp_tree.hpp"
+
+namespace {
+
+using Velmora::SearchPath::FolderEntry;
+using Velmora::SearchPath::MainSearchPath;
+using Velmora::SearchPath::MainSearchPathManager;
+using Velmora::SearchPath::PathWatcher;
+using Velmora::SearchPath::ScanReport;
+using namespace std::chrono_literals;
+
+// Every entry under `entry` with its files, one per line.
+void Describe(const FolderEntry& entry, std::string& out) {
+    out += Velmora::text::ToNative(entry.GetAbsoluteIRI().toString()) + ":";
+    for (const auto& name : entry.GetFileNames())
+        out += " " + Velmora::text::ToNative(name);
+    out += "\n";
+    for (const auto& sub : entry.SubEntries())
+        Describe(*sub, out);
+}
+
+std::string Describe(const MainSearchPath& path) {
+    std::string out;
+    for (const auto& entry : path.GetFolderEntries())
+        Describe(*entry, out);
+    return out;
+}
+
+class PathWatcherTest : public vpath_test::TempTreeTest {
+  protected:
+    void SetUp() override {
+        for (const char* f : {"one/area.vl", "one/+pkg/f.vl", "one/@Point/Point.vl",
+                              "one/private/p.vl", "two/only.vl", "outside/x.vl"}) {
+            tree.File(f);
+        }
+    }
+
+    // Starts the manager of one and two, and its watcher.
+    void Start(PathWatcher::Options options = {}) {
+        manager = std::make_unique<MainSearchPathManager>(
+            std::vector{tree.IRI("one"), tree.IRI("two")}, MainSearchPathManager::Options{});
+        manager->AddPathChangeObserver([this](const auto&) {
+            std::lock_guard lock(mutex);
+            ++changes;
+            changed.notify_all();
+        });
+        options.pollInterval = 20ms;
+        watcher = std::make_unique<PathWatcher>(*manager, std::move(options));
+    }
+
+    // Waits, up to a minute, for a published path for which `done` holds.
+    bool WaitFor(const std::function<bool(const MainSearchPath&)>& done) {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, 60s, [&] { return done(*manager->GetSnapshot()); });
+    }
+    bool WaitForFreshScan() {
+        return WaitFor([&](const MainSearchPath& path) { return Describe(path) == FreshScan(); });
+    }
+    std::string FreshScan() const {
+        ScanReport report;
+        return Describe(*MainSearchPath::Scan({tree.IRI("one"), tree.IRI("two")}, report));
+    }
+    bool Holds(const MainSearchPath& path, const std::string& relative) const {
+        const auto parent = path.GetPathEntryFromAbsoluteIRI(
+            tree.IRI(std::filesystem::path(relative).parent_path().string()),
+            Velmora::PathManagement::FilenameMatchingPolicy::Exact);
+        if (!parent)
+            return false;
+        const auto names = static_cast<const FolderEntry&>(*parent).GetFileNames();
+        return std::find(names.begin(), names.end(),
+                         Velmora::text::FromNative(
+                             std::filesystem::path(relative).filename().string())) != names.end();
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    int changes = 0;
+    std::unique_ptr<MainSearchPathManager> manager;
+    std::unique_ptr<PathWatcher> watcher;
+};
+
+TEST_F(PathWatcherTest, ABurstOfNestedNewFoldersIsReportedWhole) {
+    Start();
+    // mkdir -p chains of special folders, filled while the watcher is adding their watches.
+    int files = 0;
+    for (int chain = 0; chain < 20; ++chain) {
+        const std::string base = "one/+c" + std::to_string(chain) + "/+d/@E/private";
+        std::filesystem::create_directories(tree.Path(base));
+        for (std::string folder = base; folder != "one";
+             folder = std::filesystem::path(folder).parent_path()) {
+            for (int i = 0; i < 25; ++i, ++files)
+                tree.File(folder + "/f" + std::to_string(i) + ".vl");
+        }
+    }
+    ASSERT_EQ(files, 2000);
+    EXPECT_TRUE(WaitForFreshScan()) << Describe(*manager->GetSnapshot());
+    EXPECT_EQ(manager->GetSnapshot()->GetFileCount(), 2000u + 5u);
+}
+
+TEST_F(PathWatcherTest, ChangesAreSeenWhateverTheirNameAndWayIn) {
+    Start();
+    struct Case {
+        const char* what;
+        std::function<void()> change;
+        std::string file;  // on the path afterwards
+        bool present;
+    };
+    const Case cases[] = {
+        {"a file renamed in",
+         [&] { std::filesystem::rename(tree.Path("outside/x.vl"), tree.Path("two/x.vl")); },
+         "two/x.vl", true},
+        {"a file renamed out",
+         [&] { std::filesystem::rename(tree.Path("one/area.vl"), tree.Path("outside/area.vl")); },
+         "one/area.vl", false},
+        {"a special folder renamed in",
+         [&] {
+             tree.File("outside/+moved/m.vl");
+             std::filesystem::rename(tree.Path("outside/+moved"), tree.Path("two/+moved"));
+         },
+         "two/+moved/m.vl", true},
+        {"a file made in the folder renamed in, so it is watched",
+         [&] { tree.File("two/+moved/later.vl"); }, "two/+moved/later.vl", true},
+        {"a special folder renamed out",
+         [&] { std::filesystem::rename(tree.Path("one/+pkg"), tree.Path("outside/+pkg")); },
+         "one/+pkg/f.vl", false},
+        {"a file without an extension", [&] { tree.File("one/Makefile"); }, "one/Makefile", true},
+        {"a name that is not UTF-8", [&] { tree.File("one/caf\xe9.vl"); }, "one/caf\xe9.vl", true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        c.change();
+        EXPECT_TRUE(
+            WaitFor([&](const MainSearchPath& p) { return Holds(p, c.file) == c.present; }));
+    }
+    EXPECT_TRUE(WaitForFreshScan());
+}
+
+TEST_F(PathWatcherTest, AChangeWithinOneStampTickIsStillSeen) {
+    vpath_test::FaultSystem faults;
+    faults.FreezeStamp("/two");
+    Velmora::os::FileStatus frozen;
+    ASSERT_EQ(Velmora::os::System().Stat(tree.Path("two").string(), frozen), 0);
+    Start();
+    tree.File("two/same_tick.vl");
+    EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) { return Holds(p, "two/same_tick.vl"); }));
+}
+
+TEST_F(PathWatcherTest, AfterLostEventsThePathIsAFreshScan) {
+    vpath_test::FaultSystem faults;
+    Start();
+    faults.ForceOverflow();
+    // Lost with the overflow; a special folder made meanwhile is watched afterwards.
+    std::filesystem::create_directories(tree.Path("two/+new"));
+    tree.File("two/lost.vl");
+    EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) { return Holds(p, "two/lost.vl"); }));
+    tree.File("two/+new/after.vl");
+    EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) { return Holds(p, "two/+new/after.vl"); }));
+    EXPECT_TRUE(WaitForFreshScan());
+}
+
+TEST_F(PathWatcherTest, OutOfWatchesTheRestIsPolledWithAWarning) {
+    vpath_test::FaultSystem faults;
+    faults.Fail(vpath_test::FaultSystem::Op::WatchAdd, "/two", ENOSPC);
+    std::vector<std::string> warnings;
+    Start({.warn = [&](const std::string& w) { warnings.push_back(w); }});
+    EXPECT_EQ(watcher->PolledFolderCount(), 1u);
+    ASSERT_EQ(warnings.size(), 1u);
+    EXPECT_NE(warnings[0].find("out of inotify watches"), std::string::npos);
+    tree.File("two/polled.vl");
+    tree.File("one/watched.vl");
+    EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) {
+        return Holds(p, "two/polled.vl") && Holds(p, "one/watched.vl");
+    }));
+}
+
+}  // namespace

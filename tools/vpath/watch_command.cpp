@@ -1,0 +1,154 @@
+// vpath watch: what changes on the search path while it runs, as folders change on disk or
+// another process changes the saved path.
+
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <velmora/searchpath/path_change_report.hpp>
+#include <velmora/searchpath/path_watcher.hpp>
+
+#include "change_report.hpp"
+#include "commands.hpp"
+
+namespace vpath_cli {
+namespace {
+
+// A day: a longer pause is more likely a slip than a wish, and would overflow the clock's ticks
+// long before the 1.8e308 that a double allows.
+constexpr double kMaxPollSeconds = 86400;
+
+struct WatchOptions {
+    std::optional<std::string> poll;   // seconds between readings; none watches through inotify
+    std::optional<std::string> count;  // stop after this many changes
+    bool json = false;
+};
+
+double ParsePoll(const std::string& text) {
+    double seconds = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(seconds) ||
+        seconds <= 0 || seconds > kMaxPollSeconds) {
+        throw std::runtime_error(
+            fmt::format("--poll takes a number of seconds above 0 and at most {}, not \"{}\"",
+                        kMaxPollSeconds, text));
+    }
+    return seconds;
+}
+
+std::uint64_t ParseCount(const std::string& text) {
+    std::uint64_t count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    if (error != std::errc() || end != text.data() + text.size() || count < 1) {
+        throw std::runtime_error(
+            fmt::format("--count takes a whole number of changes, 1 or more, not \"{}\"", text));
+    }
+    return count;
+}
+
+// The moment of a change as printed: UTC to the millisecond, "2026-11-23T10:55:06.123Z".
+std::string Now() {
+    const auto now =
+        std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", seconds, (now - seconds).count());
+}
+
+// Counts the changes printed and tells the main thread when it has printed enough.
+class Printer {
+  public:
+    Printer(bool json, std::optional<std::uint64_t> limit) : m_json(json), m_limit(limit) {}
+
+    void operator()(const Velmora::PathManagement::PathChange& change) {
+        const auto report = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
+        if (report.empty())
+            return;
+        PrintChangeReport(report, *change.after, m_json, Now());
+        std::fflush(stdout);
+        std::lock_guard lock(m_mutex);
+        ++m_printed;
+        m_progress.notify_all();
+    }
+    // WaitForLimit: returns when the limit is reached, or when `interval` has passed.
+    bool WaitForLimit(std::chrono::duration<double> interval) {
+        std::unique_lock lock(m_mutex);
+        return m_progress.wait_for(lock, interval, [&] { return Done(); });
+    }
+    bool Done() const { return m_limit && m_printed >= *m_limit; }
+
+  private:
+    bool m_json;
+    std::optional<std::uint64_t> m_limit;
+    std::mutex m_mutex;
+    std::condition_variable m_progress;
+    std::uint64_t m_printed = 0;
+};
+
+int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
+    const std::optional<double> poll =
+        options.poll ? std::optional(ParsePoll(*options.poll)) : std::nullopt;
+    const std::optional<std::uint64_t> limit =
+        options.count ? std::optional(ParseCount(*options.count)) : std::nullopt;
+    const auto manager = OpenManager(pathOptions, Purpose::Read);
+    if (!manager)
+        return kExitRefused;
+    PrintWarnings(*manager->GetWarnings());
+    Printer printer(options.json, limit);
+    manager->AddPathChangeObserver([&](const auto& change) { printer(change); });
+
+    if (!poll) {
+        Velmora::SearchPath::PathWatcher watcher(
+            *manager, {.warn = [](const std::string& warning) { Warn(warning); },
+                       .failed =
+                           [](std::exception_ptr failure) {
+                               try {
+                                   std::rethrow_exception(failure);
+                               } catch (const std::exception& e) {
+                                   Warn(e.what());
+                               }
+                           }});
+        while (!printer.WaitForLimit(std::chrono::hours(24))) {
+        }
+        return kExitOk;
+    }
+    // Polling reads every folder each time and sees only changes that move a folder's stamp.
+    const std::chrono::duration<double> pause(*poll);
+    while (!printer.WaitForLimit(pause)) {
+        foundation::core::except::Notification problems;
+        manager->ReloadPathDefinition(problems);
+        PrintMessages(problems);
+        manager->Refresh();
+    }
+    return kExitOk;
+}
+
+}  // namespace
+
+Command RegisterWatch(CLI::App& app, const PathOptions& pathOptions) {
+    auto options = std::make_shared<WatchOptions>();
+    auto* watch = app.add_subcommand(
+        "watch",
+        "Print what changes on the search path as its folders change on disk, one timestamped "
+        "line per change");
+    watch
+        ->add_option("--poll", options->poll,
+                     "Read the folders again every SECONDS instead of being told of changes "
+                     "(for file systems without inotify)")
+        ->type_name("SECONDS");
+    // The name of --poll in earlier versions.
+    watch->add_option("--interval", options->poll)->group("");
+    watch->add_option("--count", options->count, "Stop after this many changes")->type_name("N");
+    watch->add_flag("--json", options->json, "One JSON object per change, for scripts");
+    return {watch, [options, &pathOptions] { return RunWatch(*options, pathOptions); }};
+}
+
+}  // namespace vpath_cli
