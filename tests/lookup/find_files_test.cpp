@@ -1,4 +1,5 @@
-// Which file a name resolves to, on the path and from a folder, and files by extension.
+// Which file a name resolves to, on the path and from a folder, and files by extension: what is
+// asked of the path and its entries, with which scope and policy, and which answer wins.
 
 #include <cstdlib>
 #include <optional>
@@ -7,21 +8,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/pathmanagement/lookup.hpp>
-#include <velmora/pathmanagement/path_views.hpp>
-#include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/storage/vorlan_storage_system.hpp>
 
 #include "support/fake_path.hpp"
-#include "support/temp_tree.hpp"
 
 namespace {
 
 using namespace Velmora::PathManagement;
 using ::testing::ElementsAre;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::ScanReport;
+using ::testing::ElementsAreArray;
+using vpath_test::FakeEntry;
+using vpath_test::FakePath;
+using AbsoluteIRI = foundation::storage::vfs::AbsoluteIRI;
 
 // Sets an environment variable for one scope and restores it after.
 class ScopedEnvironment {
@@ -44,136 +43,124 @@ class ScopedEnvironment {
     std::optional<std::string> m_old;
 };
 
-// A path over real folders:
-//   first/   Pt.vl  helper.vl  Tie.vl  @Early/Early.vl  @Tie/Tie.vl  private/helper.vl
-//   second/  Early.vl  helper.vl  @Pt/Pt.vl  @Only/Only.vl  +pkg/f.vl
-class Lookup : public vpath_test::TempTreeTest {
-  protected:
-    void SetUp() override {
-        for (const char* f :
-             {"first/Pt.vl", "first/helper.vl", "first/private/helper.vl", "first/@Early/Early.vl",
-              "first/Tie.vl", "first/@Tie/Tie.vl", "second/@Pt/Pt.vl", "second/Early.vl",
-              "second/+pkg/f.vl", "second/helper.vl", "second/@Only/Only.vl"}) {
-            tree.File(f);
-        }
-        ScanReport report;
-        path = MainSearchPath::Scan({tree.IRI("first"), tree.IRI("second")}, report);
-        ASSERT_TRUE(report.empty());
-    }
+std::shared_ptr<FakeEntry> Entry(const ustring& path, std::vector<ustring> files = {},
+                                 PathEntryType kind = PathEntryType::Ordinary) {
+    return FakeEntry::Make(u"file:///" + path, std::move(files), kind);
+}
 
-    // Where the name resolves, relative to the tree; "" when it resolves to nothing.
-    std::string Where(const OptionalFoundItem& hit) const {
-        if (!hit)
-            return "";
-        const std::string native = Velmora::text::ToNative(
-            foundation::storage::vfs::fromAbsoluteIRI(hit->GetPathItem()->GetAbsoluteIRI()));
-        return native.substr(tree.Root().native().size() + 1);
+// first/   Pt Tie helper  @Early/Early  @Tie/Tie  @Two/  private/helper
+// second/  Early helper   @Pt/Pt  @Only/Only  @Two/Two
+struct Tree {
+    std::shared_ptr<FakeEntry> first = Entry(u"first", {u"Pt.vl", u"Tie.vl", u"helper.vl"});
+    std::shared_ptr<FakeEntry> early =
+        Entry(u"first/@Early", {u"Early.vl"}, PathEntryType::AtFolder);
+    std::shared_ptr<FakeEntry> tie = Entry(u"first/@Tie", {u"Tie.vl"}, PathEntryType::AtFolder);
+    std::shared_ptr<FakeEntry> emptyTwo = Entry(u"first/@Two", {}, PathEntryType::AtFolder);
+    std::shared_ptr<FakeEntry> priv =
+        Entry(u"first/private", {u"helper.vl"}, PathEntryType::PrivateFolder);
+    std::shared_ptr<FakeEntry> second = Entry(u"second", {u"Early.vl", u"helper.vl"});
+    std::shared_ptr<FakeEntry> pt = Entry(u"second/@Pt", {u"Pt.vl"}, PathEntryType::AtFolder);
+    std::shared_ptr<FakeEntry> only = Entry(u"second/@Only", {u"Only.vl"}, PathEntryType::AtFolder);
+    std::shared_ptr<FakeEntry> two = Entry(u"second/@Two", {u"Two.vl"}, PathEntryType::AtFolder);
+    std::shared_ptr<FakePath> path;
+    Tree() {
+        for (const auto& child : {early, tie, emptyTwo})
+            first->AddChild(child);
+        first->SetSpecial(1, priv);
+        for (const auto& child : {pt, only, two})
+            second->AddChild(child);
+        path = FakePath::Make({first, second});
     }
-    std::string OnPath(const ustring& name) const {
-        const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
-        return Where(
-            FindFirstFileVisibleOnPath(*path, target, FilenameMatchingPolicy::PlatformDefault));
+    std::vector<std::shared_ptr<FakeEntry>> All() const {
+        return {first, early, tie, emptyTwo, priv, second, pt, only, two};
     }
-    std::string FromFolder(const std::string& folder, const ustring& name) const {
-        const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
-        return Where(FindFirstFileVisibleFromFolder(*path, tree.IRI(folder), target,
-                                                    FilenameMatchingPolicy::PlatformDefault));
-    }
-
-    std::shared_ptr<const MainSearchPath> path;
-    const std::vector<ustring> exts = {u".vl"};
 };
 
-TEST_F(Lookup, OnThePathAClassFolderWinsOnlyWhenItComesFirst) {
-    {
-        // The class folder's file stands in the first folder: it wins over a later plain file.
-        EXPECT_EQ(OnPath(u"Early"), "first/@Early/Early.vl");
-        // The plain file stands first: it wins over a later class folder.
-        EXPECT_EQ(OnPath(u"Pt"), "first/Pt.vl");
-        // Both in the same folder: a tie goes to the plain file.
-        EXPECT_EQ(OnPath(u"Tie"), "first/Tie.vl");
-        // Only a class folder holds it.
-        EXPECT_EQ(OnPath(u"Only"), "second/@Only/Only.vl");
-    }
-    {
-        // A qualified name is looked up in package folders, and nothing else is consulted.
-        EXPECT_EQ(OnPath(u"pkg/f"), "second/+pkg/f.vl");
-        EXPECT_EQ(OnPath(u"+pkg/f"), "second/+pkg/f.vl");
-        EXPECT_EQ(OnPath(u"f"), "");
-    }
-    {
-        // A name found nowhere; private files are not visible from the path.
-        EXPECT_EQ(OnPath(u"absent"), "");
-        EXPECT_EQ(OnPath(u"helper"), "first/helper.vl");
-    }
-}
-
-TEST_F(Lookup, FromAFolderItsPrivateFolderComesFirst) {
-    const ScopedEnvironment off("VPATH_AT_FOLDER_PRECEDENCE", "0");
-    {
-        // The private folder shadows the whole path, the folder's own files included.
-        EXPECT_EQ(FromFolder("first", u"helper"), "first/private/helper.vl");
-        // Another folder's private folder is not visible.
-        EXPECT_EQ(FromFolder("second", u"helper"), "first/helper.vl");
-    }
-    {
-        // A folder that is not on the path is as if none was given.
-        EXPECT_EQ(FromFolder("elsewhere", u"helper"), "first/helper.vl");
-        EXPECT_EQ(FromFolder("first/private", u"Pt"), "second/@Pt/Pt.vl");
-    }
-    {
-        // Qualified names follow the path rule here too.
-        EXPECT_EQ(FromFolder("first", u"pkg/f"), "second/+pkg/f.vl");
-    }
-    {
-        // The Folder form takes the folder's location.
-        const ustring helperName = u"helper";
-        const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(helperName, exts);
-        const foundation::storage::vfs::Folder folder(
-            tree.IRI("first"), Velmora::VorlanStorageSystem::GetStorageSystemReference());
-        EXPECT_EQ(Where(FindFirstFileVisibleFromFolder(*path, folder, target,
-                                                       FilenameMatchingPolicy::PlatformDefault)),
-                  "first/private/helper.vl");
-    }
-}
-
-TEST_F(Lookup, FromAFolderTheAtFolderSettingDecidesClassFolders) {
-    {
-        // Off: a class folder's file wins wherever it stands on the path.
-        const ScopedEnvironment off("VPATH_AT_FOLDER_PRECEDENCE", "0");
-        EXPECT_EQ(FromFolder("first", u"Pt"), "second/@Pt/Pt.vl");
-        EXPECT_EQ(FromFolder("first", u"Tie"), "first/@Tie/Tie.vl");
-        EXPECT_EQ(FromFolder("first", u"absent"), "");
-    }
-    {
-        // On: the same answer as on the path.
-        const ScopedEnvironment on("VPATH_AT_FOLDER_PRECEDENCE", "1");
-        EXPECT_EQ(FromFolder("first", u"Pt"), "first/Pt.vl");
-        EXPECT_EQ(FromFolder("first", u"Tie"), "first/Tie.vl");
-        EXPECT_EQ(FromFolder("first", u"helper"), "first/private/helper.vl");
+TEST(FindFirstFileVisible, AsksWithTheRightPoliciesAndRanksTheAnswers) {
+    const std::vector<ustring> exts = {u".vl"};
+    // The caller's policy (1) for files, the exact one (2) for class folders and the folder.
+    const auto policy = FilenameMatchingPolicy::IgnoreCase;
+    const std::string scope = "FindFirstInScope(0)/1", methods = "GetMethodEntriesByName(0)/2",
+                      folder = "GetPathEntryFromAbsoluteIRI/2", full = "FindFirstInScope(01234)/1";
+    enum Where { OnPath, FromFolderOff, FromFolderOn };
+    struct Case {
+        Where where;
+        const char16_t* folder;
+        const char16_t* name;
+        std::shared_ptr<FakeEntry> Tree::*holder;  // null: nothing found
+        std::vector<std::string> calls;
+    };
+    const Case cases[] = {
+        // A class folder's file wins on the path only when its entry comes first; a tie goes to
+        // the plain file; a class folder without the file is passed over.
+        {OnPath, u"", u"Early", &Tree::early, {scope, methods}},
+        {OnPath, u"", u"Pt", &Tree::first, {scope, methods}},
+        {OnPath, u"", u"Tie", &Tree::first, {scope, methods}},
+        {OnPath, u"", u"Only", &Tree::only, {scope, methods}},
+        {OnPath, u"", u"Two", &Tree::two, {scope, methods}},
+        {OnPath, u"", u"absent", nullptr, {scope, methods}},
+        {OnPath, u"", u"helper", &Tree::first, {scope, methods}},
+        // A name with a separator is looked up in every kind of entry, and nothing else is asked.
+        {OnPath, u"", u"pkg/f", nullptr, {full}},
+        {FromFolderOff, u"first", u"pkg/f", nullptr, {full}},
+        // From a folder its private folder shadows the whole path, whatever the setting.
+        {FromFolderOff, u"first", u"helper", &Tree::priv, {folder}},
+        {FromFolderOn, u"first", u"helper", &Tree::priv, {folder}},
+        {FromFolderOff, u"second", u"helper", &Tree::first, {folder, methods, scope}},
+        {FromFolderOff, u"elsewhere", u"helper", &Tree::first, {folder, methods, scope}},
+        // Setting off: a class folder wins wherever it stands. On: as on the path.
+        {FromFolderOff, u"first", u"Pt", &Tree::pt, {folder, methods}},
+        {FromFolderOff, u"first", u"Tie", &Tree::tie, {folder, methods}},
+        {FromFolderOff, u"first", u"Two", &Tree::two, {folder, methods}},
+        {FromFolderOn, u"first", u"Pt", &Tree::first, {folder, scope, methods}},
+        {FromFolderOn, u"first", u"Tie", &Tree::first, {folder, scope, methods}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(Velmora::text::ToNative(c.name) + " from '" +
+                     Velmora::text::ToNative(c.folder) + "' case " + std::to_string(c.where));
+        const Tree t;
+        const ustring name = c.name;
+        const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
+        const ScopedEnvironment setting("VPATH_AT_FOLDER_PRECEDENCE",
+                                        c.where == FromFolderOn ? "1" : "0");
+        const auto hit =
+            c.where == OnPath
+                ? FindFirstFileVisibleOnPath(*t.path, target, policy)
+                : FindFirstFileVisibleFromFolder(
+                      *t.path, AbsoluteIRI(u"file:///" + ustring(c.folder)), target, policy);
+        EXPECT_THAT(t.path->Log().Calls(), ElementsAreArray(c.calls));
+        // Every entry is asked for the file under the caller's policy.
+        for (const auto& entry : t.All()) {
+            for (const std::string& call : entry->Log().Calls())
+                EXPECT_EQ(call, "FindFile/1");
+        }
+        if (c.holder == nullptr) {
+            EXPECT_FALSE(hit);
+            continue;
+        }
+        ASSERT_TRUE(hit);
+        EXPECT_EQ(hit->GetPathEntry(), t.*c.holder);
+        EXPECT_EQ(hit->GetPathItem()->GetLocation(), (t.*c.holder)->GetAbsoluteIRI());
     }
 }
 
-TEST_F(Lookup, ViewsResolveLikeThePathTheyShow) {
-    ScanReport report;
-    const auto secondAgain = MainSearchPath::Scan({tree.IRI("second")}, report);
-    const DeduplicatedPath both({path, secondAgain});
-    const ustring ptName = u"Pt";
-    const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(ptName, exts);
-    EXPECT_EQ(
-        Where(FindFirstFileVisibleOnPath(both, target, FilenameMatchingPolicy::PlatformDefault)),
-        "first/Pt.vl");
-    const MultiMaskedPath withoutFirst(path, {path->GetMainEntries()->front()});
-    EXPECT_EQ(Where(FindFirstFileVisibleOnPath(withoutFirst, target,
-                                               FilenameMatchingPolicy::PlatformDefault)),
-              "second/@Pt/Pt.vl");
+TEST(FindFirstFileVisible, TheFolderFormTakesTheFolderLocation) {
+    const Tree t;
+    const ustring name = u"helper";
+    const std::vector<ustring> exts = {u".vl"};
+    const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
+    const foundation::storage::vfs::Folder folder(
+        AbsoluteIRI(u"file:///first"), Velmora::VorlanStorageSystem::GetStorageSystemReference());
+    const auto hit =
+        FindFirstFileVisibleFromFolder(*t.path, folder, target, FilenameMatchingPolicy::Exact);
+    ASSERT_TRUE(hit);
+    EXPECT_EQ(hit->GetPathEntry(), t.priv);
 }
 
 TEST(FindFilesByExtensions, ListsMatchesPerEntryAndPerExtension) {
-    const auto a =
-        vpath_test::FakeEntry::Make(u"file:///a", {u"x.vl", u"y.vlp", u"z.txt", u"README"});
-    const auto b = vpath_test::FakeEntry::Make(u"file:///b", {u"w.VL"});
-    const auto path = vpath_test::FakePath::Make({a, b});
+    const auto a = FakeEntry::Make(u"file:///a", {u"x.vl", u"y.vlp", u"z.txt", u"README"});
+    const auto b = FakeEntry::Make(u"file:///b", {u"w.VL"});
+    const auto path = FakePath::Make({a, b});
     const std::uint32_t primary[] = {0};
     auto names = [](const std::vector<FoundItem>& found) {
         std::vector<ustring> out;
@@ -192,20 +179,24 @@ TEST(FindFilesByExtensions, ListsMatchesPerEntryAndPerExtension) {
         EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u""},
                                                 FilenameMatchingPolicy::Exact)),
                     ElementsAre(u"a/README"));
+        // The walk is the sequential one, with the caller's scope.
+        EXPECT_THAT(path->Log().Calls(),
+                    ElementsAre("ForEachEntry(0)", "ForEachEntry(0)", "ForEachEntry(0)"));
     }
     {
-        // The policy is the entry's matcher's.
+        // The entry's matcher for the caller's policy compares an extension of the list with the
+        // item's.
+        b->Log().Clear();
         EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u".vl"},
                                                 FilenameMatchingPolicy::IgnoreCase)),
                     ElementsAre(u"a/x.vl", u"b/w.VL"));
-        EXPECT_THAT(names(FindFilesByExtensions(b, {u".vl"}, FilenameMatchingPolicy::IgnoreCase)),
-                    ElementsAre(u"b/w.VL"));
+        EXPECT_THAT(b->Log().Calls(), ElementsAre("GetExtensionMatcher/1", "match(.vl,.VL)"));
     }
     {
-        // No extensions, no files; an empty scope walks nothing.
-        EXPECT_TRUE(
-            FindFilesByExtensions(*path, SearchScope(primary), {}, FilenameMatchingPolicy::Exact)
-                .empty());
+        // No extensions, no files and no matching; an empty scope walks nothing.
+        b->Log().Clear();
+        EXPECT_TRUE(FindFilesByExtensions(b, {}, FilenameMatchingPolicy::Exact).empty());
+        EXPECT_THAT(b->Log().Calls(), ElementsAre("GetExtensionMatcher/2"));
         EXPECT_TRUE(
             FindFilesByExtensions(*path, SearchScope(), {u".vl"}, FilenameMatchingPolicy::Exact)
                 .empty());

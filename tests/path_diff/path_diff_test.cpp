@@ -97,10 +97,11 @@ Results Diff(const PathEntryVector& before, const PathEntryVector& after,
 
 TEST(LongestCommonSubsequence, WorkedCases) {
     const char* const cases[][3] = {
-        // Among answers of the greatest length: the chain that last set the top threshold.
-        {"PQ", "QP", "Q"},  {"PQR", "RPQ", "PQ"},          {"PQR", "QRP", "QR"}, {"PP", "P", "P"},
-        {"P", "PP", "P"},   {"ABCBDAB", "BDCABA", "BDAB"}, {"", "PQ", ""},       {"PQ", "", ""},
-        {"PQR", "STU", ""}, {"XPYQZR", "PQR", "PQR"},
+        // Among answers of the greatest length: the chain that last set the top threshold; a
+        // position met again (the second A of XAYA) leaves the chain that set it in place.
+        {"PQ", "QP", "Q"},  {"PQR", "RPQ", "PQ"},          {"PQR", "QRP", "QR"},  {"PP", "P", "P"},
+        {"P", "PP", "P"},   {"ABCBDAB", "BDCABA", "BDAB"}, {"", "PQ", ""},        {"PQ", "", ""},
+        {"PQR", "STU", ""}, {"XPYQZR", "PQR", "PQR"},      {"XAYA", "YXA", "XA"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c[0]) + " / " + c[1]);

@@ -1,7 +1,6 @@
 // DeduplicatedPath: chained paths with every folder and every found file shown once.
 
 #include <stdexcept>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -44,78 +43,74 @@ TEST(DeduplicatedPath, ShowsEachFolderOnceAtItsFirstPosition) {
     {
         // The entry object of the first occurrence is the one kept, within and across sub-paths.
         const auto mains = path.GetMainEntries();
-        EXPECT_THAT(Names(*mains), ElementsAre("a", "shared", "b"));
-        EXPECT_EQ((*mains)[1], o.shared1);
-        EXPECT_EQ((*mains)[2], o.b);
-    }
-    {
+        EXPECT_THAT(*mains, ElementsAre(o.a, o.shared1, o.b));
         EXPECT_THAT(path.GetMethodEntries(), ElementsAre(o.m1));
         EXPECT_THAT(path.GetMethodEntriesByName(SearchScope(kAllKinds), u"m",
                                                 FilenameMatchingPolicy::Exact),
                     ElementsAre(o.m1));
-        EXPECT_THAT(Names(path.GetPartiallyMatchingEntries(SearchScope(kAllKinds), u"b",
-                                                           FilenameMatchingPolicy::Exact)),
-                    ElementsAre("b"));
+        EXPECT_THAT(path.GetPartiallyMatchingEntries(SearchScope(kAllKinds), u"b",
+                                                     FilenameMatchingPolicy::Exact),
+                    ElementsAre(o.b));
     }
     {
         // A file counts once per folder; the same name in different folders counts per folder.
         EXPECT_THAT(AllHolders(path, u"f"), ElementsAre("a", "shared", "b"));
-        EXPECT_THAT(AllHolders(path, u"g"), ElementsAre("shared"));
-    }
-    {
-        // The first match is the first occurrence already.
         EXPECT_EQ(FirstHolder(path, u"g"), "shared");
     }
 }
 
-TEST(DeduplicatedPath, WalksSkipRepeatsWhicheverWayTheyGo) {
-    const Overlap o;
-    {
-        // Before the main entries are cached the walk goes by the sub-paths.
-        const auto path = o.Path();
-        EXPECT_THAT(Walk(path), ElementsAre("a", "shared", "@m", "b"));
-    }
-    {
-        // After, it goes by the cached entries, and sees the same.
-        const auto path = o.Path();
-        path.GetMainEntries();
-        EXPECT_THAT(Walk(path), ElementsAre("a", "shared", "@m", "b"));
-    }
-    {
-        // A repeat is skipped without calling back, so it can never stop the walk.
-        const auto path = o.Path();
-        int calls = 0;
-        EXPECT_FALSE(path.ForEachEntry(SearchScope(kAllKinds), [&](const auto& e) {
-            ++calls;
-            return e == o.shared2 || e == o.b2;
-        }));
-        EXPECT_EQ(calls, 4);
-        EXPECT_TRUE(
-            path.ForEachEntry(SearchScope(kAllKinds), [&](const auto& e) { return e == o.b; }));
-    }
-    {
-        // An empty cached list sends the walk to the sub-paths.
-        const auto late = FakePath::Make({});
-        const DeduplicatedPath path(Paths{late});
-        EXPECT_TRUE(path.GetMainEntries()->empty());
-        late->AddMain(Entry("late"));
-        EXPECT_THAT(Walk(path), ElementsAre("late"));
-    }
+TEST(DeduplicatedPath, AFoundFileIsItsFolderLocationAndWholeName) {
+    // `y` reaches a's very files from another location; x1 and x2 are one folder holding f.vlp
+    // and f.vl.
+    const auto a = Entry("a", {u"f.vl"});
+    const auto y = Entry("y");
+    y->ShareItemsOf(*a);
+    const auto x1 = Entry("x", {u"f.vlp"});
+    const auto x2 = Entry("x", {u"f.vl"});
+    const DeduplicatedPath path(Paths{FakePath::Make({a, x1}), FakePath::Make({y, x2})});
+    const ustring name = u"f";
+    const std::vector<ustring> exts = {u".vl", u".vlp"};
+    PathEntryVector holders;
+    for (const auto& found :
+         path.FindAllInScope(SearchScope(kAllKinds), detail::SearchTarget(name, exts),
+                             FilenameMatchingPolicy::Exact))
+        holders.push_back(found.GetPathEntry());
+    EXPECT_THAT(holders, ElementsAre(a, x1, x2));
 }
 
-TEST(DeduplicatedPath, TheConcurrentWalkIsSequentialOnTheCallersThread) {
+TEST(DeduplicatedPath, WalksSkipRepeatsWhicheverWayTheyGo) {
     const Overlap o;
-    const auto path = o.Path();
-    std::vector<std::thread::id> threads;
-    std::vector<std::string> seen;
-    path.ConcurrentForEachEntry(SearchScope(kAllKinds), [&](const auto& e) {
-        threads.push_back(std::this_thread::get_id());
-        seen.push_back(Velmora::text::ToNative(e->GetName()));
-        return false;
-    });
-    EXPECT_THAT(seen, ElementsAre("a", "shared", "@m", "b"));
-    for (const auto id : threads)
-        EXPECT_EQ(id, std::this_thread::get_id());
+    for (const bool cached : {false, true}) {
+        SCOPED_TRACE(cached ? "by the cached main entries" : "by the sub-paths");
+        const auto path = o.Path();
+        if (cached)
+            path.GetMainEntries();
+        EXPECT_THAT(Walk(path), ElementsAre("a", "shared", "@m", "b"));
+        EXPECT_THAT(Walk(path, true), ElementsAre("a", "shared", "@m", "b"));
+        // A repeat is skipped without calling back, so it can never stop the walk; a first visit
+        // stops it at once.
+        PathEntryVector seen;
+        EXPECT_FALSE(path.ForEachEntry(SearchScope(kAllKinds), [&](const auto& e) {
+            seen.push_back(e);
+            return e == o.shared2 || e == o.b2;
+        }));
+        EXPECT_EQ(seen.size(), 4u);
+        seen.clear();
+        EXPECT_TRUE(path.ForEachEntry(SearchScope(kAllKinds), [&](const auto& e) {
+            seen.push_back(e);
+            return e == o.shared1;
+        }));
+        EXPECT_THAT(seen, ElementsAre(o.a, o.shared1));
+    }
+    // A filled cache is walked as it is, frozen; an empty one sends the walk to the sub-paths.
+    for (const bool empty : {false, true}) {
+        SCOPED_TRACE(empty ? "empty cache" : "filled cache");
+        const auto sub = empty ? FakePath::Make({}) : FakePath::Make({Entry("a")});
+        const DeduplicatedPath path(Paths{sub});
+        path.GetMainEntries();
+        sub->AddMain(Entry("late"));
+        EXPECT_EQ(Walk(path), std::vector<std::string>{empty ? "late" : "a"});
+    }
 }
 
 TEST(DeduplicatedPath, EmptyAndFailingCases) {
@@ -124,8 +119,6 @@ TEST(DeduplicatedPath, EmptyAndFailingCases) {
         EXPECT_TRUE(path.GetMainEntries()->empty());
         EXPECT_TRUE(path.GetMethodEntries().empty());
         EXPECT_FALSE(path.ForEachEntry(SearchScope(kAllKinds), [](const auto&) { return true; }));
-        EXPECT_FALSE(
-            path.ConcurrentForEachEntry(SearchScope(kAllKinds), [](const auto&) { return true; }));
     }
     {
         // A failing fill is retried, and an entry whose location fails fails the call.
@@ -139,12 +132,6 @@ TEST(DeduplicatedPath, EmptyAndFailingCases) {
         const DeduplicatedPath brokenPath(Paths{FakePath::Make({broken})});
         EXPECT_THROW(brokenPath.GetMainEntries(), std::runtime_error);
         EXPECT_THROW(Walk(brokenPath), std::runtime_error);
-    }
-    {
-        // Walking with no callback is the standard error of calling an empty function.
-        const auto path = Overlap().Path();
-        EXPECT_THROW(path.ForEachEntry(SearchScope(kAllKinds), EntryCallback()),
-                     std::bad_function_call);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "support/fake_path.hpp"
 
+#include <future>
 #include <stdexcept>
 
 #include <fl/filesystem/path.hpp>
@@ -9,6 +10,46 @@ namespace vpath_test {
 using namespace Velmora::PathManagement;
 using foundation::storage::vfs::AbsoluteIRI;
 using foundation::storage::vfs::CanonicalAbsoluteIRI;
+
+void CallLog::Record(std::string call) const {
+    const std::lock_guard lock(m_mutex);
+    m_calls.push_back(std::move(call));
+}
+
+namespace {
+std::string Kinds(SearchScope scope) {
+    std::string kinds = "(";
+    for (const std::uint32_t kind : scope)
+        kinds += std::to_string(kind);
+    return kinds + ")";
+}
+std::string Policy(FilenameMatchingPolicy policy) {
+    return "/" + std::to_string(static_cast<std::uint32_t>(policy));
+}
+}  // namespace
+
+void CallLog::Record(const char* operation, FilenameMatchingPolicy policy) const {
+    Record(operation + Policy(policy));
+}
+
+void CallLog::Record(const char* operation, SearchScope scope) const {
+    Record(operation + Kinds(scope));
+}
+
+void CallLog::Record(const char* operation, SearchScope scope,
+                     FilenameMatchingPolicy policy) const {
+    Record(operation + Kinds(scope) + Policy(policy));
+}
+
+std::vector<std::string> CallLog::Calls() const {
+    const std::lock_guard lock(m_mutex);
+    return m_calls;
+}
+
+void CallLog::Clear() const {
+    const std::lock_guard lock(m_mutex);
+    m_calls.clear();
+}
 
 std::shared_ptr<FakeEntry> FakeEntry::Make(const ustring& iri, std::vector<ustring> files,
                                            PathEntryType kind) {
@@ -45,6 +86,7 @@ CanonicalAbsoluteIRI FakeEntry::GetCanonicalAbsoluteIRI() const {
 
 std::shared_ptr<const PathItem> FakeEntry::FindFile(const detail::SearchTarget& target,
                                                     FilenameMatchingPolicy policy) const {
+    m_log.Record("FindFile", policy);
     for (const ustring& ext : *target.extensions) {
         for (const auto& item : *m_items) {
             if (NamesMatch(item->GetName(), *target.baseName, policy) &&
@@ -68,7 +110,14 @@ bool FakeEntry::ForEachEntry(SearchScope scope, const EntryCallback& callback) c
 }
 
 SharedNameMatcher FakeEntry::GetExtensionMatcher(FilenameMatchingPolicy policy) const {
-    return GetNameMatcher(policy);
+    m_log.Record("GetExtensionMatcher", policy);
+    auto match = GetNameMatcher(policy);
+    return std::make_shared<const NameMatcher>(
+        [this, match](const ustring& extension, const ustring& itemExtension) {
+            m_log.Record("match(" + Velmora::text::ToNative(extension) + "," +
+                         Velmora::text::ToNative(itemExtension) + ")");
+            return (*match)(extension, itemExtension);
+        });
 }
 
 SharedPathEntryVector FakeEntry::GetSubEntries() const {
@@ -133,8 +182,9 @@ PathEntryVector FakePath::GetMethodEntries() const {
     return out;
 }
 
-PathEntryVector FakePath::GetMethodEntriesByName(SearchScope, const ustring& name,
+PathEntryVector FakePath::GetMethodEntriesByName(SearchScope scope, const ustring& name,
                                                  FilenameMatchingPolicy policy) const {
+    m_log.Record("GetMethodEntriesByName", scope, policy);
     PathEntryVector out;
     for (const auto& p : Entries()) {
         if (p.entry->GetPathEntryType() == PathEntryType::AtFolder &&
@@ -147,6 +197,7 @@ PathEntryVector FakePath::GetMethodEntriesByName(SearchScope, const ustring& nam
 
 PathEntryVector FakePath::GetPartiallyMatchingEntries(SearchScope scope, const ustring& partialName,
                                                       FilenameMatchingPolicy policy) const {
+    m_log.Record("GetPartiallyMatchingEntries", scope, policy);
     PathEntryVector out;
     for (const auto& p : Entries()) {
         if (scope.Contains(static_cast<std::uint32_t>(p.entry->GetPathEntryType())) &&
@@ -157,18 +208,24 @@ PathEntryVector FakePath::GetPartiallyMatchingEntries(SearchScope scope, const u
     return out;
 }
 
-std::shared_ptr<const IPathEntry> FakePath::GetMainEntryForEntry(const IPathEntry& entry) const {
+const FakePath::Placed& FakePath::FindOnPath(const IPathEntry& entry) const {
     const auto* p = Find(entry);
-    return p ? std::shared_ptr<const IPathEntry>(m_mains[p->main]) : nullptr;
+    if (!p)
+        throw std::logic_error("asked about an entry that is not on the path");
+    return *p;
+}
+
+std::shared_ptr<const IPathEntry> FakePath::GetMainEntryForEntry(const IPathEntry& entry) const {
+    return m_mains[FindOnPath(entry).main];
 }
 
 std::shared_ptr<const IPathEntry> FakePath::GetParentEntryForEntry(const IPathEntry& entry) const {
-    const auto* p = Find(entry);
-    return p ? p->parent : nullptr;
+    return FindOnPath(entry).parent;
 }
 
 std::shared_ptr<const IPathEntry> FakePath::GetPathEntryFromAbsoluteIRI(
     const AbsoluteIRI& location, FilenameMatchingPolicy policy) const {
+    m_log.Record("GetPathEntryFromAbsoluteIRI", policy);
     for (const auto& p : Entries()) {
         if (NamesMatch(p.entry->GetAbsoluteIRI().toString(), location.toString(), policy)) {
             return p.entry;
@@ -188,6 +245,7 @@ std::shared_ptr<const IPathEntry> FakePath::GetPathEntryFromAbsoluteIRI(
 
 OptionalFoundItem FakePath::FindFirstInScope(SearchScope scope, const detail::SearchTarget& target,
                                              FilenameMatchingPolicy policy) const {
+    m_log.Record("FindFirstInScope", scope, policy);
     for (const auto& p : Entries()) {
         if (!scope.Contains(static_cast<std::uint32_t>(p.entry->GetPathEntryType())))
             continue;
@@ -200,6 +258,7 @@ OptionalFoundItem FakePath::FindFirstInScope(SearchScope scope, const detail::Se
 std::vector<FoundItem> FakePath::FindAllInScope(SearchScope scope,
                                                 const detail::SearchTarget& target,
                                                 FilenameMatchingPolicy policy) const {
+    m_log.Record("FindAllInScope", scope, policy);
     std::vector<FoundItem> out;
     for (const auto& p : Entries()) {
         if (!scope.Contains(static_cast<std::uint32_t>(p.entry->GetPathEntryType())))
@@ -211,6 +270,11 @@ std::vector<FoundItem> FakePath::FindAllInScope(SearchScope scope,
 }
 
 bool FakePath::ForEachEntry(SearchScope scope, const EntryCallback& callback) const {
+    m_log.Record("ForEachEntry", scope);
+    return Walk(scope, callback);
+}
+
+bool FakePath::Walk(SearchScope scope, const EntryCallback& callback) const {
     for (const auto& main : m_mains) {
         if (main->ForEachEntry(scope, callback))
             return true;
@@ -219,7 +283,9 @@ bool FakePath::ForEachEntry(SearchScope scope, const EntryCallback& callback) co
 }
 
 bool FakePath::ConcurrentForEachEntry(SearchScope scope, const EntryCallback& callback) const {
-    return ForEachEntry(scope, callback);
+    m_log.Record("ConcurrentForEachEntry", scope);
+    // Off the caller's thread, as a concurrent walk may call back; one thread keeps it simple.
+    return std::async(std::launch::async, [&] { return Walk(scope, callback); }).get();
 }
 
 bool FakePath::FirstEntryIsBeforeSecondOnPath(const IPathEntry& first,

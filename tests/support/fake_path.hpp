@@ -10,6 +10,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,27 @@ using Velmora::PathManagement::FilenameMatchingPolicy;
 using Velmora::PathManagement::IPathEntry;
 using Velmora::PathManagement::PathEntryType;
 
-// FakeEntry: an entry whose location, kind, files and special sub-entries the test sets.
+// CallLog: what a fake was asked, in order, from any thread: the operation, the kinds of its scope
+// and its policy, as "FindFirstInScope(01234)/1", "GetPathEntryFromAbsoluteIRI/2" or
+// "ForEachEntry(0)".
+class CallLog {
+  public:
+    void Record(std::string call) const;
+    void Record(const char* operation, FilenameMatchingPolicy policy) const;
+    void Record(const char* operation, Velmora::PathManagement::SearchScope scope) const;
+    void Record(const char* operation, Velmora::PathManagement::SearchScope scope,
+                FilenameMatchingPolicy policy) const;
+    std::vector<std::string> Calls() const;
+    void Clear() const;
+
+  private:
+    mutable std::mutex m_mutex;
+    mutable std::vector<std::string> m_calls;
+};
+
+// FakeEntry: an entry whose location, kind, files and special sub-entries the test sets. It logs
+// FindFile and GetExtensionMatcher with their policies, and each use of that matcher as
+// "match(<extension of the list>,<extension of the item>)".
 class FakeEntry final : public IPathEntry, public std::enable_shared_from_this<FakeEntry> {
   public:
     // An entry at `iri` holding files named `files` ("area.vl", "Readme").
@@ -35,8 +56,11 @@ class FakeEntry final : public IPathEntry, public std::enable_shared_from_this<F
     void AddChild(std::shared_ptr<const FakeEntry> child);               // walked by ForEachEntry
     // Makes GetAbsoluteIRI throw std::runtime_error.
     void ThrowOnIRI(bool on) { m_throwOnIRI = on; }
+    // Holds the very file objects of `other` (the same files reached through another entry).
+    void ShareItemsOf(const FakeEntry& other) { m_items = other.m_items; }
     // Calls of GetAbsoluteIRI so far (from any thread).
     int IRICalls() const { return m_iriCalls.load(); }
+    const CallLog& Log() const { return m_log; }
 
     PathEntryType GetPathEntryType() const override { return m_kind; }
     std::shared_ptr<const Velmora::PathManagement::PathItemVector> GetItems() const override {
@@ -67,11 +91,15 @@ class FakeEntry final : public IPathEntry, public std::enable_shared_from_this<F
     std::vector<std::shared_ptr<const FakeEntry>> m_children;
     bool m_throwOnIRI = false;
     mutable std::atomic<int> m_iriCalls{0};
+    CallLog m_log;
 };
 
 // FakePath: a path over main entries given in order, each with its children (its method and
 // other sub-entries) found through FakeEntry::AddChild. Sub-entries sort equal to their main
-// entry. Main entries may be added after construction (to show what a frozen cache misses).
+// entry. Main entries may be added after construction (to show what a frozen cache misses). It
+// logs every operation that takes a policy, and the walks; ConcurrentForEachEntry calls back on
+// another thread. GetMainEntryForEntry and GetParentEntryForEntry throw std::logic_error for an
+// entry that is not on the path: callers must ask IsEntryOnPath first.
 class FakePath final : public Velmora::PathManagement::IPath {
   public:
     static std::shared_ptr<FakePath> Make(std::vector<std::shared_ptr<const FakeEntry>> mains);
@@ -82,6 +110,7 @@ class FakePath final : public Velmora::PathManagement::IPath {
     int MainEntriesCalls() const { return m_mainEntriesCalls.load(); }
     // Entries found by canonical location: a map the test fills.
     void SetCanonical(const ustring& canonicalIri, std::shared_ptr<const IPathEntry> entry);
+    const CallLog& Log() const { return m_log; }
 
     Velmora::PathManagement::SharedPathEntryVector GetMainEntries() const override;
     Velmora::PathManagement::PathEntryVector GetMethodEntries() const override;
@@ -125,11 +154,15 @@ class FakePath final : public Velmora::PathManagement::IPath {
     // Every entry in path order: each main entry, then its children depth first.
     std::vector<Placed> Entries() const;
     const Placed* Find(const IPathEntry& entry) const;
+    const Placed& FindOnPath(const IPathEntry& entry) const;
+    bool Walk(Velmora::PathManagement::SearchScope scope,
+              const Velmora::PathManagement::EntryCallback& callback) const;
 
     std::vector<std::shared_ptr<const FakeEntry>> m_mains;
     std::vector<std::pair<ustring, std::shared_ptr<const IPathEntry>>> m_canonical;
     mutable std::atomic<int> m_failMainEntries{0};
     mutable std::atomic<int> m_mainEntriesCalls{0};
+    CallLog m_log;
 };
 
 }  // namespace vpath_test

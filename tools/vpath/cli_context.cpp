@@ -12,6 +12,7 @@
 #include <velmora/searchpath/path_definition_file.hpp>
 
 #include "given_path.hpp"
+#include "path_cache_use.hpp"
 
 namespace vpath_cli {
 
@@ -40,13 +41,23 @@ std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
     MainSearchPathManager::Options managerOptions;
     if (!location.empty()) {
         managerOptions.pathDefinition.emplace(location);
+        managerOptions.pathDefinition->SetSlowLockNotice([location] {
+            Fail(fmt::format("waiting for another change of {} to finish", location));
+        });
     } else if (purpose == Purpose::Change) {
         throw std::runtime_error(
             "there is nowhere to keep the search path (HOME is not set); give --pathdef FILE");
     }
+    const auto cache = location.empty() ? std::nullopt : CacheForPathDefinition(location);
+    managerOptions.knownEntries = LoadCache(cache);
+    const auto loaded = managerOptions.knownEntries;
     foundation::core::except::Notification problems;
     auto manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
     PrintMessages(problems);
+    if (manager) {
+        UseCache(cache, loaded, *manager);
+        KeepUntilExit(manager->GetSnapshot());
+    }
     return manager;
 }
 
@@ -60,10 +71,23 @@ std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
         HintIfEmpty(options, manager->GetPathFolderIRIs()->size());
         return manager->GetSnapshot();
     }
+    const auto cache = CacheForFolders(*folders);
+    Velmora::SearchPath::EntryCache known;
+    const auto loaded = LoadCache(cache);
+    known.Retain(loaded);
     ScanReport report;
-    auto path = MainSearchPath::Scan(*folders, report);
+    auto path = MainSearchPath::Scan(*folders, report, &known);
     PrintWarnings(report);
+    SaveCacheIfChanged(cache, loaded, path->GetFolderEntries());
+    KeepUntilExit(path);
     return path;
+}
+
+void KeepUntilExit(std::shared_ptr<const void> object) {
+    // Never destroyed: the command leaves with std::_Exit, and the system takes the memory back
+    // far quicker than freeing it object by object would.
+    static auto* kept = new std::vector<std::shared_ptr<const void>>();
+    kept->push_back(std::move(object));
 }
 
 std::string DisplayBytes(const AbsoluteIRI& folder) {

@@ -51,6 +51,10 @@ std::unique_ptr<Velmora::SearchPath::MainSearchPathManager> OpenManager(const Pa
 // printing the messages) when the saved path cannot be read.
 std::shared_ptr<const Velmora::SearchPath::MainSearchPath> LoadPath(const PathOptions& options);
 
+// KeepUntilExit: keeps `object` alive until the process ends, so that a large path is not freed
+// piece by piece just before the process exits.
+void KeepUntilExit(std::shared_ptr<const void> object);
+
 // DisplayBytes: a folder as users read it (its native path for a local folder), as bytes.
 std::string DisplayBytes(const foundation::storage::vfs::AbsoluteIRI& folder);
 

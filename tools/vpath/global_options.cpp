@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "path_cache_use.hpp"
+
 namespace vpath_cli {
 namespace {
 
@@ -41,6 +43,11 @@ void AddGlobalOptions(CLI::App& app, PathOptions& options) {
              "The path definition file that keeps the saved path; by default $VPATH_PATHDEF, "
              "else $XDG_CONFIG_HOME/vpath/pathdef, else ~/.config/vpath/pathdef",
              options.pathDefinition);
+    if (app.get_option_no_throw("--no-cache") == nullptr) {
+        app.add_flag_callback("--no-cache", DisableCache,
+                              "Neither read nor write the path cache: scan every folder")
+            ->group(kGlobalGroup);
+    }
 }
 
 }  // namespace vpath_cli

@@ -1,5 +1,7 @@
 // vpath: search-path utilities on the command line.
 
+#include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -21,9 +23,16 @@ int main(int argc, char** argv) {
         RegisterSplit(app),
         RegisterDiff(app),
         RegisterWatch(app, pathOptions),
+        RegisterCache(app, pathOptions),
+        RegisterEntries(app, pathOptions),
+        RegisterShadows(app, pathOptions),
     };
 
     // Global options, help, --version, parse errors and exit statuses: see cli_app.hpp.
     SetUpApp(app, pathOptions);
-    return RunApp(app, commands, argc, argv);
+    // Everything printed is written by now; what the process holds, the system takes back at once,
+    // far quicker than freeing it object by object would.
+    const int status = RunApp(app, commands, argc, argv);
+    std::fflush(stderr);
+    std::_Exit(status);
 }
