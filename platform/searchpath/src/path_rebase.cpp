@@ -22,8 +22,9 @@ std::vector<bool> Anchors(const std::vector<std::ptrdiff_t>& ranks) {
     for (std::size_t i = 0; i < ranks.size(); ++i) {
         if (ranks[i] < 0)
             continue;
-        const auto at = std::lower_bound(tails.begin(), tails.end(), ranks[i],
-                                         [&](std::size_t t, std::ptrdiff_t r) { return ranks[t] < r; });
+        const auto at =
+            std::lower_bound(tails.begin(), tails.end(), ranks[i],
+                             [&](std::size_t t, std::ptrdiff_t r) { return ranks[t] < r; });
         if (at != tails.begin())
             previous[i] = static_cast<std::ptrdiff_t>(*(at - 1));
         if (at == tails.end())
