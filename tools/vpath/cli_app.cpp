@@ -190,7 +190,8 @@ const std::vector<Example>& Examples() {
         {"rm", "rm ~/tb", "take a folder off the saved path"},
         {"split", "split 'a:b;c'", "the folders of a path-list text, one a line"},
         {"diff", "diff old.pathdef new.pathdef", "what differs between two saved paths"},
-        {"watch", "watch --interval 5", "what changes on the path, read every 5 seconds"},
+        {"watch", "watch --json", "each change of the path as it happens, one JSON object a line"},
+        {"watch", "watch --poll 5", "the same, reading the folders again every 5 seconds"},
     };
     return examples;
 }

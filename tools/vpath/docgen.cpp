@@ -53,7 +53,7 @@ std::vector<std::string> Names(const CLI::Option& option) {
 }
 
 bool TakesValue(const CLI::Option& option) {
-    return option.get_type_size_max() > 0;
+    return option.get_items_expected_max() > 0;  // 0 for flags
 }
 
 // --- man page --------------------------------------------------------------------------------
@@ -120,7 +120,7 @@ std::string Words(const std::vector<const CLI::Option*>& options) {
 
 // A description as zsh's _arguments and _describe take it: first sentence, no special characters.
 std::string ZshText(const std::string& text) {
-    std::string first = text.substr(0, text.find(';'));
+    std::string first = text.substr(0, text.find("; "));
     first = first.substr(0, first.find(". "));
     std::string out;
     for (const char c : first) {

@@ -173,8 +173,9 @@ foundation::core::except::Notification RemoveFolders(
     return RemoveIRIsFromVorlanPath(locations, manager);
 }
 
+// As --path takes the text: the colon of an IRI's scheme does not separate.
 int RunSplit(const std::string& text) {
-    for (const ustring& folder : SplitVorlanPath(Arg(text)))
+    for (const ustring& folder : SplitPathArgument(Arg(text)))
         PrintLine(Velmora::text::ToNative(folder));
     return kExitOk;
 }
