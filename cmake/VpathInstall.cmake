@@ -35,3 +35,14 @@ install(FILES
     ${PROJECT_BINARY_DIR}/VelmoraPathManagementConfig.cmake
     ${PROJECT_BINARY_DIR}/VelmoraPathManagementConfigVersion.cmake
     DESTINATION ${VPATH_CONFIG_DIR})
+
+# The same for pkg-config users: pkg-config --cflags --libs velmora-pathmanagement.
+set(VPATH_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH VPATH_PC_TO_PREFIX /${VPATH_PC_DIR} /)
+string(REGEX REPLACE "/$" "" VPATH_PC_TO_PREFIX "${VPATH_PC_TO_PREFIX}")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/velmora-pathmanagement.pc.in
+    ${PROJECT_BINARY_DIR}/velmora-pathmanagement.pc.configured @ONLY)
+# The libraries' file names come from their targets.
+file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/velmora-pathmanagement.pc
+    INPUT ${PROJECT_BINARY_DIR}/velmora-pathmanagement.pc.configured)
+install(FILES ${PROJECT_BINARY_DIR}/velmora-pathmanagement.pc DESTINATION ${VPATH_PC_DIR})

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets everything up, then builds and runs the whole test suite: the formatting check, the normal
 # build, the sanitizer builds (AddressSanitizer with UndefinedBehaviorSanitizer, and
-# ThreadSanitizer), and a short run of each fuzz target.
+# ThreadSanitizer), the Debian package used from a scratch root, and a short run of each fuzz
+# target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -16,6 +17,9 @@ for preset in default asan tsan; do
     cmake --build --preset "$preset"
     ctest --preset "$preset"
 done
+
+echo "== Debian package"
+scripts/check-package.sh
 
 echo "== fuzz targets (30 s each)"
 cmake --preset fuzz >/dev/null
@@ -36,3 +40,4 @@ fuzz() {
 }
 fuzz fuzz_text -print_final_stats=1
 fuzz fuzz_absolute_iri -print_final_stats=1 -dict=fuzz/absolute_iri.dict
+fuzz fuzz_path_cache -print_final_stats=1

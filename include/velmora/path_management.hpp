@@ -9,6 +9,7 @@
 #include <foundation/storage/vfs/exceptions.hpp>
 #include <foundation/storage/vfs/folder.hpp>
 #include <foundation/storage/vfs/iri_conversion.hpp>
+#include <foundation/storage/vfs/ofstream.hpp>
 #include <velmora/concurrency/published.hpp>
 #include <velmora/cwf/current_working_folder.hpp>
 #include <velmora/os/parallelism.hpp>
@@ -18,6 +19,7 @@
 #include <velmora/pathinterfaces/constants.hpp>
 #include <velmora/pathinterfaces/ipath.hpp>
 #include <velmora/pathinterfaces/ipath_entry.hpp>
+#include <velmora/pathinterfaces/ipath_entry_factory.hpp>
 #include <velmora/pathinterfaces/main_search_path_manager.hpp>
 #include <velmora/pathinterfaces/path_item.hpp>
 #include <velmora/pathinterfaces/search_scope.hpp>
@@ -25,12 +27,15 @@
 #include <velmora/searchpath/folder_scanner.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/path_change_report.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
 #include <velmora/storage/vorlan_storage_system.hpp>
 #include <velmora/text/ustring.hpp>
 
 // The library.
+#include <velmora/pathmanagement/cache_and_notify.hpp>
 #include <velmora/pathmanagement/lookup.hpp>
+#include <velmora/pathmanagement/partial_pathname.hpp>
 #include <velmora/pathmanagement/path_diff.hpp>
 #include <velmora/pathmanagement/path_editing.hpp>
 #include <velmora/pathmanagement/path_messages.hpp>

@@ -14,7 +14,7 @@ EXAMPLES = None
 
 
 # A path definition file that no test creates: without --pathdef or an environment of its own, a
-# test sees the example toolbox, whatever the user running the tests has saved.
+# test sees an empty saved path, whatever the user running the tests has saved.
 UNSAVED_ENV = None
 
 
@@ -38,7 +38,7 @@ def example(*parts):
 
 class WhichOnTheExampleToolbox(unittest.TestCase):
     def test_names_resolve_in_path_order(self):
-        status, out, err = run("which", "area", "clamp", "median", "histogram", "mean.vl")
+        status, out, err = run("--example", "which", "area", "clamp", "median", "histogram", "mean.vl")
         self.assertEqual(status, 0, err)
         self.assertEqual(out.splitlines(), [
             example("geometry", "area.vl"),  # shadows utils/area.vl
@@ -49,7 +49,7 @@ class WhichOnTheExampleToolbox(unittest.TestCase):
         ])
 
     def test_qualified_names_reach_packages_and_classes(self):
-        status, out, err = run("which", "shapes/circle", "+shapes/square",
+        status, out, err = run("--example", "which", "shapes/circle", "+shapes/square",
                                "shapes/@Polygon/vertices")
         self.assertEqual(status, 0, err)
         self.assertEqual(out.splitlines(), [
@@ -59,7 +59,7 @@ class WhichOnTheExampleToolbox(unittest.TestCase):
         ])
 
     def test_a_miss_is_reported_and_the_rest_still_resolve(self):
-        status, out, err = run("which", "nothing_here", "clamp", "units")
+        status, out, err = run("which", "--example", "nothing_here", "clamp", "units")
         self.assertEqual(status, 1)
         self.assertEqual(out.splitlines(), [example("utils", "clamp.vl")])
         self.assertIn("nothing_here: not found on the path", err)
@@ -70,6 +70,11 @@ class WhichOnTheExampleToolbox(unittest.TestCase):
         self.assertEqual(run()[0], 2)
         self.assertEqual(run("which")[0], 2)
         self.assertEqual(run("frobnicate")[0], 2)
+
+    def test_the_example_toolbox_is_found_beside_the_program(self):
+        status, out, err = run("path", "--example")
+        self.assertEqual((status, err), (0, ""))
+        self.assertEqual(out.splitlines(), [example(name) for name in TOOLBOX])
 
 
 class WhichOnAPathOfYourOwn(unittest.TestCase):
@@ -140,12 +145,10 @@ class PathCommands(unittest.TestCase):
 
     def listed(self, env=None):
         status, out, err = self.vpath("path", env=env)
-        self.assertEqual((status, err), (0, b""))
+        # An empty path comes with the hint how to add a folder.
+        self.assertEqual((status, err == b""), (0, out != b""), err)
         return out.splitlines()
 
-    def test_the_example_toolbox_is_the_path_until_one_is_saved(self):
-        self.assertEqual(self.listed(), [example(name) for name in TOOLBOX])
-        self.assertFalse(os.path.exists(self.pathdef))
 
     def test_add_puts_folders_first_or_last_and_saves_the_path(self):
         a, b = self.folder(b"a"), self.folder(b"b")
@@ -154,6 +157,7 @@ class PathCommands(unittest.TestCase):
         # What the change did is printed, folder by folder.
         self.assertEqual(self.vpath("add", "a"), (0, b"added " + a + b"\n", b""))
         toolbox = [example(name) for name in TOOLBOX]
+        self.assertEqual(self.vpath("add", "--end", *toolbox)[0], 0)
         self.assertEqual(self.listed(), [a] + toolbox)
         self.assertEqual(self.saved(), HEADER + b"".join(p + b"\n" for p in [a] + toolbox))
         # Re-adding moves a folder; repeats count once.
@@ -208,8 +212,8 @@ class PathCommands(unittest.TestCase):
             f.write(b"# mine\n/ok\nrelative\n")
         expected = (b'vpath: Line 3 of the path definition file "' + self.pathdef +
                     b'" is not an absolute folder path. [VELMORA:pathdef:badLine]\n')
-        self.assertEqual(self.vpath("path"), (1, b"", expected))
-        self.assertEqual(self.vpath("add", "."), (1, b"", expected))
+        self.assertEqual(self.vpath("path"), (2, b"", expected))
+        self.assertEqual(self.vpath("add", "."), (2, b"", expected))
         status, _, err = self.vpath("which", "area")
         self.assertEqual(status, 2)
         self.assertTrue(err.startswith(expected))

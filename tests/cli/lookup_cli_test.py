@@ -12,7 +12,7 @@ from cli_test import example, run
 
 class WhichAll(unittest.TestCase):
     def test_every_file_in_path_order_with_the_shadowed_marked(self):
-        status, out, err = run("which", "-a", "area", "clamp")
+        status, out, err = run("--example", "which", "-a", "area", "clamp")
         self.assertEqual(status, 0, err)
         self.assertEqual(out.splitlines(), [
             example("geometry", "area.vl"),
@@ -21,26 +21,26 @@ class WhichAll(unittest.TestCase):
         ])
 
     def test_class_folders_take_part(self):
-        status, out, err = run("which", "-a", "Sample")
+        status, out, err = run("--example", "which", "-a", "Sample")
         self.assertEqual(status, 0, err)
         self.assertEqual(out.splitlines(), [example("stats", "@Sample", "Sample.vl")])
 
 
 class WhichFrom(unittest.TestCase):
     def test_a_folders_private_files_are_seen_only_from_it(self):
-        status, out, _ = run("which", "--from", example("geometry"), "validate_shape")
+        status, out, _ = run("--example", "which", "--from", example("geometry"), "validate_shape")
         self.assertEqual((status, out.splitlines()),
                          (0, [example("geometry", "private", "validate_shape.vl")]))
-        status, out, err = run("which", "--from", example("utils"), "validate_shape")
+        status, out, err = run("--example", "which", "--from", example("utils"), "validate_shape")
         self.assertEqual(status, 1)
         self.assertIn("validate_shape: not found on the path", err)
-        self.assertEqual(run("which", "validate_shape")[0], 1)
+        self.assertEqual(run("--example", "which", "validate_shape")[0], 1)
 
 
 class Batch(unittest.TestCase):
     def test_one_answer_line_per_question_line(self):
         import subprocess
-        done = subprocess.run([cli_test.VPATH, "which", "--batch"],
+        done = subprocess.run([cli_test.VPATH, "--example", "which", "--batch"],
                               input=b"area\nnope\r\nshapes/circle\n", capture_output=True,
                               timeout=120, env=cli_test.UNSAVED_ENV)
         self.assertEqual(done.returncode, 1)
@@ -50,14 +50,14 @@ class Batch(unittest.TestCase):
 
 class Ls(unittest.TestCase):
     def test_files_by_extension_in_path_order(self):
-        status, out, err = run("ls", "--ext", ".vlp", "--ext", ".vlx")
+        status, out, err = run("--example", "ls", "--ext", ".vlp", "--ext", ".vlx")
         self.assertEqual(status, 0, err)
         self.assertEqual(out.splitlines(), [example("stats", "histogram.vlx"),
                                             example("stats", "median.vlp")])
 
     def test_packages_and_classes_on_request(self):
-        plain = run("ls")[1].splitlines()
-        everything = run("ls", "--packages")[1].splitlines()
+        plain = run("--example", "ls")[1].splitlines()
+        everything = run("ls", "--packages", "--example")[1].splitlines()
         self.assertNotIn(example("geometry", "+shapes", "circle.vl"), plain)
         self.assertIn(example("geometry", "+shapes", "circle.vl"), everything)
         self.assertIn(example("geometry", "private", "validate_shape.vl"), everything)
@@ -81,7 +81,7 @@ if __name__ == "__main__":
     args, rest = parser.parse_known_args()
     cli_test.VPATH = args.vpath
     cli_test.EXAMPLES = os.path.realpath(args.examples)
-    # As in cli_test: the example toolbox is the path, whatever the user running the tests saved.
+    # As in cli_test: an empty saved path, whatever the user running the tests saved.
     with tempfile.TemporaryDirectory() as unsaved:
         cli_test.UNSAVED_ENV = dict(os.environ,
                                     VPATH_PATHDEF=os.path.join(unsaved, "never", "pathdef"))

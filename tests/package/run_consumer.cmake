@@ -1,5 +1,7 @@
-# Install, configure the consumer against the installed package, build it and run it.
+# Install, then use the installed package: the embedding example through find_package and through
+# pkg-config, and the installed vpath with its example toolbox, man page and completions.
 file(REMOVE_RECURSE ${SCRATCH})
+set(prefix ${SCRATCH}/prefix)
 
 function(step)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
@@ -9,11 +11,43 @@ function(step)
     set(step_output "${out}" PARENT_SCOPE)
 endfunction()
 
-step(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${SCRATCH}/prefix)
+function(expect pattern)
+    if(NOT step_output MATCHES "${pattern}")
+        message(FATAL_ERROR "expected ${pattern} in:\n${step_output}")
+    endif()
+endfunction()
+
+# The example resolves area on utils, adds geometry in front, and then finds geometry's area.
+function(expect_example_output)
+    expect("^area -> [^\n]*/utils/area.vl\nadded [^\n]*/geometry\n[0-9]+ added, 0 removed, special subfolders included\narea -> [^\n]*/geometry/area.vl\n$")
+endfunction()
+
+step(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+
 step(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${SCRATCH}/build -G Ninja
-     -DCMAKE_PREFIX_PATH=${SCRATCH}/prefix -DCMAKE_BUILD_TYPE=Release)
+     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
 step(${CMAKE_COMMAND} --build ${SCRATCH}/build)
-step(${SCRATCH}/build/consumer ${EXAMPLES}/geometry ${EXAMPLES}/utils)
-if(NOT step_output MATCHES "geometry/area.vl")
-    message(FATAL_ERROR "the consumer resolved area to: ${step_output}")
-endif()
+step(${SCRATCH}/build/embedding_example ${EXAMPLES}/utils ${EXAMPLES}/geometry)
+expect_example_output()
+
+file(GLOB_RECURSE pc_files ${prefix}/*/velmora-pathmanagement.pc)
+get_filename_component(pc_dir "${pc_files}" DIRECTORY)
+set(ENV{PKG_CONFIG_PATH} ${pc_dir})
+step(${PKG_CONFIG} --cflags --libs velmora-pathmanagement)
+separate_arguments(flags UNIX_COMMAND "${step_output}")
+step(${CXX} ${CONSUMER_DIR}/main.cpp ${flags} -o ${SCRATCH}/pc_example)
+step(${PKG_CONFIG} --variable=libdir velmora-pathmanagement)
+string(STRIP "${step_output}" libdir)
+step(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir}
+     ${SCRATCH}/pc_example ${EXAMPLES}/utils ${EXAMPLES}/geometry)
+expect_example_output()
+
+# The installed vpath finds the toolbox installed beside it, never the source tree's.
+step(${prefix}/bin/vpath --example which area)
+expect("^${prefix}/share/vpath/examples/toolbox/geometry/area.vl\n$")
+foreach(file share/man/man1/vpath.1 share/bash-completion/completions/vpath
+             share/zsh/vendor-completions/_vpath)
+    if(NOT EXISTS ${prefix}/${file})
+        message(FATAL_ERROR "not installed: ${file}")
+    endif()
+endforeach()

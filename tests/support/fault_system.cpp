@@ -32,16 +32,32 @@ std::string FaultSystem::PathOf(int descriptor) const {
     return it == m_descriptors.end() ? std::string() : it->second;
 }
 
+namespace {
+
+void Coarsen(Velmora::os::FileStatus& status, std::int64_t granularityNs) {
+    if (granularityNs == 0 || !status.IsFolder())
+        return;
+    status.modifiedNs -= status.modifiedNs % granularityNs;
+    status.changedNs -= status.changedNs % granularityNs;
+    status.size = 0;
+}
+
+}  // namespace
+
 int FaultSystem::Stat(const std::string& path, Velmora::os::FileStatus& out) {
     if (const int err = Check(Op::Stat, path))
         return err;
-    return RealSystem().Stat(path, out);
+    const int err = RealSystem().Stat(path, out);
+    Coarsen(out, m_coarseNs);
+    return err;
 }
 
 int FaultSystem::ListFolder(const std::string& path, Velmora::os::FolderListing& out) {
     if (const int err = Check(Op::ListFolder, path))
         return err;
-    return RealSystem().ListFolder(path, out);
+    const int err = RealSystem().ListFolder(path, out);
+    Coarsen(out.status, m_coarseNs);
+    return err;
 }
 
 int FaultSystem::RealPath(const std::string& path, std::string& out) {
@@ -60,6 +76,13 @@ int FaultSystem::ReadFile(const std::string& path, std::string& out) {
     if (const int err = Check(Op::ReadFile, path))
         return err;
     return RealSystem().ReadFile(path, out);
+}
+
+int FaultSystem::ReadRegularFile(const std::string& path, std::uint64_t maxBytes,
+                                 std::string& out) {
+    if (const int err = Check(Op::ReadFile, path))
+        return err;
+    return RealSystem().ReadRegularFile(path, maxBytes, out);
 }
 
 int FaultSystem::CreateFileExclusive(const std::string& path, int& descriptor) {
@@ -120,6 +143,24 @@ int FaultSystem::MakeFolders(const std::string& path) {
     if (const int err = Check(Op::MakeFolders, path))
         return err;
     return RealSystem().MakeFolders(path);
+}
+
+int FaultSystem::OpenFileForWriting(const std::string& path, int& descriptor) {
+    if (const int err = Check(Op::OpenFileForWriting, path))
+        return err;
+    const int err = RealSystem().OpenFileForWriting(path, descriptor);
+    if (err == 0) {
+        std::lock_guard lock(m_mutex);
+        m_descriptors[descriptor] = path;
+    }
+    return err;
+}
+
+int FaultSystem::MapFile(const std::string& path,
+                         std::unique_ptr<const Velmora::os::MappedFile>& out) {
+    if (const int err = Check(Op::MapFile, path))
+        return err;
+    return RealSystem().MapFile(path, out);
 }
 
 }  // namespace vpath_test

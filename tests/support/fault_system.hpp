@@ -27,7 +27,7 @@ class FaultSystem final : public Velmora::os::ISystem {
         ListFolder,
         RealPath,
         CurrentFolder,
-        ReadFile,
+        ReadFile,  // ReadRegularFile too
         CreateFileExclusive,
         WriteAll,
         SyncFile,
@@ -36,6 +36,8 @@ class FaultSystem final : public Velmora::os::ISystem {
         RemoveFile,
         SyncFolder,
         MakeFolders,
+        OpenFileForWriting,
+        MapFile,
         kCount
     };
 
@@ -46,12 +48,16 @@ class FaultSystem final : public Velmora::os::ISystem {
     void Fail(Op op, std::string pathSuffix, int error);
     // Calls made so far of `op`.
     int Calls(Op op) const;
+    // CoarsenFolderTimes: Stat and ListFolder report times cut down to whole multiples of
+    // `granularityNs` and folder sizes as 0, as file systems with coarse timestamps do.
+    void CoarsenFolderTimes(std::int64_t granularityNs) { m_coarseNs = granularityNs; }
 
     int Stat(const std::string& path, Velmora::os::FileStatus& out) override;
     int ListFolder(const std::string& path, Velmora::os::FolderListing& out) override;
     int RealPath(const std::string& path, std::string& out) override;
     int CurrentFolder(std::string& out) override;
     int ReadFile(const std::string& path, std::string& out) override;
+    int ReadRegularFile(const std::string& path, std::uint64_t maxBytes, std::string& out) override;
     int CreateFileExclusive(const std::string& path, int& descriptor) override;
     int WriteAll(int descriptor, std::string_view data) override;
     int SyncFile(int descriptor) override;
@@ -60,6 +66,9 @@ class FaultSystem final : public Velmora::os::ISystem {
     int RemoveFile(const std::string& path) override;
     int SyncFolder(const std::string& path) override;
     int MakeFolders(const std::string& path) override;
+    int OpenFileForWriting(const std::string& path, int& descriptor) override;
+    int MapFile(const std::string& path,
+                std::unique_ptr<const Velmora::os::MappedFile>& out) override;
 
   private:
     struct Rule {
@@ -73,6 +82,7 @@ class FaultSystem final : public Velmora::os::ISystem {
     mutable std::mutex m_mutex;
     std::vector<Rule> m_rules;
     std::map<int, std::string> m_descriptors;  // open descriptors and the paths they were made for
+    std::atomic<std::int64_t> m_coarseNs{0};
     std::atomic<int> m_calls[static_cast<int>(Op::kCount)] = {};
     Velmora::os::ScopedSystemOverride m_override;
 };

@@ -6,15 +6,13 @@
 #include <fmt/format.h>
 
 #include <foundation/core/except/message_catalog.hpp>
-#include <foundation/storage/vfs/exceptions.hpp>
-#include <foundation/storage/vfs/folder.hpp>
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/cwf/current_working_folder.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
-#include <velmora/storage/vorlan_storage_system.hpp>
 
-#include "example_toolbox.hpp"
+#include "given_path.hpp"
+#include "path_cache_use.hpp"
 
 namespace vpath_cli {
 
@@ -30,59 +28,66 @@ AbsoluteIRI ToFolderIRI(const ustring& text) {
     return Velmora::current_working_folder::CurrentWorkingFolder().resolve(text);
 }
 
-namespace {
-
-std::vector<AbsoluteIRI> ExampleToolboxFolders() {
-    for (const char* candidate : kExampleToolboxCandidates) {
-        const AbsoluteIRI root = Velmora::PathManagement::GetIRIFromString(FromNative(candidate));
-        foundation::storage::vfs::Folder folder(
-            root, Velmora::VorlanStorageSystem::GetStorageSystemReference());
-        if (folder.exists())
-            return Velmora::SearchPath::ListOrdinarySubfolders(root);
-    }
-    throw foundation::storage::vfs::Exception(
-        "the bundled example toolbox is missing; give the path with --path");
-}
-
-}  // namespace
-
 std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, Purpose purpose) {
-    if (options.pathList && purpose == Purpose::Change) {
+    if (options.GivesPath() && purpose == Purpose::Change) {
         throw std::runtime_error(
-            "--path gives a path of its own, which cannot be changed; choose the path definition "
-            "file with --pathdef FILE");
+            "--path, --path-file and --example give a path of their own, which cannot be changed; "
+            "choose the path definition file with --pathdef FILE");
     }
     const std::string location =
         options.pathDefinition.value_or(PathDefinitionFile::DefaultLocation());
+    // No default folders: a first run starts from an empty path, so that nothing the user did
+    // not name is ever saved into their path.
     MainSearchPathManager::Options managerOptions;
-    managerOptions.defaultFolders = ExampleToolboxFolders;
     if (!location.empty()) {
         managerOptions.pathDefinition.emplace(location);
+        managerOptions.pathDefinition->SetSlowLockNotice([location] {
+            Fail(fmt::format("waiting for another change of {} to finish", location));
+        });
     } else if (purpose == Purpose::Change) {
         throw std::runtime_error(
             "there is nowhere to keep the search path (HOME is not set); give --pathdef FILE");
     }
+    const auto cache = location.empty() ? std::nullopt : CacheForPathDefinition(location);
+    managerOptions.knownEntries = LoadCache(cache);
+    const auto loaded = managerOptions.knownEntries;
     foundation::core::except::Notification problems;
     auto manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
     PrintMessages(problems);
+    if (manager) {
+        UseCache(cache, loaded, *manager);
+        KeepUntilExit(manager->GetSnapshot());
+    }
     return manager;
 }
 
 std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
-    if (!options.pathList) {
+    const auto folders = GivenFolders(options);
+    if (!folders) {
         const auto manager = OpenManager(options, Purpose::Read);
         if (!manager)
             throw std::runtime_error("the saved search path cannot be used");
         PrintWarnings(*manager->GetWarnings());
+        HintIfEmpty(options, manager->GetPathFolderIRIs()->size());
         return manager->GetSnapshot();
     }
-    std::vector<AbsoluteIRI> folders;
-    for (const ustring& text : Velmora::PathManagement::SplitVorlanPath(Arg(*options.pathList)))
-        folders.push_back(ToFolderIRI(text));
+    const auto cache = CacheForFolders(*folders);
+    Velmora::SearchPath::EntryCache known;
+    const auto loaded = LoadCache(cache);
+    known.Retain(loaded);
     ScanReport report;
-    auto path = MainSearchPath::Scan(folders, report);
+    auto path = MainSearchPath::Scan(*folders, report, &known);
     PrintWarnings(report);
+    SaveCacheIfChanged(cache, loaded, path->GetFolderEntries());
+    KeepUntilExit(path);
     return path;
+}
+
+void KeepUntilExit(std::shared_ptr<const void> object) {
+    // Never destroyed: the command leaves with std::_Exit, and the system takes the memory back
+    // far quicker than freeing it object by object would.
+    static auto* kept = new std::vector<std::shared_ptr<const void>>();
+    kept->push_back(std::move(object));
 }
 
 std::string DisplayBytes(const AbsoluteIRI& folder) {
@@ -97,6 +102,14 @@ std::string NativePathOf(const Velmora::PathManagement::PathItem& item) {
 void PrintMessages(const foundation::core::except::Notification& messages) {
     for (const auto& message : messages)
         Fail(resource_core::FormatMessageLine(message.Get()));
+}
+
+void HintIfEmpty(const PathOptions& options, std::size_t folderCount) {
+    if (folderCount != 0 || options.GivesPath())
+        return;
+    Fail(
+        "the search path is empty: add a folder with 'vpath add FOLDER', or try the example "
+        "toolbox with 'vpath --example which area'");
 }
 
 void PrintWarnings(const ScanReport& report) {

@@ -12,23 +12,24 @@
 #include <velmora/searchpath/main_search_path_manager.hpp>
 #include <velmora/text/ustring.hpp>
 
-namespace vpath_cli {
+#include "exit_status.hpp"
 
-// Exit statuses of the command.
-inline constexpr int kExitOk = 0;
-inline constexpr int kExitNotFound = 1;  // a name resolved to nothing
-inline constexpr int kExitRefused = 1;   // a change was refused: messages say why, nothing changed
-inline constexpr int kExitUsage = 2;     // bad arguments or an unusable path
+namespace vpath_cli {
 
 // PathOptions: how the user chose the path.
 //
 // The path is the one saved in the path definition file: --pathdef FILE, else the host's default
 // (VPATH_PATHDEF, else $XDG_CONFIG_HOME/vpath/pathdef, else ~/.config/vpath/pathdef). While that
-// file does not exist, the bundled example toolbox is the path. --path gives a path of its own
-// instead, which overrides all of these and cannot be changed.
+// file does not exist, the path is empty. --path, --path-file and --example each give a path of
+// their own instead, which overrides the saved one and cannot be changed (see given_path.hpp).
 struct PathOptions {
     std::optional<std::string> pathList;        // --path: a path-list text
+    std::optional<std::string> pathFile;        // --path-file: folders one a line; "-" for stdin
+    bool example = false;                       // --example: the bundled example toolbox
     std::optional<std::string> pathDefinition;  // --pathdef: the path definition file
+
+    // GivesPath: whether the command line gives a path of its own instead of the saved one.
+    bool GivesPath() const { return pathList || pathFile || example; }
 };
 
 // ToFolderIRI: the location of a folder text typed by the user: an IRI as it stands, an absolute
@@ -38,23 +39,29 @@ foundation::storage::vfs::AbsoluteIRI ToFolderIRI(const ustring& text);
 // What a command wants of the path.
 enum class Purpose { Read, Change };
 
-// OpenManager: the manager of the saved path (see PathOptions; --path is not taken into account).
-// Prints the messages and returns null when the saved path cannot be read. For a change, throws
-// std::runtime_error when --path was given, whose path cannot be changed, and when there is
-// nowhere to save the path.
+// OpenManager: the manager of the saved path (see PathOptions; a path given on the command line is
+// not taken into account). Prints the messages and returns null when the saved path cannot be
+// read. For a change, throws std::runtime_error when a path was given on the command line, which
+// cannot be changed, and when there is nowhere to save the path.
 std::unique_ptr<Velmora::SearchPath::MainSearchPathManager> OpenManager(const PathOptions& options,
                                                                         Purpose purpose);
 
 // LoadPath: scans the path the options choose and prints scan problems as warnings on standard
-// error. Throws std::runtime_error (after printing the messages) when the saved path cannot be
-// read.
+// error, and how to add a folder when the saved path is empty. Throws std::runtime_error (after
+// printing the messages) when the saved path cannot be read.
 std::shared_ptr<const Velmora::SearchPath::MainSearchPath> LoadPath(const PathOptions& options);
+
+// KeepUntilExit: keeps `object` alive until the process ends, so that a large path is not freed
+// piece by piece just before the process exits.
+void KeepUntilExit(std::shared_ptr<const void> object);
 
 // DisplayBytes: a folder as users read it (its native path for a local folder), as bytes.
 std::string DisplayBytes(const foundation::storage::vfs::AbsoluteIRI& folder);
 
 // PrintMessages: each message on standard error as "vpath: TEXT [ID]".
 void PrintMessages(const foundation::core::except::Notification& messages);
+// HintIfEmpty: when the saved path has no folder, says on standard error how to add one.
+void HintIfEmpty(const PathOptions& options, std::size_t folderCount);
 // PrintWarnings: each problem on standard error as "vpath: warning: ...".
 void PrintWarnings(const Velmora::SearchPath::ScanReport& report);
 

@@ -24,5 +24,8 @@ Command RegisterRm(CLI::App& app, const PathOptions& pathOptions);
 Command RegisterSplit(CLI::App& app);
 Command RegisterDiff(CLI::App& app);
 Command RegisterWatch(CLI::App& app, const PathOptions& pathOptions);
+Command RegisterCache(CLI::App& app, const PathOptions& pathOptions);
+Command RegisterEntries(CLI::App& app, const PathOptions& pathOptions);
+Command RegisterShadows(CLI::App& app, const PathOptions& pathOptions);
 
 }  // namespace vpath_cli

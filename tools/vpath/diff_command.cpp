@@ -13,6 +13,7 @@
 
 #include "change_report.hpp"
 #include "commands.hpp"
+#include "path_cache_use.hpp"
 
 namespace vpath_cli {
 namespace {
@@ -52,12 +53,24 @@ int RunDiff(const DiffOptions& options) {
     const auto newFolders = Folders(options.newFile);
     // One cache for both scans: a folder on both paths is the same entry in both, so it counts as
     // unchanged unless it changed on disk between the two scans.
+    // Each path's cache supplies its folders; a folder on both paths is taken from the old one.
+    const auto oldCache = CacheForPathDefinition(options.oldFile);
+    const auto newCache = CacheForPathDefinition(options.newFile);
+    const auto oldLoaded = LoadCache(oldCache);
     EntryCache cache;
+    cache.Retain(oldLoaded);
     ScanReport problems;
     const auto before = MainSearchPath::Scan(oldFolders, problems, &cache);
-    cache.Retain(before->GetFolderEntries());
+    const auto newLoaded = LoadCache(newCache);
+    auto known = before->GetFolderEntries();
+    known.insert(known.end(), newLoaded.begin(), newLoaded.end());
+    cache.Retain(known);
     const auto after = MainSearchPath::Scan(newFolders, problems, &cache);
     PrintWarnings(problems);
+    SaveCacheIfChanged(oldCache, oldLoaded, before->GetFolderEntries());
+    SaveCacheIfChanged(newCache, newLoaded, after->GetFolderEntries());
+    KeepUntilExit(before);
+    KeepUntilExit(after);
     const auto report = Velmora::SearchPath::ComparePaths(*before, *after);
     PrintChangeReport(report, *after, options.json);
     return report.empty() ? kExitSame : kExitDifferent;

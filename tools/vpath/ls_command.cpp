@@ -6,6 +6,7 @@
 #include <velmora/pathmanagement/lookup.hpp>
 
 #include "commands.hpp"
+#include "lookup_output.hpp"
 
 namespace vpath_cli {
 namespace {
@@ -15,6 +16,7 @@ using namespace Velmora::PathManagement;
 struct LsOptions {
     std::vector<std::string> extensions;
     bool packages = false;
+    bool json = false;
 };
 
 int RunLs(const LsOptions& options, const PathOptions& pathOptions) {
@@ -29,6 +31,13 @@ int RunLs(const LsOptions& options, const PathOptions& pathOptions) {
     const SearchScope scope = options.packages ? SearchScope(kFull) : SearchScope(kPrimary);
     const auto found =
         FindFilesByExtensions(*path, scope, extensions, FilenameMatchingPolicy::PlatformDefault);
+    if (options.json) {
+        nlohmann::json list = nlohmann::json::array();
+        for (const auto& f : found)
+            list.push_back(HitJson(f));
+        Print(JsonLine(list));
+        return kExitOk;
+    }
     std::string out;
     for (const auto& f : found) {
         out += NativePathOf(*f.GetPathItem());
@@ -48,6 +57,7 @@ Command RegisterLs(CLI::App& app, const PathOptions& pathOptions) {
                    "language's own (.vlx, .vlp, .vl)")
         ->type_name("EXT");
     ls->add_flag("--packages", options->packages, "Also list package, class and private folders");
+    ls->add_flag("--json", options->json, "One JSON array of the files, for scripts");
     return {ls, [options, &pathOptions] { return RunLs(*options, pathOptions); }};
 }
 

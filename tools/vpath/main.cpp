@@ -1,30 +1,18 @@
 // vpath: search-path utilities on the command line.
 
 #include <cstdio>
-#include <exception>
+#include <cstdlib>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
-#include <foundation/core/except/exception.hpp>
-
+#include "cli_app.hpp"
 #include "commands.hpp"
 
 int main(int argc, char** argv) {
     using namespace vpath_cli;
-    CLI::App app{"vpath: resolve names on a search path of folders"};
-    app.require_subcommand(1);
-
+    CLI::App app{"vpath: resolve names on a search path of folders", "vpath"};
     PathOptions pathOptions;
-    app.add_option_function<std::string>(
-           "--path", [&](const std::string& text) { pathOptions.pathList = text; },
-           "The search path as a path-list text (folders separated by ':' or ';'); "
-           "overrides the saved path and cannot be changed")
-        ->type_name("FOLDERS");
-    app.add_option_function<std::string>(
-           "--pathdef", [&](const std::string& file) { pathOptions.pathDefinition = file; },
-           "The path definition file that keeps the search path; by default $VPATH_PATHDEF, "
-           "else $XDG_CONFIG_HOME/vpath/pathdef, else ~/.config/vpath/pathdef")
-        ->type_name("FILE");
 
     const std::vector<Command> commands = {
         RegisterWhich(app, pathOptions),
@@ -35,23 +23,16 @@ int main(int argc, char** argv) {
         RegisterSplit(app),
         RegisterDiff(app),
         RegisterWatch(app, pathOptions),
+        RegisterCache(app, pathOptions),
+        RegisterEntries(app, pathOptions),
+        RegisterShadows(app, pathOptions),
     };
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? kExitOk : kExitUsage;
-    }
-    try {
-        for (const auto& command : commands) {
-            if (command.app->parsed())
-                return command.run();
-        }
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? kExitOk : kExitUsage;
-    } catch (const std::exception& e) {
-        Fail(e.what());
-        return kExitUsage;
-    }
-    return kExitUsage;
+    // Global options, help, --version, parse errors and exit statuses: see cli_app.hpp.
+    SetUpApp(app, pathOptions);
+    // Everything printed is written by now; what the process holds, the system takes back at once,
+    // far quicker than freeing it object by object would.
+    const int status = RunApp(app, commands, argc, argv);
+    std::fflush(stderr);
+    std::_Exit(status);
 }

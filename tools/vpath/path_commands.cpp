@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include <foundation/storage/vfs/exceptions.hpp>
 #include <velmora/cwf/current_working_folder.hpp>
 #include <velmora/pathmanagement/path_editing.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
@@ -14,6 +16,9 @@
 
 #include "change_report.hpp"
 #include "commands.hpp"
+#include "given_path.hpp"
+#include "lookup_output.hpp"
+#include "special_folders.hpp"
 
 namespace vpath_cli {
 namespace {
@@ -38,19 +43,40 @@ std::vector<ustring> Texts(const std::vector<std::string>& arguments) {
     return texts;
 }
 
-int RunPath(const PathOptions& pathOptions) {
-    if (pathOptions.pathList) {
-        for (const ustring& text : SplitVorlanPath(Arg(*pathOptions.pathList)))
-            PrintLine(DisplayBytes(ToFolderIRI(text)));
+int RunPath(const PathOptions& pathOptions, bool json) {
+    std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
+    if (auto given = GivenFolders(pathOptions)) {
+        folders = std::move(*given);
+    } else {
+        const auto manager = OpenManager(pathOptions, Purpose::Read);
+        if (!manager)
+            return kExitTrouble;
+        PrintWarnings(*manager->GetWarnings());
+        folders = *manager->GetPathFolderIRIs();
+        HintIfEmpty(pathOptions, folders.size());
+    }
+    if (json) {
+        PrintFoldersJson(folders);
         return kExitOk;
     }
-    const auto manager = OpenManager(pathOptions, Purpose::Read);
-    if (!manager)
-        return kExitRefused;
-    PrintWarnings(*manager->GetWarnings());
-    for (const auto& folder : *manager->GetPathFolderIRIs())
+    for (const auto& folder : folders)
         PrintLine(DisplayBytes(folder));
     return kExitOk;
+}
+
+// The change report speaks of entries; a folder that had left the disk had none, and its removal is
+// told here.
+void PrintRemovedWithoutEntry(const std::vector<foundation::storage::vfs::AbsoluteIRI>& before,
+                              const Velmora::SearchPath::MainSearchPath& beforePath,
+                              const std::vector<foundation::storage::vfs::AbsoluteIRI>& after) {
+    for (const auto& folder : before) {
+        const auto& entries = beforePath.GetFolderEntries();
+        const bool hadEntry = std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
+            return entry && entry->GetAbsoluteIRI() == folder;
+        });
+        if (!hadEntry && std::find(after.begin(), after.end(), folder) == after.end())
+            PrintLine("removed " + DisplayBytes(folder));
+    }
 }
 
 // Runs a change of the saved path and prints what it did; any message means that nothing changed.
@@ -58,19 +84,65 @@ template <class Edit>
 int RunChange(const PathOptions& pathOptions, Edit edit) {
     const auto manager = OpenManager(pathOptions, Purpose::Change);
     if (!manager)
-        return kExitRefused;
+        return kExitTrouble;
     manager->AddPathChangeObserver([](const PathChange& change) {
         PrintChangeReport(Velmora::SearchPath::ComparePaths(*change.before, *change.after),
                           *change.after, false);
     });
+    const auto before = manager->GetPathFolderIRIs();
+    const auto beforePath = manager->GetSnapshot();
     const Velmora::current_working_folder::CurrentWorkingFolder currentFolder;
     const auto messages = edit(currentFolder, *manager);
     if (!messages.empty()) {
         PrintMessages(messages);
         return kExitRefused;
     }
+    PrintRemovedWithoutEntry(*before, *beforePath, *manager->GetPathFolderIRIs());
     PrintWarnings(*manager->GetWarnings());
     return kExitOk;
+}
+
+// The real location of `folder`, or none where it cannot be found on disk.
+std::optional<foundation::storage::vfs::AbsoluteIRI> CanonicalOf(
+    const foundation::storage::vfs::AbsoluteIRI& folder) {
+    try {
+        return GetCanonicalIRI(folder);
+    } catch (const foundation::storage::vfs::Exception&) {
+        return std::nullopt;
+    }
+}
+
+// The texts to remove, each folder that is on the path under another name (through a symbolic
+// link) given by the name that the path has for it.
+std::vector<ustring> NamesOnPath(
+    const std::vector<ustring>& texts,
+    const Velmora::current_working_folder::CurrentWorkingFolder& currentFolder,
+    const IMainSearchPathManager& manager) {
+    const auto onPath = manager.GetPathFolderIRIs();
+    std::vector<std::optional<foundation::storage::vfs::AbsoluteIRI>> canonicalOnPath;
+    std::vector<ustring> names = texts;
+    for (ustring& name : names) {
+        std::optional<foundation::storage::vfs::AbsoluteIRI> canonical;
+        try {
+            const auto location = currentFolder.resolve(name);
+            if (std::find(onPath->begin(), onPath->end(), location) != onPath->end())
+                continue;
+            canonical = CanonicalOf(location);
+        } catch (const std::exception&) {
+            continue;  // a bad text: the removal reports it as an addition would
+        }
+        if (!canonical)
+            continue;
+        if (canonicalOnPath.empty()) {
+            for (const auto& folder : *onPath)
+                canonicalOnPath.push_back(CanonicalOf(folder));
+        }
+        const auto at = std::find(canonicalOnPath.begin(), canonicalOnPath.end(), canonical);
+        if (at != canonicalOnPath.end())
+            name =
+                GetStringFromIRI((*onPath)[static_cast<std::size_t>(at - canonicalOnPath.begin())]);
+    }
+    return names;
 }
 
 // Removes folders given as texts. A folder that has vanished from disk cannot be made absolute by
@@ -78,16 +150,14 @@ int RunChange(const PathOptions& pathOptions, Edit edit) {
 // the only complaints are of folders that do not exist, and each of them, taken as written, is on
 // the path, the folders are removed by location instead.
 foundation::core::except::Notification RemoveFolders(
-    const std::vector<ustring>& texts,
+    const std::vector<ustring>& given,
     const Velmora::current_working_folder::CurrentWorkingFolder& currentFolder,
     IMainSearchPathManager& manager) {
+    const std::vector<ustring> texts = NamesOnPath(given, currentFolder, manager);
     auto messages = RemoveFoldersFromVorlanPath(texts, currentFolder, manager);
     if (messages.empty())
         return messages;
     const auto onPath = manager.GetPathFolderIRIs();
-    std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
-    for (const ustring& text : texts)
-        locations.push_back(currentFolder.resolve(text));
     for (const auto& message : messages) {
         if (message->GetMessageID() != "VORLAN:vpath:nameNonexistentOrNotADirectory")
             return messages;
@@ -97,6 +167,9 @@ foundation::core::except::Notification RemoveFolders(
             return messages;
         }
     }
+    std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
+    for (const ustring& text : texts)
+        locations.push_back(currentFolder.resolve(text));
     return RemoveIRIsFromVorlanPath(locations, manager);
 }
 
@@ -109,8 +182,10 @@ int RunSplit(const std::string& text) {
 }  // namespace
 
 Command RegisterPath(CLI::App& app, const PathOptions& pathOptions) {
+    auto json = std::make_shared<bool>(false);
     auto* path = app.add_subcommand("path", "Print the folders of the search path, one per line");
-    return {path, [&pathOptions] { return RunPath(pathOptions); }};
+    path->add_flag("--json", *json, "One JSON array of the folders and whether each exists");
+    return {path, [json, &pathOptions] { return RunPath(pathOptions, *json); }};
 }
 
 Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions) {
@@ -120,6 +195,7 @@ Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions) {
     add->add_flag("--end", arguments->atEnd, "Put them at the end instead");
     add->add_option("folders", arguments->folders, "Folders to add, in order")->required();
     return {add, [arguments, &pathOptions] {
+                WarnOfSpecialFolders(arguments->folders);
                 return RunChange(pathOptions, [&](const auto& currentFolder, auto& manager) {
                     return AddFoldersToVorlanPath(
                         Texts(arguments->folders), currentFolder, manager,

@@ -3,136 +3,152 @@
 //   vpath which area                  the file in use
 //   vpath which -a area               every file of that name, in path order, the shadowed marked
 //   vpath which --from DIR helper     as seen from a file in DIR (its private folder first)
-//   vpath which --batch < names       names from standard input, one a line
+//   vpath which --batch < names       names from standard input, one a line, each answered at once
+//   vpath which --explain area        where it looked, the answer and the near misses
+//   vpath which --json area           one JSON object per name
 
-#include <cstdio>
 #include <iostream>
 #include <optional>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
+#include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/pathinterfaces/constants.hpp>
-#include <velmora/pathmanagement/lookup.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
 
 #include "commands.hpp"
+#include "explain.hpp"
+#include "lookup_output.hpp"
+#include "resolver.hpp"
 
 namespace vpath_cli {
 namespace {
 
 using namespace Velmora::PathManagement;
 
-constexpr auto kPolicy = FilenameMatchingPolicy::PlatformDefault;
-
 struct WhichOptions {
     std::vector<std::string> names;
     bool all = false;
     bool batch = false;
+    bool json = false;
+    bool explain = false;
     std::optional<std::string> from;
 };
 
-class Resolver {
+// Answers one name into `out`; false when it resolves to nothing.
+class Answerer {
   public:
-    Resolver(const IPath& path, const WhichOptions& options) : m_path(path) {
-        if (options.from)
-            m_from = ToFolderIRI(Arg(*options.from));
-    }
+    Answerer(const Resolver& resolver, const WhichOptions& options)
+        : m_resolver(resolver), m_options(options) {}
 
-    // The file in use for `name`, or nothing.
-    OptionalFoundItem InUse(const detail::SearchTarget& target) const {
-        return m_from ? FindFirstFileVisibleFromFolder(m_path, *m_from, target, kPolicy)
-                      : FindFirstFileVisibleOnPath(m_path, target, kPolicy);
-    }
-
-    // Every file the name can resolve to: the one in use first, then the shadowed ones in path
-    // order.
-    std::vector<FoundItem> All(const detail::SearchTarget& target) const {
-        std::vector<FoundItem> all;
-        const auto inUse = InUse(target);
-        if (!inUse)
-            return all;
-        all.push_back(*inUse);
-        for (const auto& found : Candidates(target)) {
-            if (found.GetPathItem() != inUse->GetPathItem())
-                all.push_back(found);
-        }
-        return all;
-    }
-
-  private:
-    std::vector<FoundItem> Candidates(const detail::SearchTarget& target) const {
-        const bool qualified =
-            target.baseName->find_first_of(Constants::PathnameSeparatorStr) != ustring::npos;
-        static const std::uint32_t kPrimary[] = {0};
-        static const std::uint32_t kFull[] = {0, 1, 2, 3, 4};
-        const SearchScope scope = qualified ? SearchScope(kFull) : SearchScope(kPrimary);
-        auto inFolders = m_path.FindAllInScope(scope, target, kPolicy);
-        if (qualified)
-            return inFolders;
-        // Class folders of the name, merged in by path order; on a tie the plain file comes first.
-        std::vector<FoundItem> inClasses;
-        for (const auto& entry : m_path.GetMethodEntriesByName(
-                 SearchScope(kPrimary), *target.baseName, FilenameMatchingPolicy::Exact)) {
-            if (auto item = entry->FindFile(target, kPolicy))
-                inClasses.emplace_back(item, entry);
-        }
-        std::vector<FoundItem> merged;
-        merged.reserve(inFolders.size() + inClasses.size());
-        auto f = inFolders.begin();
-        auto c = inClasses.begin();
-        while (f != inFolders.end() || c != inClasses.end()) {
-            const bool classFirst =
-                f == inFolders.end() ||
-                (c != inClasses.end() &&
-                 m_path.FirstEntryIsBeforeSecondOnPath(*c->GetPathEntry(), *f->GetPathEntry()));
-            merged.push_back(classFirst ? *c++ : *f++);
-        }
-        return merged;
-    }
-
-    const IPath& m_path;
-    std::optional<foundation::storage::vfs::AbsoluteIRI> m_from;
-};
-
-int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
-    const auto path = LoadPath(pathOptions);
-    const Resolver resolver(*path, options);
-    std::vector<std::string> names = options.names;
-    if (options.batch) {
-        for (std::string line; std::getline(std::cin, line);) {
-            if (!line.empty() && line.back() == '\r')
-                line.pop_back();
-            names.push_back(line);
-        }
-    }
-    std::string out;
-    int status = kExitOk;
-    for (const std::string& arg : names) {
+    bool operator()(const std::string& arg, std::string& out) const {
         const ustring name = Arg(arg);
         const auto target =
             CreateSearchTargetWithExtensionInFilenamePreferred(name, Constants::LanguageExtensions);
         std::vector<FoundItem> found;
-        if (options.all) {
-            found = resolver.All(target);
-        } else if (auto hit = resolver.InUse(target)) {
-            found.push_back(*hit);
+        if (m_options.all) {
+            found = m_resolver.All(target);
+        } else if (auto hit = m_resolver.InUse(target)) {
+            found.push_back(std::move(*hit));
         }
-        if (found.empty()) {
+        if (m_options.json) {
+            out += JsonLine(Json(arg, found));
+        } else {
+            Text(found, out);
+        }
+        if (found.empty())
             Fail(fmt::format("{}: not found on the path", arg));
-            status = kExitNotFound;
-            // In a batch every name gets its line, so that answers stay in step with questions.
-            if (options.batch)
-                out += '\n';
-            continue;
-        }
+        return !found.empty();
+    }
+
+  private:
+    void Text(const std::vector<FoundItem>& found, std::string& out) const {
         for (std::size_t i = 0; i < found.size(); ++i) {
-            out += NativePathOf(*found[i].GetPathItem());
+            AppendPath(found[i], out);
             if (i > 0)
                 out += "  (shadowed)";
             out += '\n';
         }
+        // In a batch every name gets its lines and then a blank line when a name may have several
+        // answers, so that answers stay in step with questions.
+        if (m_options.batch && (m_options.all || found.empty()))
+            out += '\n';
     }
-    std::fwrite(out.data(), 1, out.size(), stdout);
+
+    // The file's native path; a folder's own is converted once, as a batch meets it again and
+    // again.
+    void AppendPath(const FoundItem& hit, std::string& out) const {
+        const auto& entry = hit.GetPathEntry();
+        auto [at, fresh] = m_folderBytes.try_emplace(entry.get());
+        if (fresh)
+            at->second = Velmora::text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(
+                             hit.GetPathItem()->GetLocation())) +
+                         "/";
+        out += at->second;
+        const auto& item = *hit.GetPathItem();
+        out += Velmora::text::ToNative(item.GetName());
+        out += Velmora::text::ToNative(item.GetExtension());
+    }
+
+    static nlohmann::json Json(const std::string& arg, const std::vector<FoundItem>& found) {
+        nlohmann::json hits = nlohmann::json::array();
+        for (std::size_t i = 0; i < found.size(); ++i) {
+            auto hit = HitJson(found[i]);
+            hit["inUse"] = i == 0;
+            if (i > 0)
+                hit["shadowedBy"] = FileJson(*found[0].GetPathItem());
+            hits.push_back(std::move(hit));
+        }
+        return {{"name", arg}, {"found", !found.empty()}, {"hits", std::move(hits)}};
+    }
+
+    const Resolver& m_resolver;
+    const WhichOptions& m_options;
+    // The entries stay alive with the path, which outlives the answerer.
+    mutable std::unordered_map<const IPathEntry*, std::string> m_folderBytes;
+};
+
+int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
+    const auto path = LoadPath(pathOptions);
+    std::optional<foundation::storage::vfs::AbsoluteIRI> from;
+    if (options.from)
+        from = ToFolderIRI(Arg(*options.from));
+    const Resolver resolver(*path, std::move(from));
+    int status = kExitOk;
+    if (options.explain) {
+        for (const std::string& arg : options.names) {
+            if (!Explain(resolver, arg, options.json))
+                status = kExitNotFound;
+        }
+        return status;
+    }
+    const Answerer answer(resolver, options);
+    std::string out;
+    for (const std::string& arg : options.names) {
+        if (!answer(arg, out))
+            status = kExitNotFound;
+    }
+    Print(out);
+    out.clear();
+    if (!options.batch)
+        return status;
+    // Each answer goes out before the next line is awaited, so that another program can ask one
+    // name, read its answer and ask the next; lines already read in are answered together.
+    std::ios::sync_with_stdio(false);
+    std::fflush(stdout);
+    for (std::string line; std::getline(std::cin, line);) {
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (!answer(line, out))
+            status = kExitNotFound;
+        if (std::cin.rdbuf()->in_avail() <= 0) {
+            Print(out);
+            out.clear();
+            std::fflush(stdout);
+        }
+    }
+    Print(out);
     return status;
 }
 
@@ -148,11 +164,17 @@ Command RegisterWhich(CLI::App& app, const PathOptions& pathOptions) {
         ->add_option("--from", options->from,
                      "Resolve as seen from a file in this folder (its private folder first)")
         ->type_name("FOLDER");
-    which->add_flag("--batch", options->batch, "Also read names from standard input, one a line");
+    which->add_flag("--batch", options->batch,
+                    "Also read names from standard input, one a line, answering each at once");
+    which->add_flag("--explain", options->explain,
+                    "Show the folders and files tried, the answer and the near misses");
+    which->add_flag("--json", options->json, "One JSON object per name, for scripts");
     return {which, [options, &pathOptions] {
                 if (options->names.empty() && !options->batch) {
                     throw CLI::RequiredError("names (or --batch)");
                 }
+                if (options->explain && options->batch)
+                    throw CLI::ValidationError("--explain", "takes names, not --batch");
                 return RunWhich(*options, pathOptions);
             }};
 }

@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 #include <tbb/parallel_for.h>
+#include <boost/container_hash/hash.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
 
 #include <fl/filesystem/path.hpp>
 #include <foundation/log/diagnostic_logger.hpp>
@@ -64,6 +66,9 @@ struct FolderId {
     std::uint64_t device;
     std::uint64_t inode;
     friend bool operator==(const FolderId&, const FolderId&) = default;
+    friend std::size_t hash_value(const FolderId& id) {
+        return boost::hash_value(std::pair(id.device, id.inode));
+    }
 };
 
 // One scan of one main entry's tree, on one thread.
@@ -75,6 +80,13 @@ class TreeScan {
     // Main: the entry of a folder put on the path; its real location is resolved first.
     std::shared_ptr<const FolderEntry> Main(const AbsoluteIRI& location,
                                             const std::string& native) {
+        os::FileStatus status;
+        if (const auto cached =
+                m_cache ? m_cache->Find(location, PathEntryType::Ordinary) : nullptr;
+            cached && SameFolder(*cached, native, status)) {
+            return Folder(location, native, cached->GetCanonicalAbsoluteIRI(),
+                          PathEntryType::Ordinary, &status);
+        }
         std::string resolved;
         if (const int err = os::System().RealPath(native, resolved); err != 0) {
             return Fail(location, err);
@@ -89,13 +101,16 @@ class TreeScan {
     std::shared_ptr<const FolderEntry> Folder(const AbsoluteIRI& location,
                                               const std::string& native,
                                               const CanonicalAbsoluteIRI& canonical,
-                                              PathEntryType kind) {
+                                              PathEntryType kind,
+                                              const os::FileStatus* known = nullptr) {
         const auto cached = m_cache ? m_cache->Find(location, kind) : nullptr;
         std::shared_ptr<const FileTable> files;
         FolderStamp stamp;
         if (cached) {
             os::FileStatus status;
-            if (const int err = os::System().Stat(native, status); err != 0) {
+            if (known) {
+                status = *known;
+            } else if (const int err = os::System().Stat(native, status); err != 0) {
                 return Fail(location, err);
             }
             if (!status.IsFolder())
@@ -116,6 +131,12 @@ class TreeScan {
             Report(ScanProblem{ScanProblem::Kind::SymlinkLoop, location, ELOOP});
             return nullptr;
         }
+        // Links that branch without looping can reach one folder by exponentially many ways; each
+        // real folder is read once, under the first name met, which keeps a scan linear.
+        if (!m_visited.insert(FolderId{stamp.device, stamp.inode}).second) {
+            Report(ScanProblem{ScanProblem::Kind::Duplicate, location, 0});
+            return nullptr;
+        }
         m_chain.push_back(FolderId{stamp.device, stamp.inode});
         auto subEntries = SubEntries(location, native, canonical, *files);
         m_chain.pop_back();
@@ -130,6 +151,30 @@ class TreeScan {
     }
 
   private:
+    // SameFolder: whether `native` and the canonical location of `cached` both still name the
+    // folder that was cached (same device and inode), which makes resolving symbolic links again
+    // needless. `status` is then the folder's status.
+    static bool SameFolder(const FolderEntry& cached, const std::string& native,
+                           os::FileStatus& status) {
+        const FolderStamp& stamp = cached.GetStamp();
+        auto same = [&](const os::FileStatus& s) {
+            return s.IsFolder() && s.device == stamp.device && s.inode == stamp.inode;
+        };
+        if (os::System().Stat(native, status) != 0 || !same(status))
+            return false;
+        const auto& canonical = cached.GetCanonicalAbsoluteIRI().getIRI();
+        if (canonical == cached.GetAbsoluteIRI())
+            return true;
+        os::FileStatus target;
+        std::string canonicalNative;
+        try {
+            canonicalNative = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(canonical));
+        } catch (const foundation::storage::vfs::Exception&) {
+            return false;
+        }
+        return os::System().Stat(canonicalNative, target) == 0 && same(target);
+    }
+
     std::shared_ptr<const FileTable> Read(const AbsoluteIRI& location, const std::string& native,
                                           PathEntryType kind, const os::FolderListing& listing) {
         std::vector<ustring> files;
@@ -212,6 +257,7 @@ class TreeScan {
     const EntryCache* m_cache;
     std::vector<ScanProblem>& m_problems;
     std::vector<FolderId> m_chain;  // the folders from the main entry down to the current one
+    boost::unordered_flat_set<FolderId> m_visited;  // every folder of this tree read so far
 };
 
 }  // namespace

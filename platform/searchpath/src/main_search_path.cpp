@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 
 #include <tbb/parallel_for.h>
 #include <boost/container/small_vector.hpp>
@@ -104,6 +105,46 @@ struct MainSearchPath::Index {
         const auto it = slotOf.find(&entry);
         return it == slotOf.end() ? kNone : it->second;
     }
+
+    // The entries by the last folder name of their location and by the last two, case folded, in
+    // path order; a "+" or "@" folder is also listed without that character, since a partial
+    // pathname may leave it out. Built on the first partial pathname query.
+    using FolderNameIndex = boost::unordered_flat_map<ustring, SlotList>;
+    struct FolderNames {
+        FolderNameIndex last;
+        FolderNameIndex lastTwo;  // "parent/name"
+    };
+    static boost::container::small_vector<ustring, 2> Spellings(const ustring& name) {
+        boost::container::small_vector<ustring, 2> spellings{text::FoldCase(name)};
+        if (name.starts_with(u'+') || name.starts_with(u'@'))
+            spellings.push_back(spellings.front().substr(1));
+        return spellings;
+    }
+    const FolderNames& ByFolderName() const {
+        std::call_once(folderNamesOnce, [this] {
+            auto index = std::make_unique<FolderNames>();
+            index->last.reserve(slots.size());
+            index->lastTwo.reserve(slots.size());
+            for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
+                const auto& names = slots[slot].entry->GetFolderNames();
+                if (names.empty())
+                    continue;
+                const auto lasts = Spellings(names.back());
+                for (const ustring& last : lasts)
+                    index->last[last].push_back(slot);
+                if (names.size() < 2)
+                    continue;
+                for (const ustring& parent : Spellings(names[names.size() - 2])) {
+                    for (const ustring& last : lasts)
+                        index->lastTwo[parent + u'/' + last].push_back(slot);
+                }
+            }
+            folderNames = std::move(index);
+        });
+        return *folderNames;
+    }
+    mutable std::once_flag folderNamesOnce;
+    mutable std::unique_ptr<const FolderNames> folderNames;
 };
 
 // Built on first use by a lookup that ignores case.
@@ -229,7 +270,18 @@ PathEntryVector MainSearchPath::GetPartiallyMatchingEntries(SearchScope scope,
     const auto parts = SplitPartialName(partialName);
     if (parts.empty())
         return result;
-    for (const auto& s : m_index->slots) {
+    // Only the entries whose last folders the last parts can name are candidates.
+    const auto& byName = m_index->ByFolderName();
+    const bool two = parts.size() > 1;
+    const auto& index = two ? byName.lastTwo : byName.last;
+    ustring key = text::FoldCase(parts.back());
+    if (two)
+        key = text::FoldCase(parts[parts.size() - 2]) + u'/' + key;
+    const auto it = index.find(key);
+    if (it == index.end())
+        return result;
+    for (const auto slot : it->second) {
+        const auto& s = m_index->slots[slot];
         if (scope.Contains(static_cast<std::uint32_t>(s.kind)) &&
             s.entry->EndsWithFolders(parts, policy)) {
             result.push_back(s.entry);

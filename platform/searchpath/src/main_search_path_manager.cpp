@@ -9,6 +9,8 @@
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/os/system.hpp>
 
+#include "path_rebase.hpp"
+
 namespace Velmora::SearchPath {
 namespace {
 
@@ -109,6 +111,7 @@ std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options optio
 
 MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options options)
     : m_options(std::move(options)) {
+    m_cache.Retain(std::exchange(m_options.knownEntries, {}));
     auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
     ScanReport report;
     auto path = MainSearchPath::Scan(*unique, report, &m_cache);
@@ -137,14 +140,29 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
     if (folders == *old->folders)
         return;
 
+    // Other processes may have saved changes since this path was read: under the file's lock, the
+    // change is made again on what is saved now, so that theirs are kept.
+    FolderList base = *old->folders;
+    PathDefinitionFile::ChangeLock fileLock;
+    if (m_options.pathDefinition) {
+        fileLock = m_options.pathDefinition->LockForChange(notification);
+        if (!fileLock.IsHeld() ||
+            !detail::RebaseOnSavedFile(*m_options.pathDefinition, base, folders, notification)) {
+            return;
+        }
+    }
     FolderSet added;
     {
-        const FolderSet before(old->folders->begin(), old->folders->end());
+        const FolderSet before(base.begin(), base.end());
         for (const auto& folder : folders) {
             if (!before.contains(folder))
                 added.insert(folder);
         }
     }
+    if (kind == PathChangeKind::Added)
+        detail::DropOtherNamesOf(folders, FolderList(added.begin(), added.end()));
+    if (folders == *old->folders)
+        return;
     ScanReport report;
     auto path = MainSearchPath::Scan(folders, report, &m_cache);
     ScanReport warnings;
@@ -160,8 +178,10 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
     }
     if (refused)
         return;
-    if (m_options.pathDefinition && !m_options.pathDefinition->Save(folders, notification))
+    if (m_options.pathDefinition && folders != base &&
+        !m_options.pathDefinition->Save(folders, notification))
         return;
+    fileLock = {};
     m_cache.Retain(path->GetFolderEntries());
     Publish(kind, MakeState(std::make_shared<const FolderList>(std::move(folders)), std::move(path),
                             std::move(warnings)));

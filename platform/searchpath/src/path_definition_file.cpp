@@ -2,13 +2,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
 #include <random>
 #include <string_view>
+#include <thread>
+#include <utility>
 
 #include <fmt/format.h>
+#include <boost/unordered/unordered_flat_map.hpp>
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include <fl/filesystem/path.hpp>
@@ -16,6 +21,8 @@
 #include <foundation/storage/vfs/exceptions.hpp>
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/os/system.hpp>
+
+#include "path_rebase.hpp"
 
 namespace Velmora::SearchPath {
 namespace {
@@ -55,22 +62,190 @@ std::string TemporaryName(const std::string& file) {
     return fmt::format("{}.{}.{:016x}.tmp", folder, name, token);
 }
 
+// The base name of `file`.
+std::string NameOf(const std::string& file) {
+    const std::size_t slash = file.rfind('/');
+    return slash == std::string::npos ? file : file.substr(slash + 1);
+}
+
+// The file that a save replaces: the one that `file` leads to when it is a symbolic link.
+std::string Target(const std::string& file) {
+    std::string resolved;
+    return os::System().RealPath(file, resolved) == 0 ? resolved : file;
+}
+
+std::string LockFileOf(const std::string& target) {
+    const std::string folder = FolderOf(target);
+    return (folder == "/" ? "" : folder) + "/." + NameOf(target) + ".lock";
+}
+
+// Whether `name` is a temporary file that TemporaryName makes for `target`.
+bool IsTemporaryOf(std::string_view name, const std::string& target) {
+    const std::string prefix = "." + NameOf(target) + ".";
+    constexpr std::string_view suffix = ".tmp";
+    if (name.size() != prefix.size() + 16 + suffix.size() || !name.starts_with(prefix) ||
+        !name.ends_with(suffix)) {
+        return false;
+    }
+    const std::string_view token = name.substr(prefix.size(), 16);
+    return std::all_of(token.begin(), token.end(),
+                       [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
+}
+
+// An absolute path with its "." and ".." segments and repeated separators resolved as text.
+std::string Normalised(std::string_view path) {
+    std::vector<std::string_view> segments;
+    for (std::size_t start = 1; start <= path.size();) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        const std::string_view segment = path.substr(start, end - start);
+        start = end + 1;
+        if (segment == "..") {
+            if (!segments.empty())
+                segments.pop_back();
+        } else if (!segment.empty() && segment != ".") {
+            segments.push_back(segment);
+        }
+    }
+    std::string out;
+    for (const std::string_view segment : segments) {
+        out += '/';
+        out += segment;
+    }
+    return out.empty() ? "/" : out;
+}
+
 // The folder that a line names; nullopt for a line that is not an absolute path.
 std::optional<AbsoluteIRI> FolderOfLine(std::string_view line) {
     if (line.empty() || line.front() != '/' || line.find('\0') != std::string_view::npos)
         return std::nullopt;
     try {
         return foundation::storage::vfs::toAbsoluteIRI(
-            u"file", fl::filesystem::path(
-                         fl::filesystem::detail::make_native_form(text::FromNative(line), true)));
+            u"file", fl::filesystem::path(text::FromNative(Normalised(line))));
     } catch (const foundation::storage::vfs::InvalidIRIException&) {
         return std::nullopt;
     }
 }
 
-// Writes `content` to a new temporary file beside `file` and renames it over `file`. Returns 0 or
-// the errno of the step that failed; the temporary file is gone either way.
-int ReplaceAtomically(const std::string& file, std::string_view content) {
+// One line of the file: its text without the line ending, and the line ending.
+struct Line {
+    std::string_view text;
+    std::string_view ending;
+};
+
+std::vector<Line> SplitLines(std::string_view bytes) {
+    std::vector<Line> lines;
+    for (std::size_t start = 0; start < bytes.size();) {
+        const std::size_t newline = bytes.find('\n', start);
+        const std::size_t end = std::min(newline, bytes.size());
+        std::size_t textEnd = end;
+        if (newline != std::string_view::npos && textEnd > start && bytes[textEnd - 1] == '\r')
+            --textEnd;
+        lines.push_back(Line{bytes.substr(start, textEnd - start),
+                             bytes.substr(textEnd, std::min(end + 1, bytes.size()) - textEnd)});
+        start = end + 1;
+    }
+    return lines;
+}
+
+bool IsFolderLine(std::string_view text) {
+    return !text.empty() && text.front() != '#';
+}
+
+// The content of the file that held `bytes` once it holds `folders`: the lines of the folders that
+// stay and every other line are kept where they are, the lines of folders that go are dropped, and
+// each new or moved folder is written right after the folder before it, or, when it comes first,
+// before the first folder line that stays.
+std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& folders) {
+    const std::vector<Line> lines = SplitLines(bytes);
+    const std::string_view newline =
+        !lines.empty() && lines.front().ending == "\r\n" ? "\r\n" : "\n";
+
+    boost::unordered_flat_map<AbsoluteIRI, std::ptrdiff_t> rankOf;
+    for (std::size_t i = 0; i < folders.size(); ++i)
+        rankOf.emplace(folders[i], static_cast<std::ptrdiff_t>(i));
+    // The first line of each folder, in file order; later lines of the same folder are dropped.
+    std::vector<std::size_t> folderLines;
+    std::vector<std::ptrdiff_t> ranks;
+    boost::unordered_flat_set<AbsoluteIRI> seen;
+    std::vector<std::optional<AbsoluteIRI>> folderOf(lines.size());
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (!IsFolderLine(lines[i].text))
+            continue;
+        folderOf[i] = FolderOfLine(lines[i].text);
+        if (folderOf[i] && seen.insert(*folderOf[i]).second) {
+            const auto it = rankOf.find(*folderOf[i]);
+            folderLines.push_back(i);
+            ranks.push_back(it == rankOf.end() ? -1 : it->second);
+        }
+    }
+    const std::vector<bool> anchored = detail::Anchors(ranks);
+    std::vector<bool> keepLine(lines.size(), true);
+    std::vector<bool> isAnchorRank(folders.size(), false);
+    std::size_t frontAt = lines.size();
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (folderOf[i])
+            keepLine[i] = false;
+    }
+    for (std::size_t k = 0; k < folderLines.size(); ++k) {
+        if (anchored[k]) {
+            keepLine[folderLines[k]] = true;
+            isAnchorRank[static_cast<std::size_t>(ranks[k])] = true;
+            frontAt = std::min(frontAt, folderLines[k]);
+        }
+    }
+    if (frontAt == lines.size() && !folderLines.empty())
+        frontAt = folderLines.front();
+
+    // The folders to write, by the line they follow (lines.size() for the front).
+    boost::unordered_flat_map<std::size_t, std::vector<std::size_t>> inserted;
+    {
+        std::size_t follows = lines.size();
+        std::size_t k = 0;
+        for (std::size_t rank = 0; rank < folders.size(); ++rank) {
+            if (isAnchorRank[rank]) {
+                while (ranks[k] != static_cast<std::ptrdiff_t>(rank) || !anchored[k])
+                    ++k;
+                follows = folderLines[k];
+            } else {
+                inserted[follows].push_back(rank);
+            }
+        }
+    }
+    std::string out;
+    out.reserve(bytes.size() + 64 * inserted.size());
+    bool openLine = false;  // the last line written has no line ending yet
+    const auto write = [&](std::string_view text, std::string_view ending) {
+        if (openLine)
+            out += newline;
+        out += text;
+        out += ending;
+        openLine = ending.empty();
+    };
+    const auto writeInserted = [&](std::size_t follows) {
+        if (const auto it = inserted.find(follows); it != inserted.end()) {
+            for (const std::size_t rank : it->second)
+                write(text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folders[rank])),
+                      newline);
+        }
+    };
+    for (std::size_t i = 0; i <= lines.size(); ++i) {
+        if (i == frontAt)
+            writeInserted(lines.size());
+        if (i == lines.size())
+            break;
+        if (keepLine[i]) {
+            write(lines[i].text, lines[i].ending);
+            writeInserted(i);
+        }
+    }
+    return out;
+}
+
+// Writes `content` to a new temporary file beside `file` and renames it over `file`, giving the
+// new file the owner, group and permission bits of `like` when there is one. Returns 0 or the errno
+// of the step that failed; the temporary file is gone either way.
+int ReplaceAtomically(const std::string& file, std::string_view content,
+                      const os::FileStatus* like) {
     os::ISystem& system = os::System();
     std::string temporary;
     int descriptor = -1;
@@ -81,7 +256,10 @@ int ReplaceAtomically(const std::string& file, std::string_view content) {
     }
     if (err != 0)
         return err;
-    err = system.WriteAll(descriptor, content);
+    if (like != nullptr)
+        err = system.SetOwnerAndMode(descriptor, like->owner, like->group, like->mode);
+    if (err == 0)
+        err = system.WriteAll(descriptor, content);
     if (err == 0)
         err = system.SyncFile(descriptor);
     const int closed = system.CloseFile(descriptor);
@@ -104,6 +282,53 @@ int ReplaceAtomically(const std::string& file, std::string_view content) {
     return 0;
 }
 
+// Removes the temporary files that saves of `target` killed before their rename left behind. Only
+// called under the change lock, when no other save can be under way.
+void RemoveStaleTemporaries(const std::string& target) {
+    os::FolderListing listing;
+    if (os::System().ListFolder(FolderOf(target), listing) != 0)
+        return;
+    for (const auto& item : listing.items) {
+        if (item.kind != os::EntryKind::Folder && IsTemporaryOf(item.name, target))
+            os::System().RemoveFile(FolderOf(target) + "/" + item.name);
+    }
+}
+
+// Waits for the lock on `descriptor`, calling `notice` once if that takes more than a second.
+int WaitForLock(int descriptor, const std::function<void()>& notice) {
+    if (!notice)
+        return os::System().LockExclusive(descriptor, true);
+    std::mutex mutex;
+    std::condition_variable wake;
+    bool locked = false;
+    std::thread watchdog([&] {
+        std::unique_lock lock(mutex);
+        if (wake.wait_for(lock, std::chrono::seconds(1), [&] { return locked; }))
+            return;
+        lock.unlock();
+        notice();
+    });
+    const int err = os::System().LockExclusive(descriptor, true);
+    {
+        std::lock_guard lock(mutex);
+        locked = true;
+    }
+    wake.notify_one();
+    watchdog.join();
+    return err;
+}
+
+std::string ReadFailure(int err) {
+    switch (err) {
+        case ENODEV:
+            return "it is not a regular file";
+        case EFBIG:
+            return fmt::format("it is larger than {} MiB", PathDefinitionFile::kMaxBytes >> 20);
+        default:
+            return os::ErrorText(err);
+    }
+}
+
 }  // namespace
 
 PathDefinitionFile::PathDefinitionFile(std::string nativePath) : m_path(std::move(nativePath)) {}
@@ -121,24 +346,21 @@ std::string PathDefinitionFile::DefaultLocation() {
 PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) const {
     Contents contents;
     std::string bytes;
-    if (const int err = os::System().ReadFile(m_path, bytes); err != 0) {
+    if (const int err = os::System().ReadRegularFile(m_path, kMaxBytes, bytes); err != 0) {
         if (err == ENOENT)
             return contents;
-        problems.Add(VELMORA::pathdef::cannotRead(text::FromNative(m_path), os::ErrorText(err)));
+        problems.Add(VELMORA::pathdef::cannotRead(text::FromNative(m_path), ReadFailure(err)));
         contents.outcome = Outcome::Failed;
         return contents;
     }
     contents.outcome = Outcome::Loaded;
     boost::unordered_flat_set<AbsoluteIRI> seen;
     std::int64_t number = 0;
-    for (std::size_t start = 0; start < bytes.size();) {
-        const std::size_t end = std::min(bytes.find('\n', start), bytes.size());
-        const std::string_view line(bytes.data() + start, end - start);
-        start = end + 1;
+    for (const Line& line : SplitLines(bytes)) {
         ++number;
-        if (line.empty() || line.front() == '#')
+        if (!IsFolderLine(line.text))
             continue;
-        const auto folder = FolderOfLine(line);
+        const auto folder = FolderOfLine(line.text);
         if (!folder) {
             problems.Add(VELMORA::pathdef::badLine(text::FromNative(m_path), number));
             contents.outcome = Outcome::Failed;
@@ -178,14 +400,71 @@ bool PathDefinitionFile::Save(const std::vector<AbsoluteIRI>& folders,
     }
     if (!writable)
         return false;
-    int err = os::System().MakeFolders(FolderOf(m_path));
-    if (err == 0)
-        err = ReplaceAtomically(m_path, Format(folders));
+    const std::string target = Target(m_path);
+    int err = os::System().MakeFolders(FolderOf(target));
+    std::string old;
+    os::FileStatus status;
+    bool exists = false;
+    if (err == 0) {
+        err = os::System().ReadRegularFile(target, kMaxBytes, old);
+        exists = err == 0;
+        if (err == ENOENT)
+            err = 0;
+    }
+    if (exists)
+        err = os::System().Stat(target, status);
+    if (err == 0) {
+        RemoveStaleTemporaries(target);
+        err = ReplaceAtomically(target, exists ? Relayout(old, folders) : Format(folders),
+                                exists ? &status : nullptr);
+    }
     if (err != 0) {
-        problems.Add(VELMORA::pathdef::cannotSave(file, os::ErrorText(err)));
+        problems.Add(VELMORA::pathdef::cannotSave(file, ReadFailure(err)));
         return false;
     }
     return true;
+}
+
+PathDefinitionFile::ChangeLock PathDefinitionFile::LockForChange(Notification& problems) const {
+    os::ISystem& system = os::System();
+    const std::string lockFile = LockFileOf(Target(m_path));
+    int descriptor = -1;
+    int err = system.MakeFolders(FolderOf(lockFile));
+    if (err == 0)
+        err = system.OpenLockFile(lockFile, descriptor);
+    if (err == 0) {
+        err = system.LockExclusive(descriptor, false);
+        if (err == EWOULDBLOCK)
+            err = WaitForLock(descriptor, m_slowLockNotice);
+    }
+    if (err != 0) {
+        if (descriptor >= 0)
+            system.CloseFile(descriptor);
+        problems.Add(VELMORA::pathdef::cannotSave(
+            text::FromNative(m_path),
+            fmt::format("cannot lock {}: {}", lockFile, os::ErrorText(err))));
+        return ChangeLock();
+    }
+    return ChangeLock(descriptor);
+}
+
+PathDefinitionFile::ChangeLock::ChangeLock(ChangeLock&& other) noexcept
+    : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+
+PathDefinitionFile::ChangeLock& PathDefinitionFile::ChangeLock::operator=(
+    ChangeLock&& other) noexcept {
+    if (this != &other) {
+        if (m_descriptor >= 0)
+            os::System().CloseFile(m_descriptor);
+        m_descriptor = std::exchange(other.m_descriptor, -1);
+    }
+    return *this;
+}
+
+PathDefinitionFile::ChangeLock::~ChangeLock() {
+    // Closing the only descriptor of the lock file releases the lock.
+    if (m_descriptor >= 0)
+        os::System().CloseFile(m_descriptor);
 }
 
 }  // namespace Velmora::SearchPath

@@ -12,6 +12,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,7 +31,14 @@ void FillStatus(const struct stat& st, FileStatus& out) {
     out.modifiedNs = ToNanoseconds(st.st_mtim);
     out.changedNs = ToNanoseconds(st.st_ctim);
     out.mode = static_cast<std::uint32_t>(st.st_mode);
+    out.owner = static_cast<std::uint32_t>(st.st_uid);
+    out.group = static_cast<std::uint32_t>(st.st_gid);
 }
+
+struct DescriptorCloser {
+    int fd;
+    ~DescriptorCloser() { ::close(fd); }
+};
 
 EntryKind KindOf(unsigned char type) {
     switch (type) {
@@ -45,6 +54,24 @@ EntryKind KindOf(unsigned char type) {
             return EntryKind::Other;
     }
 }
+
+class MappedRegion final : public MappedFile {
+  public:
+    MappedRegion(void* address, std::size_t size) : m_address(address), m_size(size) {}
+    ~MappedRegion() override {
+        if (m_size != 0)
+            ::munmap(m_address, m_size);
+    }
+    MappedRegion(const MappedRegion&) = delete;
+    MappedRegion& operator=(const MappedRegion&) = delete;
+    std::string_view Bytes() const noexcept override {
+        return {static_cast<const char*>(m_address), m_size};
+    }
+
+  private:
+    void* m_address;
+    std::size_t m_size;
+};
 
 struct DirCloser {
     void operator()(DIR* d) const { ::closedir(d); }
@@ -197,6 +224,99 @@ class RealSystemImpl final : public ISystem {
             return errno;
         return S_ISDIR(st.st_mode) ? 0 : ENOTDIR;
     }
+
+    int ReadRegularFile(const std::string& path, std::uint64_t maxBytes,
+                        std::string& out) override {
+        // Without O_NONBLOCK, opening a FIFO that no one writes to would wait for ever.
+        const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+        if (fd < 0)
+            return errno;
+        const DescriptorCloser closer{fd};
+        struct stat st {};
+        if (::fstat(fd, &st) != 0)
+            return errno;
+        if (S_ISDIR(st.st_mode))
+            return EISDIR;
+        if (!S_ISREG(st.st_mode))
+            return ENODEV;
+        if (static_cast<std::uint64_t>(st.st_size) > maxBytes)
+            return EFBIG;
+        out.clear();
+        out.reserve(static_cast<std::size_t>(st.st_size));
+        char buffer[65536];
+        for (;;) {
+            const ssize_t n = ::read(fd, buffer, sizeof buffer);
+            if (n < 0) {
+                if (errno == EINTR)
+                    continue;
+                return errno;
+            }
+            if (n == 0)
+                return 0;
+            // The file may grow while it is read.
+            if (out.size() + static_cast<std::size_t>(n) > maxBytes)
+                return EFBIG;
+            out.append(buffer, static_cast<std::size_t>(n));
+        }
+    }
+
+    int SetOwnerAndMode(int descriptor, std::uint32_t owner, std::uint32_t group,
+                        std::uint32_t mode) override {
+        struct stat st {};
+        if (::fstat(descriptor, &st) != 0)
+            return errno;
+        // Only the superuser may give a file away; anyone else keeps what the system allows.
+        if ((st.st_uid != owner || st.st_gid != group) && ::fchown(descriptor, owner, group) != 0 &&
+            errno != EPERM) {
+            return errno;
+        }
+        return ::fchmod(descriptor, mode & 07777) == 0 ? 0 : errno;
+    }
+
+    int OpenLockFile(const std::string& path, int& descriptor) override {
+        const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+        if (fd < 0)
+            return errno;
+        descriptor = fd;
+        return 0;
+    }
+
+    int LockExclusive(int descriptor, bool wait) override {
+        while (::flock(descriptor, LOCK_EX | (wait ? 0 : LOCK_NB)) != 0) {
+            if (errno != EINTR)
+                return errno;
+        }
+        return 0;
+    }
+
+    int OpenFileForWriting(const std::string& path, int& descriptor) override {
+        const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        if (fd < 0)
+            return errno;
+        descriptor = fd;
+        return 0;
+    }
+
+    int MapFile(const std::string& path, std::unique_ptr<const MappedFile>& out) override {
+        const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return errno;
+        struct stat st {};
+        int err = ::fstat(fd, &st) == 0 ? 0 : errno;
+        if (err == 0 && !S_ISREG(st.st_mode))
+            err = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+        void* address = nullptr;
+        const auto size = static_cast<std::size_t>(st.st_size);
+        if (err == 0 && size != 0) {
+            address = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+            if (address == MAP_FAILED)
+                err = errno;
+        }
+        ::close(fd);
+        if (err == 0)
+            out = std::make_unique<MappedRegion>(address, size);
+        return err;
+    }
 };
 
 RealSystemImpl& RealInstance() {
@@ -219,6 +339,24 @@ bool FileStatus::IsRegularFile() const noexcept {
 }
 
 ISystem::~ISystem() = default;
+MappedFile::~MappedFile() = default;
+
+int ISystem::ReadRegularFile(const std::string& path, std::uint64_t maxBytes, std::string& out) {
+    return RealInstance().ReadRegularFile(path, maxBytes, out);
+}
+
+int ISystem::SetOwnerAndMode(int descriptor, std::uint32_t owner, std::uint32_t group,
+                             std::uint32_t mode) {
+    return RealInstance().SetOwnerAndMode(descriptor, owner, group, mode);
+}
+
+int ISystem::OpenLockFile(const std::string& path, int& descriptor) {
+    return RealInstance().OpenLockFile(path, descriptor);
+}
+
+int ISystem::LockExclusive(int descriptor, bool wait) {
+    return RealInstance().LockExclusive(descriptor, wait);
+}
 
 ISystem& System() {
     return *Current().load(std::memory_order_acquire);

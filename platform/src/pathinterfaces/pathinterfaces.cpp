@@ -1,6 +1,7 @@
 #include <velmora/pathinterfaces/constants.hpp>
 #include <velmora/pathinterfaces/ipath.hpp>
 #include <velmora/pathinterfaces/ipath_entry.hpp>
+#include <velmora/pathinterfaces/ipath_entry_factory.hpp>
 #include <velmora/pathinterfaces/path_item.hpp>
 
 namespace Velmora::PathManagement {
@@ -24,6 +25,7 @@ foundation::storage::vfs::AbsoluteIRI PathItem::GetAbsoluteIRI() const {
 
 IPathEntry::~IPathEntry() = default;
 IPath::~IPath() = default;
+IPathEntryFactory::~IPathEntryFactory() = default;
 
 bool NamesMatch(std::u16string_view a, std::u16string_view b,
                 FilenameMatchingPolicy policy) noexcept {

@@ -80,6 +80,14 @@ bool File::exists() const {
                     [](const auto& status) { return status.IsRegularFile(); });
 }
 
+void File::removeFile() const {
+    const std::string native = getNativePath();
+    if (const int err = Velmora::os::System().RemoveFile(native); err != 0) {
+        throw Exception("cannot remove file \"" + native + "\": " + Velmora::os::ErrorText(err),
+                        err);
+    }
+}
+
 }  // namespace foundation::storage::vfs
 
 namespace Velmora::VorlanStorageSystem {

@@ -9,6 +9,7 @@
 // Paths here are native byte strings. Every operation returns 0 on success or an errno value.
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,8 @@ struct FileStatus {
     std::int64_t modifiedNs = 0;  // modification time, nanoseconds since the epoch
     std::int64_t changedNs = 0;   // status change time, nanoseconds since the epoch
     std::uint32_t mode = 0;       // st_mode
+    std::uint32_t owner = 0;      // st_uid
+    std::uint32_t group = 0;      // st_gid
 
     VELMORA_PLATFORM_EXPORT bool IsFolder() const noexcept;
     VELMORA_PLATFORM_EXPORT bool IsRegularFile() const noexcept;
@@ -42,6 +45,13 @@ struct FolderItem {
 struct FolderListing {
     FileStatus status;
     std::vector<FolderItem> items;
+};
+
+// MappedFile: the whole content of a file mapped read-only into memory; unmapped when destroyed.
+class VELMORA_PLATFORM_EXPORT MappedFile {
+  public:
+    virtual ~MappedFile();
+    virtual std::string_view Bytes() const noexcept = 0;
 };
 
 class VELMORA_PLATFORM_EXPORT ISystem {
@@ -78,9 +88,32 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     // SyncFolder: waits until the folder's own entries (names created, renamed, removed) are on
     // the storage device.
     virtual int SyncFolder(const std::string& path) = 0;
+    // OpenFileForWriting: opens the file for writing, emptying it, or creates it empty (mode 0666
+    // less the umask); symbolic links are followed. The descriptor goes back through CloseFile.
+    virtual int OpenFileForWriting(const std::string& path, int& descriptor) = 0;
+    // MapFile: maps the whole regular file at `path` read-only; an empty file maps to no bytes.
+    virtual int MapFile(const std::string& path, std::unique_ptr<const MappedFile>& out) = 0;
     // MakeFolders: creates the folder `path` and any missing folders above it (mode 0777 less the
     // umask). Succeeds if the folder exists already.
     virtual int MakeFolders(const std::string& path) = 0;
+
+    // Small files that others may have replaced by something hostile, and their locks. These
+    // have working defaults (the real system), so a replacement overrides only what it fails.
+    //
+    // ReadRegularFile: the whole content of a regular file of at most `maxBytes` bytes, without
+    // ever blocking on what is not a regular file: EISDIR for a folder, ENODEV for any other
+    // kind of file (a FIFO, a device, a socket), EFBIG for a file larger than `maxBytes`.
+    virtual int ReadRegularFile(const std::string& path, std::uint64_t maxBytes, std::string& out);
+    // SetOwnerAndMode: gives the file behind `descriptor` this owner and group, as far as the
+    // process may (only the superuser may give a file away), and these permission bits.
+    virtual int SetOwnerAndMode(int descriptor, std::uint32_t owner, std::uint32_t group,
+                                std::uint32_t mode);
+    // OpenLockFile: opens the file at `path` for locking, creating it (empty) if needed. The
+    // descriptor is given back with CloseFile, which also releases its lock.
+    virtual int OpenLockFile(const std::string& path, int& descriptor);
+    // LockExclusive: an exclusive advisory lock (flock) on the file behind `descriptor`; waits
+    // for it when `wait`, else fails at once with EWOULDBLOCK while another holds it.
+    virtual int LockExclusive(int descriptor, bool wait);
 };
 
 // System: the seam in force. The real system unless a test has overridden it.

@@ -57,6 +57,10 @@ class VELMORA_PLATFORM_EXPORT File {
     // exception, for a location that has no native path.
     bool exists() const;
     std::string getNativePath() const { return m_storage->NativePath(m_location); }
+    // removeFile: removes the file (never a folder) at the location. Throws Exception if there is
+    // none or it cannot be removed.
+    void removeFile() const;
+    const StorageSystemReference& getStorageSystem() const noexcept { return m_storage; }
 
   private:
     AbsoluteIRI m_location;

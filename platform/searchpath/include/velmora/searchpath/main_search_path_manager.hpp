@@ -54,6 +54,9 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
         std::function<FolderList()> defaultFolders;
         // The installed packages, for GetPackagesOnPath; none means no packages.
         std::shared_ptr<const PackageRegistry::IPackageRegistry> packages;
+        // Entries known from an earlier start (a path cache): the first scan keeps those whose
+        // folders did not change instead of listing them again.
+        std::vector<std::shared_ptr<const FolderEntry>> knownEntries;
     };
 
     // Open: the manager of the path saved in the options' path definition file, or of the default

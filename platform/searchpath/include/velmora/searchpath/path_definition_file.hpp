@@ -3,22 +3,34 @@
 //
 // The file holds one folder per line, as the bytes of its native path, first searched first; lines
 // that start with "#" are comments and empty lines are passed over. Names that are not UTF-8 keep
-// their bytes. A folder whose name holds a line break cannot be written.
+// their bytes. A folder whose name holds a line break cannot be written. Lines may end in LF or
+// CRLF; "." and ".." segments and repeated "/" of a line are resolved as text, so "/a/./b/../c//"
+// names "/a/c".
 //
 //   # vpath search path: one folder per line, searched first to last
 //   /home/ada/tb
 //   /srv/toolboxes/utils
 //
-// Saving is atomic: the new content goes to a temporary file in the same folder, which is written,
-// flushed to the device, renamed over the file, and then the folder itself is flushed. A crash at
-// any point leaves either the old file or the new one, never a mixture; it may leave a temporary
-// file ".NAME.XXXXXXXXXXXXXXXX.tmp" behind, which nothing reads.
+// Saving is atomic: the new content goes to a temporary file in the same folder as the file, which
+// is written, flushed to the device, renamed over the file, and then the folder itself is flushed.
+// A crash at any point leaves either the old file or the new one, never a mixture; the temporary
+// file ".NAME.XXXXXXXXXXXXXXXX.tmp" that it may leave behind is removed by the next save.
+//
+// Saving changes only what it must: where the file is a symbolic link, the file it leads to is
+// replaced (in that file's folder) and the link stays; the file keeps its permission bits, owner
+// and group; comments, blank lines and the lines of folders that stay are kept as they were, in
+// their places, and new folder lines use the line ending of the file's first line.
+//
+// Several processes may change the file at once. Each change holds the lock of the file (see
+// LockForChange) from reading the file to saving it, so that none is lost; readers never wait.
 //
 //   PathDefinitionFile file(PathDefinitionFile::DefaultLocation());
 //   Notification problems;
 //   auto saved = file.Load(problems);
 //   if (saved.outcome == PathDefinitionFile::Outcome::Loaded) ... saved.folders ...
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -51,15 +63,21 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
         std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
     };
 
-    // Load: the saved path, each folder once. A file that cannot be read is reported as
+    // The largest file that Load reads: a path of this size would be unusable anyway.
+    static constexpr std::uint64_t kMaxBytes = std::uint64_t{16} << 20;
+
+    // Load: the saved path, each folder once. A file that cannot be read, is not a regular file
+    // (a FIFO, a device) or is larger than kMaxBytes is reported at once as
     // "VELMORA:pathdef:cannotRead"; each line that is not an absolute path (or holds a NUL) as
     // "VELMORA:pathdef:badLine" with its number, counting from 1.
     Contents Load(foundation::core::except::Notification& problems) const;
 
-    // Save: replaces the file atomically by one that holds `folders`, creating its folder if
-    // needed. Returns false, with the reasons in `problems` and the old file in place, if a folder
-    // cannot be written ("VELMORA:pathdef:lineBreakInName") or the file cannot be saved
-    // ("VELMORA:pathdef:cannotSave").
+    // Save: replaces the file atomically by one that holds `folders`, keeping what the old file
+    // held besides its folders (see above) and creating its folder if needed. Returns false, with
+    // the reasons in `problems` and the old file in place, if a folder cannot be written
+    // ("VELMORA:pathdef:lineBreakInName") or the file cannot be saved
+    // ("VELMORA:pathdef:cannotSave"). Meant to be called under the change lock, since it removes
+    // the temporary files of saves that no one else can be making.
     bool Save(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
               foundation::core::except::Notification& problems) const;
 
@@ -67,8 +85,34 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
     // location without a line break.
     static std::string Format(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
 
+    // ChangeLock: the exclusive hold on the file that one change has, from reading the file to
+    // saving it. Released when destroyed (and by the system when the process ends).
+    class VELMORA_SEARCHPATH_EXPORT ChangeLock {
+      public:
+        ChangeLock() = default;
+        explicit ChangeLock(int descriptor) noexcept : m_descriptor(descriptor) {}
+        ChangeLock(ChangeLock&& other) noexcept;
+        ChangeLock& operator=(ChangeLock&& other) noexcept;
+        ~ChangeLock();
+
+        bool IsHeld() const noexcept { return m_descriptor >= 0; }
+
+      private:
+        int m_descriptor = -1;
+    };
+
+    // LockForChange: takes the file's lock, an advisory lock (flock) on ".NAME.lock" beside the
+    // file that symbolic links lead to, waiting while another change holds it. A lock that cannot
+    // be taken is reported as "VELMORA:pathdef:cannotSave", and the lock returned is not held.
+    ChangeLock LockForChange(foundation::core::except::Notification& problems) const;
+
+    // SetSlowLockNotice: `notice` is called once, on another thread, when LockForChange has waited
+    // a second for the lock, so that a user can learn why a change takes its time.
+    void SetSlowLockNotice(std::function<void()> notice) { m_slowLockNotice = std::move(notice); }
+
   private:
     std::string m_path;
+    std::function<void()> m_slowLockNotice;
 };
 
 }  // namespace Velmora::SearchPath

@@ -1,0 +1,107 @@
+"""which_batch_bench: the time `vpath which --batch` takes per name, beside a Python dict loop on
+the same names, on a generated tree (see README.md).
+
+vpath's figure is (time to answer N names - time to answer none) / N, so that starting and scanning
+the path are left out; the baseline's is the time of its loop alone, after its dict is built: read
+a name, look it up, write the answer, for every line of the same file. Both write to /dev/null.
+Times are processor time (user and system), since on a shared machine the wall time mostly
+measures the other work. Each is run several times and the median kept.
+"""
+
+import argparse
+import os
+import random
+import resource
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+EXTENSIONS = [".vlx", ".vlp", ".vl"]
+
+
+def make_tree(tool, root, folders, files):
+    out = subprocess.run([tool, root, f"--folders={folders}", f"--files={files}"],
+                         check=True, capture_output=True, text=True).stdout
+    return out.strip()
+
+
+def first_files(path):
+    """Python's own index of the path: name => the file a lookup answers, by path order and then
+    by extension preference."""
+    index = {}
+    for folder in path.split(":"):
+        by_name = {}
+        for entry in os.listdir(folder):
+            stem, ext = os.path.splitext(entry)
+            if ext in EXTENSIONS:
+                by_name.setdefault(stem, []).append(ext)
+        for stem, exts in by_name.items():
+            if stem not in index:
+                best = min(exts, key=EXTENSIONS.index)
+                index[stem] = os.path.join(folder, stem + best)
+    return index
+
+
+def python_loop(names_file, index):
+    with open(names_file) as names, open(os.devnull, "w") as out:
+        start = time.process_time()
+        get = index.get
+        write = out.write
+        for line in names:
+            write(get(line[:-1], "") + "\n")
+        return time.process_time() - start
+
+
+def vpath_run(vpath, path, names_file):
+    with open(names_file, "rb") as names, open(os.devnull, "wb") as out:
+        before = resource.getrusage(resource.RUSAGE_CHILDREN)
+        subprocess.run([vpath, "--path", path, "which", "--batch"], stdin=names, stdout=out,
+                       stderr=subprocess.DEVNULL, check=False)
+        after = resource.getrusage(resource.RUSAGE_CHILDREN)
+        return (after.ru_utime + after.ru_stime) - (before.ru_utime + before.ru_stime)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--vpath", required=True)
+    parser.add_argument("--tree-tool", required=True)
+    parser.add_argument("--folders", type=int, default=2000)
+    parser.add_argument("--files", type=int, default=50)
+    parser.add_argument("--names", type=int, default=400000)
+    parser.add_argument("--repetitions", type=int, default=5)
+    args = parser.parse_args()
+
+    with tempfile.TemporaryDirectory() as scratch:
+        root = os.path.join(scratch, "tree")
+        os.mkdir(root)
+        path = make_tree(args.tree_tool, root, args.folders, args.files)
+        index = first_files(path)
+        rng = random.Random(1)
+        pool = sorted(index)
+        # Mostly names on the path, one in ten a miss.
+        names = [rng.choice(pool) if rng.random() < 0.9 else f"absent_{k}"
+                 for k in range(args.names)]
+        names_file = os.path.join(scratch, "names")
+        empty_file = os.path.join(scratch, "none")
+        with open(names_file, "w") as f:
+            f.write("\n".join(names) + "\n")
+        open(empty_file, "w").close()
+
+        vp, py = [], []
+        for _ in range(args.repetitions):
+            full = vpath_run(args.vpath, path, names_file)
+            start = vpath_run(args.vpath, path, empty_file)
+            vp.append(max(full - start, 0.0) / args.names)
+            py.append(python_loop(names_file, index) / args.names)
+        v, p = statistics.median(vp), statistics.median(py)
+        print(f"which --batch on {args.folders} folders x {args.files} files, {args.names} names, "
+              f"median of {args.repetitions} runs (load {os.getloadavg()[0]:.1f})")
+        print(f"{'vpath which --batch':<24} {v * 1e9:10.1f} ns/name")
+        print(f"{'baseline (Python dict)':<24} {p * 1e9:10.1f} ns/name")
+        print(f"{'vpath / baseline':<24} {v / p if p else 0:10.2f}x")
+
+
+if __name__ == "__main__":
+    sys.exit(main())

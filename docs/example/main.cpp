@@ -1,0 +1,80 @@
+// Embedding the search-path utilities: build a path, resolve a name, change the path through its
+// manager while an observer listens, and compare the two states.
+//
+//   embedding_example FOLDER... EXTRA
+//
+// searches FOLDER... for "area", then adds EXTRA at the front and reports what changed.
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <velmora/path_management.hpp>
+
+namespace pm = Velmora::PathManagement;
+using foundation::storage::vfs::AbsoluteIRI;
+
+namespace {
+
+std::string Native(const AbsoluteIRI& location) {
+    return Velmora::text::ToNative(pm::GetStringFromIRI(location));
+}
+
+// The file that `name` resolves to on `path`, as a native path, or "(not found)".
+std::string Resolve(const pm::IPath& path, const ustring& name) {
+    const auto target = pm::CreateSearchTargetWithExtensionInFilenamePreferred(
+        name, pm::Constants::LanguageExtensions);
+    const auto found =
+        pm::FindFirstFileVisibleOnPath(path, target, pm::FilenameMatchingPolicy::PlatformDefault);
+    return found ? Native(found->GetPathItem()->GetAbsoluteIRI()) : "(not found)";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: embedding_example FOLDER... EXTRA\n");
+        return 2;
+    }
+    // 1. Build a path: scan the folders (relative ones taken from the current folder). Folders
+    //    that cannot be used are reported, not fatal.
+    const Velmora::current_working_folder::CurrentWorkingFolder currentFolder;
+    std::vector<AbsoluteIRI> folders;
+    for (int i = 1; i < argc - 1; ++i)
+        folders.push_back(currentFolder.resolve(Velmora::text::FromNative(argv[i])));
+    Velmora::SearchPath::ScanReport report;
+    const auto path = Velmora::SearchPath::MainSearchPath::Scan(folders, report);
+    for (const auto& problem : report.Problems())
+        std::fprintf(stderr, "warning: %s\n", problem.Describe().c_str());
+
+    // 2. Resolve a name on it.
+    std::printf("area -> %s\n", Resolve(*path, u"area").c_str());
+
+    // 3. Change the path through a manager (kept in memory here; give Options::pathDefinition to
+    //    save it), with an observer that hears of every change.
+    Velmora::SearchPath::MainSearchPathManager manager(folders, {});
+    manager.AddPathChangeObserver([](const pm::PathChange& change) {
+        // 4. Compare the two states: the library's differentiator on the main entries...
+        pm::PathEntryVectorDifferentiator diff;
+        diff.Compare(*change.before->GetMainEntries(), *change.after->GetMainEntries(),
+                     pm::PathEntryVectorDifferentiator::EntriesOnly);
+        for (const auto& entry : *diff.GetAdded())
+            std::printf("added %s\n", Native(entry->GetAbsoluteIRI()).c_str());
+        for (const auto& entry : *diff.GetReordered())
+            std::printf("moved %s\n", Native(entry->GetAbsoluteIRI()).c_str());
+        // ... or the host's report, which also looks into special subfolders.
+        const auto changes = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
+        std::printf("%zu added, %zu removed, special subfolders included\n", changes.added->size(),
+                    changes.removed->size());
+    });
+    const std::vector<ustring> extra = {Velmora::text::FromNative(argv[argc - 1])};
+    const auto messages =
+        pm::AddFoldersToVorlanPath(extra, currentFolder, manager, pm::Position::Front);
+    if (!messages.empty()) {
+        // Nothing changed; each message says why ("... does not exist or is not a folder.").
+        std::fprintf(stderr, "%s", messages.ToNativeText().c_str());
+        return 1;
+    }
+    std::printf("area -> %s\n", Resolve(*manager.GetPath(), u"area").c_str());
+    return 0;
+}

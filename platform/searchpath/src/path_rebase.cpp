@@ -1,0 +1,149 @@
+#include "path_rebase.hpp"
+
+#include <algorithm>
+#include <optional>
+
+#include <boost/unordered/unordered_flat_map.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
+
+#include <foundation/storage/vfs/exceptions.hpp>
+#include <foundation/storage/vfs/iri_conversion.hpp>
+#include <velmora/os/system.hpp>
+#include <velmora/searchpath/path_definition_file.hpp>
+
+namespace Velmora::SearchPath::detail {
+
+using foundation::storage::vfs::AbsoluteIRI;
+
+std::vector<bool> Anchors(const std::vector<std::ptrdiff_t>& ranks) {
+    // Patience sorting: tails[k] is the item that ends the best increasing run of length k + 1.
+    std::vector<std::size_t> tails;
+    std::vector<std::ptrdiff_t> previous(ranks.size(), -1);
+    for (std::size_t i = 0; i < ranks.size(); ++i) {
+        if (ranks[i] < 0)
+            continue;
+        const auto at = std::lower_bound(tails.begin(), tails.end(), ranks[i],
+                                         [&](std::size_t t, std::ptrdiff_t r) { return ranks[t] < r; });
+        if (at != tails.begin())
+            previous[i] = static_cast<std::ptrdiff_t>(*(at - 1));
+        if (at == tails.end())
+            tails.push_back(i);
+        else
+            *at = i;
+    }
+    std::vector<bool> anchored(ranks.size(), false);
+    for (auto i = tails.empty() ? std::ptrdiff_t{-1} : static_cast<std::ptrdiff_t>(tails.back());
+         i >= 0; i = previous[static_cast<std::size_t>(i)]) {
+        anchored[static_cast<std::size_t>(i)] = true;
+    }
+    return anchored;
+}
+
+FolderList RebaseChange(const FolderList& base, const FolderList& wanted,
+                        const FolderList& current) {
+    boost::unordered_flat_map<AbsoluteIRI, std::ptrdiff_t> inBase;
+    for (std::size_t i = 0; i < base.size(); ++i)
+        inBase.emplace(base[i], static_cast<std::ptrdiff_t>(i));
+    std::vector<std::ptrdiff_t> ranks;
+    ranks.reserve(wanted.size());
+    for (const AbsoluteIRI& folder : wanted) {
+        const auto it = inBase.find(folder);
+        ranks.push_back(it == inBase.end() ? -1 : it->second);
+    }
+    const std::vector<bool> anchored = Anchors(ranks);
+
+    // Folders placed by the change, by the anchor they follow; the rest stay where `current` has
+    // them, unless the change took them off.
+    boost::unordered_flat_set<AbsoluteIRI> placed;
+    boost::unordered_flat_set<AbsoluteIRI> kept;
+    for (std::size_t i = 0; i < wanted.size(); ++i)
+        (anchored[i] ? kept : placed).insert(wanted[i]);
+    FolderList front, back;
+    boost::unordered_flat_map<AbsoluteIRI, FolderList> after;
+    const auto lastAnchor = std::find(anchored.rbegin(), anchored.rend(), true);
+    const std::size_t anchorsEnd = static_cast<std::size_t>(anchored.rend() - lastAnchor);
+    const boost::unordered_flat_set<AbsoluteIRI> inCurrent(current.begin(), current.end());
+    std::optional<AbsoluteIRI> anchor;
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+        if (anchored[i]) {
+            // An anchor that others took off meanwhile is passed over: what followed it follows
+            // the anchor before.
+            if (inCurrent.contains(wanted[i]))
+                anchor = wanted[i];
+        } else if (i >= anchorsEnd) {
+            back.push_back(wanted[i]);
+        } else if (anchor) {
+            after[*anchor].push_back(wanted[i]);
+        } else {
+            front.push_back(wanted[i]);
+        }
+    }
+    FolderList result = std::move(front);
+    result.reserve(result.size() + current.size() + placed.size());
+    for (const AbsoluteIRI& folder : current) {
+        if (placed.contains(folder) || (inBase.contains(folder) && !kept.contains(folder)))
+            continue;
+        result.push_back(folder);
+        if (const auto it = after.find(folder); it != after.end())
+            result.insert(result.end(), it->second.begin(), it->second.end());
+    }
+    result.insert(result.end(), back.begin(), back.end());
+    return result;
+}
+
+bool RebaseOnSavedFile(const PathDefinitionFile& file, FolderList& base, FolderList& wanted,
+                       foundation::core::except::Notification& problems) {
+    auto saved = file.Load(problems);
+    if (saved.outcome == PathDefinitionFile::Outcome::Failed)
+        return false;
+    // With no file yet, the path that was started from is what is saved.
+    if (saved.outcome == PathDefinitionFile::Outcome::Loaded && saved.folders != base) {
+        wanted = RebaseChange(base, wanted, saved.folders);
+        base = std::move(saved.folders);
+    }
+    return true;
+}
+
+namespace {
+
+struct FolderId {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    friend bool operator==(const FolderId&, const FolderId&) = default;
+    friend std::size_t hash_value(const FolderId& id) {
+        return std::hash<std::uint64_t>()(id.device * 0x9E3779B97F4A7C15ULL ^ id.inode);
+    }
+};
+
+std::optional<FolderId> IdOf(const AbsoluteIRI& folder) {
+    try {
+        const auto native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folder));
+        os::FileStatus status;
+        if (os::System().Stat(native, status) != 0 || !status.IsFolder())
+            return std::nullopt;
+        return FolderId{status.device, status.inode};
+    } catch (const foundation::storage::vfs::Exception&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+void DropOtherNamesOf(FolderList& folders, const FolderList& added) {
+    boost::unordered_flat_set<FolderId> ids;
+    for (const AbsoluteIRI& folder : added) {
+        if (const auto id = IdOf(folder))
+            ids.insert(*id);
+    }
+    if (ids.empty())
+        return;
+    const boost::unordered_flat_set<AbsoluteIRI> isAdded(added.begin(), added.end());
+    std::erase_if(folders, [&](const AbsoluteIRI& folder) {
+        if (isAdded.contains(folder))
+            return false;
+        const auto id = IdOf(folder);
+        return id && ids.contains(*id);
+    });
+}
+
+}  // namespace Velmora::SearchPath::detail

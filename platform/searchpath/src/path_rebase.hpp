@@ -1,0 +1,53 @@
+#pragma once
+// Internal: carrying a change of the folder list over to a list that others have changed since.
+//
+// A process reads the saved path, works out the new path that its user asked for, and saves it. If
+// another process saved a change meanwhile, saving the new path as it stands would undo that
+// change. Instead the change is made again on what is saved now: the folders that it took off are
+// taken off, the folders that it put on or moved are put in the places it gave them, and whatever
+// the other processes did is kept.
+
+#include <cstddef>
+#include <vector>
+
+#include <foundation/core/except/notification.hpp>
+#include <foundation/storage/vfs/absolute_iri.hpp>
+
+namespace Velmora::SearchPath {
+class PathDefinitionFile;
+}
+
+namespace Velmora::SearchPath::detail {
+
+using FolderList = std::vector<foundation::storage::vfs::AbsoluteIRI>;
+
+// Anchors: for a sequence of ranks (a position in some other order, or -1 for none), which items
+// keep their order: one longest strictly increasing subsequence of the ranks that are not -1.
+//
+//   Anchors({0, 2, 1, -1, 3}) => {true, true, false, false, true}  (or 0, 1, 3 as anchors)
+std::vector<bool> Anchors(const std::vector<std::ptrdiff_t>& ranks);
+
+// RebaseChange: the change from `base` to `wanted`, made on `current` instead.
+//
+//   base {a, b, c}, wanted {x, a, c} (x added at the front, b removed), current {a, b, c, y}
+//     => {x, a, c, y}
+//
+// Folders of `wanted` that kept their order relative to `base` are anchors; each other folder of
+// `wanted` goes right after the anchor that precedes it there, folders before the first anchor go
+// to the front and folders after the last anchor to the end. REQUIRES: no list repeats a folder.
+FolderList RebaseChange(const FolderList& base, const FolderList& wanted,
+                        const FolderList& current);
+
+// RebaseOnSavedFile: reads the path saved in `file` (meant to be called under its change lock)
+// and, where it differs from `base`, carries the change from `base` to `wanted` over to it. On
+// return `base` is the saved path and `wanted` the change made on it. False, with the reasons in
+// `problems`, when the saved path cannot be read.
+bool RebaseOnSavedFile(const PathDefinitionFile& file, FolderList& base, FolderList& wanted,
+                       foundation::core::except::Notification& problems);
+
+// DropOtherNamesOf: takes out of `folders` each folder that is not in `added` but is the same
+// folder on disk (device and inode) as one that is: adding a folder under a new name moves it
+// rather than putting it on the path twice.
+void DropOtherNamesOf(FolderList& folders, const FolderList& added);
+
+}  // namespace Velmora::SearchPath::detail

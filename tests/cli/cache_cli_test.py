@@ -1,0 +1,87 @@
+"""The vpath command's path cache: a start from the cache sees what changed on disk, the cache
+follows changes of the path, and `vpath cache` and --no-cache do what they say."""
+
+import argparse
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+VPATH = None
+
+
+class PathCache(unittest.TestCase):
+    def setUp(self):
+        self.scratch = tempfile.TemporaryDirectory()
+        self.root = self.scratch.name
+        self.tb = os.path.join(self.root, "tb")
+        os.makedirs(os.path.join(self.tb, "+pkg"))
+        open(os.path.join(self.tb, "area.vl"), "w").close()
+        self.pathdef = os.path.join(self.root, "pathdef")
+        with open(self.pathdef, "w") as f:
+            f.write(self.tb + "\n")
+        self.cache_folder = os.path.join(self.root, "cache", "vpath")
+        self.env = dict(os.environ, VPATH_PATHDEF=self.pathdef, HOME=self.root,
+                        XDG_CACHE_HOME=os.path.join(self.root, "cache"))
+
+    def tearDown(self):
+        self.scratch.cleanup()
+
+    def vpath(self, *args):
+        done = subprocess.run([VPATH, *args], capture_output=True, text=True, env=self.env,
+                              timeout=60)
+        return done.returncode, done.stdout, done.stderr
+
+    def caches(self):
+        return sorted(os.listdir(self.cache_folder)) if os.path.isdir(self.cache_folder) else []
+
+    def test_start_writes_the_cache_and_later_starts_see_changes(self):
+        self.assertEqual(self.vpath("which", "area")[1], os.path.join(self.tb, "area.vl") + "\n")
+        self.assertEqual(len(self.caches()), 1)
+        self.assertIn("state: usable", self.vpath("cache", "status")[1])
+        # Files added to a folder and to a special subfolder after the cache was written.
+        open(os.path.join(self.tb, "+pkg", "circle.vl"), "w").close()
+        os.remove(os.path.join(self.tb, "area.vl"))
+        open(os.path.join(self.tb, "volume.vl"), "w").close()
+        self.assertEqual(self.vpath("which", "pkg/circle", "volume")[1].splitlines(),
+                         [os.path.join(self.tb, "+pkg", "circle.vl"),
+                          os.path.join(self.tb, "volume.vl")])
+        self.assertEqual(self.vpath("which", "area")[0], 1)
+
+    def test_add_and_rm_keep_the_cache_in_step_with_the_path(self):
+        other = os.path.join(self.root, "other")
+        os.mkdir(other)
+        open(os.path.join(other, "only.vl"), "w").close()
+        self.vpath("path")
+        self.assertEqual(self.vpath("add", other)[0], 0)
+        self.assertEqual(self.vpath("which", "only")[1], os.path.join(other, "only.vl") + "\n")
+        self.assertEqual(self.vpath("rm", other)[0], 0)
+        self.assertEqual(self.vpath("which", "only")[0], 1)
+
+    def test_no_cache_and_clear(self):
+        self.assertEqual(self.vpath("--no-cache", "which", "area")[0], 0)
+        self.assertEqual(self.caches(), [])
+        self.vpath("which", "area")
+        self.assertEqual(len(self.caches()), 1)
+        self.assertEqual(self.vpath("cache", "clear")[0], 0)
+        self.assertEqual(self.caches(), [])
+        self.assertIn("state: none", self.vpath("cache", "status")[1])
+
+    def test_a_damaged_cache_is_ignored(self):
+        self.vpath("which", "area")
+        [cache] = self.caches()
+        with open(os.path.join(self.cache_folder, cache), "r+b") as f:
+            f.seek(40)
+            f.write(b"\xff\xff\xff\xff")
+        self.assertIn("unusable", self.vpath("cache", "status")[1])
+        self.assertEqual(self.vpath("which", "area")[1], os.path.join(self.tb, "area.vl") + "\n")
+        self.assertIn("state: usable", self.vpath("cache", "status")[1])
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--vpath", required=True)
+    args, rest = parser.parse_known_args()
+    VPATH = args.vpath
+    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)

@@ -1,0 +1,219 @@
+"""vpath as a command: parse errors, global options, exit statuses, output errors, the first run,
+--path-file, and the generated man page and completion."""
+
+import argparse
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import cli_test
+from cli_test import example, run
+
+DOCS = None
+
+
+def commands():
+    """The subcommands, as help lists them."""
+    _, out, _ = run("--help")
+    section = out.decode().split("Subcommands:\n")[1].split("\n\n")[0]
+    return [line.split()[0] for line in section.splitlines()]
+
+
+class ParseErrors(unittest.TestCase):
+    def test_mistakes_are_named_with_the_nearest_valid_names(self):
+        cases = [
+            (["whcih", "area"], "vpath: unknown command 'whcih'; did you mean 'which'?"),
+            (["wtach"], "vpath: unknown command 'wtach'; did you mean 'watch'?"),
+            (["frobnicate"], "vpath: unknown command 'frobnicate'"),
+            (["which", "--fomr", "x", "area"],
+             "vpath: which: unknown option '--fomr'; did you mean '--from'?"),
+            (["--pth", "x", "path"], "vpath: unknown option '--pth'; did you mean '--path'?"),
+            (["path", "--path-f=x"], "vpath: path: unknown option '--path-f'; "
+                                     "did you mean '--path-file'?"),
+            # The unknown option explains the missing folders better than "folders is required".
+            (["add", "--ennd"], "vpath: add: unknown option '--ennd'; did you mean '--end'?"),
+            (["path", "extra"], "vpath: path: unexpected argument 'extra'"),
+            (["which"], "vpath: which: names (or --batch) is required"),
+            ([], "vpath: a command is required: which, ls, path, add, rm, split, diff"),
+        ]
+        for args, first_line in cases:
+            with self.subTest(args=args):
+                status, out, err = run(*args)
+                self.assertEqual((status, out), (2, b""))
+                lines = err.splitlines()
+                self.assertTrue(lines[0].startswith(first_line), err)
+                self.assertTrue(all(line.startswith("vpath: ") for line in lines), err)
+                self.assertIn("--help'", lines[-1])
+
+    def test_version(self):
+        status, out, err = run("--version")
+        self.assertEqual((status, err), (0, ""))
+        self.assertRegex(out.decode(), r"^vpath \d+\.\d+\.\d+\n$")
+
+
+class GlobalOptions(unittest.TestCase):
+    def test_accepted_after_the_command_and_listed_in_its_help(self):
+        for command in commands():
+            with self.subTest(command=command):
+                status, out, _ = run(command, "--help")
+                self.assertEqual(status, 0)
+                for text in (b"--path FOLDERS", b"--path-file FILE", b"--example",
+                             b"--pathdef FILE", b"Exit status:"):
+                    self.assertIn(text, out)
+        with tempfile.TemporaryDirectory() as tmp:
+            pathdef = os.path.join(tmp, "pathdef")
+            forms = [
+                (["--example", "which", "area"], ["which", "area", "--example"]),
+                (["--path", example("utils"), "ls"], ["ls", "--path", example("utils")]),
+                (["--pathdef", pathdef, "path"], ["path", "--pathdef", pathdef]),
+            ]
+            self.assertEqual(run("add", "--pathdef", pathdef, example("utils"))[0], 0)
+            for before, after in forms:
+                with self.subTest(before=before):
+                    first = run(*before)
+                    self.assertEqual(first[0], 0, first[2])
+                    self.assertNotEqual(first[1], b"")
+                    self.assertEqual(first, run(*after))
+
+    def test_one_given_path_at_a_time(self):
+        status, _, err = run("--example", "path", "--path", "/x")
+        self.assertEqual(status, 2)
+        self.assertIn("give one of --path, --path-file and --example", err)
+
+
+class ExitStatuses(unittest.TestCase):
+    def test_the_same_meaning_for_every_command(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            bad = os.path.join(tmp, "bad")
+            with open(bad, "w") as f:
+                f.write("relative\n")
+            empty = os.path.join(tmp, "empty")
+            cases = [
+                (0, ["--example", "which", "area"]),
+                (1, ["--example", "which", "area", "nothing_here"]),
+                (1, ["--pathdef", empty, "add", os.path.join(tmp, "missing")]),
+                (0, ["diff", bad.replace("bad", "empty2"), bad.replace("bad", "empty2")]),
+                (2, ["--pathdef", bad, "which", "area"]),
+                (2, ["--pathdef", bad, "path"]),
+                (2, ["--pathdef", bad, "add", tmp]),
+                (2, ["--example", "add", tmp]),
+                (2, ["--path-file", os.path.join(tmp, "no_such_file"), "path"]),
+            ]
+            with open(bad.replace("bad", "empty2"), "w"):
+                pass
+            for status, args in cases:
+                with self.subTest(args=args):
+                    self.assertEqual(run(*args)[0], status)
+
+    def test_an_error_writing_the_output_fails(self):
+        if not os.path.exists("/dev/full"):
+            self.skipTest("no /dev/full")
+        for args in (["--example", "which", "area"], ["--example", "path"], ["--help"],
+                     ["--version"], ["split", "a:b"]):
+            with self.subTest(args=args), open("/dev/full", "wb") as full:
+                done = subprocess.run([cli_test.VPATH] + args, stdout=full, stderr=subprocess.PIPE,
+                                      env=cli_test.UNSAVED_ENV, timeout=120)
+                self.assertEqual(done.returncode, 2)
+                self.assertEqual(done.stderr,
+                                 b"vpath: error writing standard output: No space left on device\n")
+
+
+class FirstRun(unittest.TestCase):
+    def test_no_saved_path_is_an_empty_path_with_a_hint(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            env = dict(os.environ, VPATH_PATHDEF=os.path.join(tmp, "pathdef"))
+            hint = "vpath: the search path is empty: add a folder with 'vpath add FOLDER'"
+            for args, status in ((["path"], 0), (["which", "area"], 1), (["ls"], 0)):
+                with self.subTest(args=args):
+                    got, out, err = run(*args, env=env)
+                    self.assertEqual((got, out), (status, b""))
+                    self.assertIn(hint, err)
+            # The first add saves exactly the folder named.
+            os.mkdir(os.path.join(tmp, "mine"))
+            self.assertEqual(run("add", os.path.join(tmp, "mine"), env=env)[0], 0)
+            with open(os.path.join(tmp, "pathdef"), "rb") as f:
+                self.assertEqual(f.read().splitlines()[1:], [os.fsencode(tmp) + b"/mine"])
+            self.assertNotIn("empty", run("path", env=env)[2])
+
+
+class GivenPaths(unittest.TestCase):
+    def test_path_file_from_standard_input_and_file_iris(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            root = os.fsencode(os.path.realpath(tmp))
+            for name in (b"a", b"b c", b"d\xff", b"e"):
+                os.mkdir(os.path.join(root, name))
+            listing = (b"# folders\n" + root + b"/a\r\n\nb c\nfile://" + root + b"/d%FF\n" +
+                       root + b"/e\n")
+            done = subprocess.run([cli_test.VPATH, "path", "--path-file", "-"], input=listing,
+                                  capture_output=True, cwd=root, env=cli_test.UNSAVED_ENV,
+                                  timeout=120)
+            self.assertEqual((done.returncode, done.stderr), (0, b""))
+            expected = [root + b"/a", root + b"/b c", root + b"/d\xff", root + b"/e"]
+            self.assertEqual(done.stdout.splitlines(), expected)
+            status, out, err = run("--path", "file://" + os.fsdecode(root) + "/a:e;file:" +
+                                   os.fsdecode(root) + "/b c", "path", cwd=root)
+            self.assertEqual((status, err), (0, ""))
+            self.assertEqual(out.splitlines(), [root + b"/a", root + b"/e", root + b"/b c"])
+
+
+class AddWarnings(unittest.TestCase):
+    def test_special_folders_are_named_with_their_parent(self):
+        with tempfile.TemporaryDirectory() as tmp:
+            root = os.path.realpath(tmp)
+            env = dict(os.environ, VPATH_PATHDEF=os.path.join(root, "pathdef"))
+            for name, kind in (("+pkg", "package"), ("@Cls", "class"), ("private", "private"),
+                               ("resources", "resources"), ("plain", None)):
+                folder = os.path.join(root, "tb", name)
+                os.makedirs(folder)
+                with self.subTest(name=name):
+                    status, _, err = run("add", folder, env=env)
+                    self.assertEqual(status, 0)
+                    if kind is None:
+                        self.assertEqual(err, "")
+                    else:
+                        self.assertEqual(err, f"vpath: warning: {folder} is a {kind} " +
+                                         err.split(f"is a {kind} ")[1])
+                        self.assertIn(f"add {root}/tb instead", err)
+
+
+class GeneratedDocuments(unittest.TestCase):
+    def test_bash_completes_commands_and_options_from_the_definitions(self):
+        script = os.path.join(DOCS, "vpath.bash")
+        cases = [
+            ("vpath wh", "which"),
+            ("vpath which --fr", "--from"),
+            ("vpath ls --pa", "--packages --path --path-file --pathdef"),
+            ("vpath --ver", "--version"),
+        ]
+        for line, expected in cases:
+            with self.subTest(line=line):
+                words = line.split(" ")
+                program = (f"source {script}; COMP_WORDS=({line}); COMP_CWORD={len(words) - 1}; "
+                           "_vpath; echo \"${COMPREPLY[*]}\"")
+                done = subprocess.run(["bash", "-c", program], capture_output=True, text=True)
+                self.assertEqual(done.stdout.split(), expected.split(), done.stderr)
+
+    def test_the_man_page_renders_cleanly_and_lists_every_command(self):
+        done = subprocess.run(["groff", "-man", "-Tutf8", "-P-cbou", "-ww", os.path.join(DOCS, "vpath.1")],
+                              capture_output=True, text=True)
+        self.assertEqual(done.stderr, "")
+        for command in commands():
+            self.assertIn(f"vpath {command}", done.stdout)
+        self.assertIn("EXIT STATUS", done.stdout)
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--vpath", required=True)
+    parser.add_argument("--examples", required=True)
+    parser.add_argument("--docs", required=True)
+    args, rest = parser.parse_known_args()
+    cli_test.VPATH = args.vpath
+    cli_test.EXAMPLES = os.path.realpath(args.examples)
+    DOCS = args.docs
+    with tempfile.TemporaryDirectory() as unsaved:
+        cli_test.UNSAVED_ENV = dict(os.environ,
+                                    VPATH_PATHDEF=os.path.join(unsaved, "never", "pathdef"))
+        unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)

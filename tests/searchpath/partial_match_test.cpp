@@ -1,0 +1,106 @@
+// GetPartiallyMatchingEntries of the scanned main search path: answered from its index of folder
+// names, and in agreement with the library's lenient rule entry by entry.
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <velmora/pathmanagement/partial_pathname.hpp>
+#include <velmora/searchpath/main_search_path.hpp>
+#include <velmora/text/ustring.hpp>
+
+#include "support/temp_tree.hpp"
+
+namespace {
+
+using namespace Velmora::PathManagement;
+using vpath_test::TempTreeTest;
+
+class PartialMatchTest : public TempTreeTest {
+  protected:
+    void SetUp() override {
+        for (const char* f : {"tb/geometry/+shapes/@Polygon/x", "tb/geometry/private/x",
+                              "tb/geometry/resources/x", "tb/ab/c/x", "tb/b/c/x", "tb/B/c/x",
+                              "tb/n\xe9/+p\xff/x", "tb/stats/@Sample/x", "tb/+odd/x"}) {
+            tree.File(f);
+        }
+        Velmora::SearchPath::ScanReport report;
+        path = Velmora::SearchPath::MainSearchPath::Scan(
+            {tree.IRI("tb/geometry"), tree.IRI("tb/ab/c"), tree.IRI("tb/b/c"), tree.IRI("tb/B/c"),
+             tree.IRI("tb/n\xe9"), tree.IRI("tb/stats"), tree.IRI("tb/+odd")},
+            report);
+        ASSERT_TRUE(report.empty());
+    }
+
+    // The locations below tb/ of the entries that the host answers with.
+    std::vector<std::string> Matching(const std::string& partial, FilenameMatchingPolicy policy) {
+        std::vector<std::string> found;
+        const ustring name = Velmora::text::FromNative(partial);
+        const auto root = Velmora::text::ToNative(tree.IRI("tb").getPath()) + "/";
+        for (const auto& e :
+             path->GetPartiallyMatchingEntries(SearchScope(kEverything), name, policy)) {
+            found.push_back(
+                Velmora::text::ToNative(e->GetAbsoluteIRI().getPath()).substr(root.size()));
+        }
+        return found;
+    }
+
+    static constexpr std::uint32_t kEverything[] = {0, 1, 2, 3, 4, 5};
+    std::shared_ptr<const Velmora::SearchPath::MainSearchPath> path;
+};
+
+TEST_F(PartialMatchTest, WholeFolderNamesInPathOrder) {
+    using V = std::vector<std::string>;
+    constexpr auto exact = FilenameMatchingPolicy::Exact;
+    const struct {
+        std::string partial;
+        FilenameMatchingPolicy policy;
+        V expected;
+    } cases[] = {
+        {"b/c", exact, V{"b/c"}},  // never ab/c
+        {"c", exact, V{"ab/c", "b/c", "B/c"}},
+        {"b/c", FilenameMatchingPolicy::IgnoreCase, V{"b/c", "B/c"}},
+        {"shapes", exact, V{"geometry/+shapes"}},
+        {"+shapes/Polygon", exact, V{"geometry/+shapes/@Polygon"}},
+        {"Polygon", exact, V{}},
+        {"Sample", exact, V{"stats/@Sample"}},
+        {"private", exact, V{"geometry/private"}},
+        {"geometry/resources", exact, V{"geometry/resources"}},
+        {"n\xe9/p\xff", exact, V{"n\xe9/+p\xff"}},
+        {"n\xc3\xa9/p\xff", exact, V{}},  // the same text in UTF-8 is other bytes
+        {"odd", exact, V{"+odd"}},
+        {"", exact, V{}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.partial);
+        EXPECT_EQ(Matching(c.partial, c.policy), c.expected);
+    }
+}
+
+TEST_F(PartialMatchTest, AgreesWithTheLenientRuleOnEveryEntry) {
+    const std::uint32_t scope[] = {0, 1, 2, 3, 4, 5};
+    PathEntryVector all;
+    path->ForEachEntry(SearchScope(scope), [&](const auto& e) {
+        all.push_back(e);
+        return false;
+    });
+    for (const std::string partial :
+         {"c", "b/c", "B/C", "shapes/@Polygon", "geometry/shapes", "resources", "@Sample", "x/c"}) {
+        for (const auto policy :
+             {FilenameMatchingPolicy::Exact, FilenameMatchingPolicy::IgnoreCase}) {
+            SCOPED_TRACE(partial);
+            const ustring name = Velmora::text::FromNative(partial);
+            const auto parts = SplitPartialPathname(name);
+            PathEntryVector expected;
+            for (const auto& e : all) {
+                if (DoesPartialPathnameMatchPathEntryIRI(parts, e, policy))
+                    expected.push_back(e);
+            }
+            EXPECT_EQ(path->GetPartiallyMatchingEntries(SearchScope(scope), name, policy),
+                      expected);
+        }
+    }
+}
+
+}  // namespace

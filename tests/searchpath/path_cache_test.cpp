@@ -1,0 +1,259 @@
+// The path cache: a start from the cache answers as a scan would, whatever happened on disk since
+// the cache was written and whatever became of the cache file.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include <velmora/pathmanagement/search_target.hpp>
+#include <velmora/searchpath/main_search_path.hpp>
+#include <velmora/searchpath/path_cache.hpp>
+
+#include "../../platform/searchpath/src/path_cache_format.hpp"
+#include "support/fault_system.hpp"
+#include "support/temp_tree.hpp"
+
+namespace {
+
+using foundation::storage::vfs::AbsoluteIRI;
+using Velmora::PathManagement::IPathEntry;
+using Velmora::PathManagement::SearchScope;
+using Velmora::SearchPath::EntryCache;
+using Velmora::SearchPath::FolderEntryList;
+using Velmora::SearchPath::LoadPathCache;
+using Velmora::SearchPath::MainSearchPath;
+using Velmora::SearchPath::ParsePathCache;
+using Velmora::SearchPath::PathCacheFactory;
+using Velmora::SearchPath::SavePathCache;
+using Velmora::SearchPath::ScanReport;
+using vpath_test::FaultSystem;
+namespace fs = std::filesystem;
+
+constexpr std::uint32_t kFull[] = {0, 1, 2, 3, 5};
+const AbsoluteIRI kRoot(u"file:///home/ada/.config/vpath/pathdef");
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+
+std::int64_t NowNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+// Everything a lookup can see of a path: each entry with its kind, locations and files.
+std::string Answers(const MainSearchPath& path) {
+    std::ostringstream out;
+    path.ForEachEntry(SearchScope(kFull), [&](const std::shared_ptr<const IPathEntry>& entry) {
+        out << static_cast<int>(entry->GetPathEntryType()) << ' '
+            << Velmora::text::ToNative(entry->GetAbsoluteIRI().toString()) << " -> "
+            << Velmora::text::ToNative(entry->GetCanonicalAbsoluteIRI().toString()) << ':';
+        for (const auto& item : *entry->GetItems())
+            out << ' ' << Velmora::text::ToNative(item->GetFileName());
+        out << '\n';
+        return false;
+    });
+    return out.str();
+}
+
+// Sets the times of a folder (access and modification) to `ns`.
+void SetTimes(const fs::path& folder, std::int64_t ns) {
+    const timespec t{static_cast<time_t>(ns / 1'000'000'000),
+                     static_cast<long>(ns % 1'000'000'000)};
+    const timespec times[2] = {t, t};
+    ASSERT_EQ(::utimensat(AT_FDCWD, folder.c_str(), times, 0), 0);
+}
+
+std::int64_t ModifiedNs(const fs::path& folder) {
+    struct stat st {};
+    EXPECT_EQ(::stat(folder.c_str(), &st), 0);
+    return static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1'000'000'000 + st.st_mtim.tv_nsec;
+}
+
+class PathCache : public vpath_test::TempTreeTest {
+  protected:
+    void SetUp() override {
+        for (const char* f :
+             {"one/area.vl", "one/+pkg/f.vl", "one/+pkg/@Cls/Cls.vl", "one/@Point/Point.vl",
+              "one/private/secret.vl", "one/resources/data.txt", "two/only.vl", "two/caf\xE9.vl"}) {
+            tree.File(f);
+        }
+        tree.Folder("target/+linked");
+        tree.File("target/+linked/l.vl");
+        tree.Link("two/+linked", tree.Path("target/+linked").string());
+        folders = {tree.IRI("one"), tree.IRI("two")};
+    }
+
+    std::shared_ptr<const MainSearchPath> Scan(const EntryCache* known = nullptr) const {
+        ScanReport report;
+        return MainSearchPath::Scan(folders, report, known);
+    }
+    // A start from the cache file: its entries revalidated against the disk.
+    std::shared_ptr<const MainSearchPath> Start() const {
+        EntryCache known;
+        known.Retain(LoadPathCache(tree.IRI("path.cache"), kRoot));
+        return Scan(&known);
+    }
+    // Writes the cache as if it were written a few seconds from now, so that it trusts the stamps
+    // of folders made just now (a folder's change time cannot be set back).
+    void Save(const MainSearchPath& path) const {
+        const std::int64_t later = NowNs() + 3 * kSecond;
+        std::ofstream(tree.Path("path.cache"), std::ios::binary | std::ios::trunc)
+            << PathCacheFactory(path.GetFolderEntries(), later).Encode(kRoot);
+    }
+    std::string CacheBytes() const {
+        std::ifstream in(tree.Path("path.cache"), std::ios::binary);
+        std::ostringstream out;
+        out << in.rdbuf();
+        return out.str();
+    }
+
+    std::vector<AbsoluteIRI> folders;
+};
+
+TEST_F(PathCache, UnchangedFoldersAreTakenFromTheCacheWithOneStatEach) {
+    const auto scanned = Scan();
+    Save(*scanned);
+    const std::string loaded =
+        Answers(*MainSearchPath::Create(LoadPathCache(tree.IRI("path.cache"), kRoot)));
+    EXPECT_EQ(loaded, Answers(*scanned));
+
+    FaultSystem counts;
+    EntryCache known;
+    const auto entries = LoadPathCache(tree.IRI("path.cache"), kRoot);
+    known.Retain(entries);
+    const auto started = Scan(&known);
+    EXPECT_EQ(Answers(*started), Answers(*scanned));
+    EXPECT_EQ(started->GetFolderEntries(), entries);  // the very objects: nothing changed
+    EXPECT_EQ(counts.Calls(FaultSystem::Op::ListFolder), 0);
+    // One realpath remains: the special subfolder reached through a symbolic link.
+    EXPECT_EQ(counts.Calls(FaultSystem::Op::RealPath), 1);
+}
+
+TEST_F(PathCache, ChangesAfterWritingAreSeenAtTheNextStart) {
+    struct Case {
+        const char* name;
+        void (*change)(const vpath_test::TempTree&);
+        const char* folder;  // whose times are forced back to what the cache holds
+    };
+    const Case cases[] = {
+        {"file added", [](const vpath_test::TempTree& t) { t.File("two/new.vl"); }, "two"},
+        {"file removed", [](const vpath_test::TempTree& t) { fs::remove(t.Path("one/area.vl")); },
+         "one"},
+        {"file renamed",
+         [](const vpath_test::TempTree& t) {
+             fs::rename(t.Path("one/+pkg/f.vl"), t.Path("one/+pkg/g.vl"));
+         },
+         "one/+pkg"},
+        {"special folder added", [](const vpath_test::TempTree& t) { t.File("two/@New/New.vl"); },
+         "two"},
+        {"linked folder changed",
+         [](const vpath_test::TempTree& t) { t.File("target/+linked/m.vl"); }, "target/+linked"},
+    };
+    for (const bool forceTimesBack : {false, true}) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(c.name) + (forceTimesBack ? ", times forced back" : ""));
+            fs::remove_all(tree.Root());
+            fs::create_directories(tree.Root());
+            SetUp();
+            Save(*Scan());
+            const std::int64_t cachedTime = ModifiedNs(tree.Path(c.folder));
+            c.change(tree);
+            if (forceTimesBack)
+                SetTimes(tree.Path(c.folder), cachedTime);
+            EXPECT_EQ(Answers(*Start()), Answers(*Scan()));
+        }
+    }
+}
+
+TEST_F(PathCache, ChangeInTheTickOfWritingIsSeenOnCoarseFileSystems) {
+    FaultSystem coarse;
+    coarse.CoarsenFolderTimes(1'000'000'000);  // whole seconds, folder sizes unknown
+    // Fresh folders: their stamps fall in the second the cache is written.
+    tree.File("fresh/a.vl");
+    folders = {tree.IRI("fresh")};
+    SavePathCache(tree.IRI("path.cache"), kRoot, Scan()->GetFolderEntries());
+    tree.File("fresh/b.vl");
+    EXPECT_EQ(Answers(*Start()), Answers(*Scan()));
+    EXPECT_NE(Answers(*Start()).find("b.vl"), std::string::npos);
+}
+
+using Velmora::SearchPath::path_cache_internal::Reseal;
+
+TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
+    const auto scanned = Scan();
+    Save(*scanned);
+    const std::string good = CacheBytes();
+    const std::string expected = Answers(*scanned);
+    std::string why;
+    ASSERT_FALSE(ParsePathCache(good, kRoot, why).empty()) << why;
+
+    std::vector<std::pair<std::string, std::string>> damaged = {
+        {"empty", ""},
+        {"other version", Reseal([&] {
+             auto b = good;
+             b[8] = 2;
+             return b;
+         }())},
+        {"other byte order", Reseal([&] {
+             auto b = good;
+             std::reverse(b.begin() + 12, b.begin() + 16);
+             return b;
+         }())},
+        {"other magic", "X" + good.substr(1)},
+        {"trailing bytes dropped from the last section", good.substr(0, good.size() - 1)},
+    };
+    std::mt19937 random(20261123);
+    for (int i = 0; i < 40; ++i) {
+        const std::size_t at = random() % good.size();
+        damaged.emplace_back("truncated at " + std::to_string(at), good.substr(0, at));
+        auto flipped = good;
+        flipped[at] = static_cast<char>(flipped[at] ^ (1 << (random() % 8)));
+        damaged.emplace_back("bit flipped at " + std::to_string(at), flipped);
+    }
+    for (const auto& [name, bytes] : damaged) {
+        SCOPED_TRACE(name);
+        EXPECT_TRUE(ParsePathCache(bytes, kRoot, why).empty());
+        std::ofstream(tree.Path("path.cache"), std::ios::binary | std::ios::trunc) << bytes;
+        EXPECT_EQ(Answers(*Start()), expected);
+    }
+    {
+        SCOPED_TRACE("written for another root");
+        EXPECT_TRUE(ParsePathCache(good, AbsoluteIRI(u"file:///other/pathdef"), why).empty());
+    }
+    {
+        SCOPED_TRACE("a folder where the cache should be");
+        fs::remove(tree.Path("path.cache"));
+        tree.Folder("path.cache");
+        EXPECT_EQ(Answers(*Start()), expected);
+    }
+}
+
+TEST_F(PathCache, StampsNearTheTimeOfWritingAreNotTrusted) {
+    const auto scanned = Scan();
+    // Written long after the folders last changed, the stamps are kept and the entries reused;
+    // written within the racy window, every folder is listed again at the next start.
+    const std::pair<std::int64_t, bool> cases[] = {{NowNs() + 600 * kSecond, true},
+                                                   {NowNs() + kSecond, false}};
+    for (const auto& [writtenAt, reused] : cases) {
+        SCOPED_TRACE(reused ? "old stamps" : "racy stamps");
+        std::string why;
+        EntryCache known;
+        const auto entries = ParsePathCache(
+            PathCacheFactory(scanned->GetFolderEntries(), writtenAt).Encode(kRoot), kRoot, why);
+        known.Retain(entries);
+        const auto started = Scan(&known);
+        EXPECT_EQ(started->GetFolderEntries() == entries, reused);
+        EXPECT_EQ(Answers(*started), Answers(*scanned));
+    }
+}
+
+}  // namespace

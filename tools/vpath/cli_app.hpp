@@ -1,0 +1,36 @@
+#pragma once
+// The vpath application around its subcommands: global options, help, the version, parse errors
+// with suggestions, exit statuses and output errors. main registers the subcommands, then calls
+// SetUpApp and RunApp.
+
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "cli_context.hpp"
+#include "commands.hpp"
+
+namespace vpath_cli {
+
+// Example: one line of the examples that help and the man page show.
+struct Example {
+    const char* command;  // the subcommand it shows, for that subcommand's help
+    const char* line;     // as typed, without "vpath "
+    const char* what;
+};
+
+// Examples: every example, in the order the main help shows them.
+const std::vector<Example>& Examples();
+
+// SetUpApp: call after every subcommand is registered. Adds the global options to the application
+// and to each subcommand, --version, the help sections (examples, exit statuses), and lets parsing
+// collect unknown arguments so that RunApp can name the nearest valid ones.
+void SetUpApp(CLI::App& app, PathOptions& pathOptions);
+
+// RunApp: parses the arguments, runs the chosen command and returns the exit status (see
+// exit_status.hpp). Every message it prints starts with "vpath:". An error writing standard output
+// is reported and makes the status kExitTrouble.
+int RunApp(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv);
+
+}  // namespace vpath_cli

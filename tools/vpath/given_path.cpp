@@ -1,0 +1,143 @@
+#include "given_path.hpp"
+
+#include <iostream>
+#include <iterator>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include <velmora/os/system.hpp>
+#include <velmora/pathmanagement/path_strings.hpp>
+#include <velmora/searchpath/folder_scanner.hpp>
+
+#include "build_info.hpp"
+
+namespace vpath_cli {
+namespace {
+
+using foundation::storage::vfs::AbsoluteIRI;
+
+bool IsSchemeText(std::u16string_view text) {
+    if (text.empty() ||
+        !((text[0] >= u'a' && text[0] <= u'z') || (text[0] >= u'A' && text[0] <= u'Z')))
+        return false;
+    for (const char16_t c : text) {
+        const bool ok = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') ||
+                        (c >= u'0' && c <= u'9') || c == u'+' || c == u'-' || c == u'.';
+        if (!ok)
+            return false;
+    }
+    return true;
+}
+
+// Whether the colon at `colon` ends an IRI's scheme rather than separating two folders: the
+// same test as the storage layer's hasIRIPrefix, "scheme://" or "file:/".
+bool IsSchemeColon(const ustring& text, std::size_t start, std::size_t colon) {
+    const std::u16string_view scheme(text.data() + start, colon - start);
+    if (!IsSchemeText(scheme))
+        return false;
+    const std::u16string_view rest(text.data() + colon + 1, text.size() - colon - 1);
+    if (rest.starts_with(u"//"))
+        return true;
+    return rest.starts_with(u"/") && scheme.size() == 4 &&
+           Velmora::text::ToNative(ustring(scheme)) == "file";
+}
+
+// The lines of a --path-file, without comment and empty lines.
+std::vector<ustring> FolderLines(const std::string& content) {
+    std::vector<ustring> lines;
+    std::size_t start = 0;
+    while (start < content.size()) {
+        std::size_t end = content.find('\n', start);
+        if (end == std::string::npos)
+            end = content.size();
+        std::string line = content.substr(start, end - start);
+        start = end + 1;
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (!line.empty() && line.front() != '#')
+            lines.push_back(Arg(line));
+    }
+    return lines;
+}
+
+std::string ReadPathFile(const std::string& file) {
+    if (file == "-")
+        return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
+    std::string content;
+    if (const int error = Velmora::os::System().ReadFile(file, content)) {
+        throw std::runtime_error(
+            fmt::format("--path-file {}: {}", file, Velmora::os::ErrorText(error)));
+    }
+    return content;
+}
+
+std::vector<AbsoluteIRI> ExampleToolboxFolders() {
+    const auto root = ExampleToolboxRoot();
+    if (!root) {
+        throw std::runtime_error(
+            "the example toolbox is not installed beside this vpath; give a path with --path");
+    }
+    return Velmora::SearchPath::ListOrdinarySubfolders(
+        Velmora::PathManagement::GetIRIFromString(Arg(*root)));
+}
+
+std::optional<std::string> ExistingFolder(const std::string& path) {
+    std::string real;
+    Velmora::os::FileStatus status;
+    if (Velmora::os::System().RealPath(path, real) != 0 ||
+        Velmora::os::System().Stat(real, status) != 0 || !status.IsFolder()) {
+        return std::nullopt;
+    }
+    return real;
+}
+
+}  // namespace
+
+std::vector<ustring> SplitPathArgument(const ustring& text) {
+    std::vector<ustring> folders;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i <= text.size(); ++i) {
+        if (i < text.size() && text[i] != u';' && text[i] != u':')
+            continue;
+        if (i < text.size() && text[i] == u':' && IsSchemeColon(text, start, i))
+            continue;
+        if (i > start)
+            folders.push_back(text.substr(start, i - start));
+        start = i + 1;
+    }
+    return folders;
+}
+
+std::optional<std::string> ExampleToolboxRoot() {
+    std::string program;
+    if (Velmora::os::System().RealPath("/proc/self/exe", program) != 0)
+        return std::nullopt;
+    const std::string folder = program.substr(0, program.rfind('/'));
+    if (auto installed = ExistingFolder(folder + "/" + kInstalledToolbox))
+        return installed;
+    if (ExistingFolder(kBuildTreeProgramFolder) == folder)
+        return ExistingFolder(kSourceTreeToolbox);
+    return std::nullopt;
+}
+
+std::optional<std::vector<AbsoluteIRI>> GivenFolders(const PathOptions& options) {
+    const int given = int(options.pathList.has_value()) + int(options.pathFile.has_value()) +
+                      int(options.example);
+    if (given == 0)
+        return std::nullopt;
+    if (given > 1)
+        throw std::runtime_error("give one of --path, --path-file and --example, not several");
+    if (options.example)
+        return ExampleToolboxFolders();
+    const std::vector<ustring> texts = options.pathList
+                                           ? SplitPathArgument(Arg(*options.pathList))
+                                           : FolderLines(ReadPathFile(*options.pathFile));
+    std::vector<AbsoluteIRI> folders;
+    folders.reserve(texts.size());
+    for (const ustring& text : texts)
+        folders.push_back(ToFolderIRI(text));
+    return folders;
+}
+
+}  // namespace vpath_cli

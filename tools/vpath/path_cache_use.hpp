@@ -1,0 +1,50 @@
+#pragma once
+// The command's path cache: where the cache of a path lives, and when it is read and written.
+//
+// Each path has its own cache file under $XDG_CACHE_HOME/vpath/ (else ~/.cache/vpath/): one per
+// path definition file, one per --path folder list. A start reads it and lists again only the
+// folders whose stamps changed; a start that found a change writes it anew (to a temporary file,
+// renamed over the old one). --no-cache turns all of this off.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <foundation/storage/vfs/absolute_iri.hpp>
+#include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/path_cache.hpp>
+
+namespace vpath_cli {
+
+// DisableCache: nothing is read from or written to a path cache from now on (--no-cache).
+void DisableCache();
+
+// CacheSlot: the cache of one path: its file and the root it is written for.
+struct CacheSlot {
+    foundation::storage::vfs::AbsoluteIRI file;
+    foundation::storage::vfs::AbsoluteIRI root;
+};
+
+// CacheForPathDefinition: the cache of the path kept in the path definition file `pathdef`
+// (native path). None when caching is off or there is no cache folder.
+std::optional<CacheSlot> CacheForPathDefinition(const std::string& pathdef);
+// CacheForFolders: the cache of a path given as a folder list (--path).
+std::optional<CacheSlot> CacheForFolders(
+    const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
+
+// LoadCache: the entries saved in the cache; none when there is no usable cache.
+Velmora::SearchPath::FolderEntryList LoadCache(const std::optional<CacheSlot>& slot);
+
+// SaveCacheIfChanged: writes the cache of `entries` unless they are the very entries `loaded`.
+// A failure is printed as a warning: the cache only saves time.
+void SaveCacheIfChanged(const std::optional<CacheSlot>& slot,
+                        const Velmora::SearchPath::FolderEntryList& loaded,
+                        const Velmora::SearchPath::FolderEntryList& entries);
+
+// UseCache: starts `manager`'s cache bookkeeping: writes the cache now if the start found a change
+// since `loaded`, and again after every change of the path.
+void UseCache(const std::optional<CacheSlot>& slot,
+              const Velmora::SearchPath::FolderEntryList& loaded,
+              Velmora::SearchPath::MainSearchPathManager& manager);
+
+}  // namespace vpath_cli

@@ -1,0 +1,61 @@
+#include "resolver.hpp"
+
+#include <velmora/pathinterfaces/constants.hpp>
+#include <velmora/pathmanagement/lookup.hpp>
+
+namespace vpath_cli {
+
+using namespace Velmora::PathManagement;
+
+Resolver::Resolver(const IPath& path, std::optional<foundation::storage::vfs::AbsoluteIRI> from)
+    : m_path(path), m_from(std::move(from)) {}
+
+OptionalFoundItem Resolver::InUse(const detail::SearchTarget& target) const {
+    return m_from ? FindFirstFileVisibleFromFolder(m_path, *m_from, target, kPolicy)
+                  : FindFirstFileVisibleOnPath(m_path, target, kPolicy);
+}
+
+std::vector<FoundItem> Resolver::All(const detail::SearchTarget& target) const {
+    std::vector<FoundItem> all;
+    const auto inUse = InUse(target);
+    if (!inUse)
+        return all;
+    all.push_back(*inUse);
+    for (const auto& found : Candidates(target)) {
+        if (found.GetPathItem() != inUse->GetPathItem())
+            all.push_back(found);
+    }
+    return all;
+}
+
+std::vector<FoundItem> Resolver::Candidates(const detail::SearchTarget& target) const {
+    const bool qualified =
+        target.baseName->find_first_of(Constants::PathnameSeparatorStr) != ustring::npos;
+    static const std::uint32_t kPrimary[] = {0};
+    static const std::uint32_t kFull[] = {0, 1, 2, 3, 4};
+    const SearchScope scope = qualified ? SearchScope(kFull) : SearchScope(kPrimary);
+    auto inFolders = m_path.FindAllInScope(scope, target, kPolicy);
+    if (qualified)
+        return inFolders;
+    // Class folders of the name, merged in by path order; on a tie the plain file comes first.
+    std::vector<FoundItem> inClasses;
+    for (const auto& entry : m_path.GetMethodEntriesByName(SearchScope(kPrimary), *target.baseName,
+                                                           FilenameMatchingPolicy::Exact)) {
+        if (auto item = entry->FindFile(target, kPolicy))
+            inClasses.emplace_back(item, entry);
+    }
+    std::vector<FoundItem> merged;
+    merged.reserve(inFolders.size() + inClasses.size());
+    auto f = inFolders.begin();
+    auto c = inClasses.begin();
+    while (f != inFolders.end() || c != inClasses.end()) {
+        const bool classFirst =
+            f == inFolders.end() ||
+            (c != inClasses.end() &&
+             m_path.FirstEntryIsBeforeSecondOnPath(*c->GetPathEntry(), *f->GetPathEntry()));
+        merged.push_back(classFirst ? *c++ : *f++);
+    }
+    return merged;
+}
+
+}  // namespace vpath_cli
