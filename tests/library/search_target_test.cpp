@@ -52,8 +52,12 @@ TEST(SearchTarget, ExtensionInTheNameWins) {
         {u"area.vl", exts, u"area", {u".vl"}},
         {u"archive.tar.gz", exts, u"archive.tar", {u".gz"}},
         {u"shapes/circle.vlp", exts, u"shapes/circle", {u".vlp"}},
-        // A name ending in "." looks for that exact name less nothing but the dot.
+        // A name ending in "." looks for that exact name less nothing but the dot, even where the
+        // file-system layer sees no extension.
         {u"notes.", exts, u"notes", {u"."}},
+        {u"..", exts, u".", {u"."}},
+        // A trailing separator is no part of the name's extension: the "/" comes last.
+        {u"dir.d/", exts, u"dir.d/", {u""}},
         // No extension and no list: the exact name.
         {u"Readme", {}, u"Readme", {u""}},
         {u"", {}, u"", {u""}},
@@ -90,40 +94,23 @@ TEST(SearchTarget, BorrowsWhenTheListDecides) {
 
 TEST(SearchTarget, CopiesAndMovesPointIntoTheirOwnStorage) {
     const std::vector<ustring> exts = {u".vl"};
-    const ustring name = u"area.vlp";
-    auto original = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
-    ASSERT_TRUE(original.IsOwning());
-    EXPECT_EQ(original.baseName, &*original.ownedBaseName);
-    {
-        // A copy points at its own storage, not the original's.
-        const auto copy = original;
-        EXPECT_EQ(copy.baseName, &*copy.ownedBaseName);
-        EXPECT_EQ(copy.extensions, &*copy.ownedExtensions);
-        EXPECT_EQ(*copy.baseName, u"area");
-        EXPECT_THAT(*copy.extensions, ElementsAre(u".vlp"));
+    const ustring name = u"area.vlp", plain = u"plain";
+    const auto original = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
+    auto source = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
+    detail::SearchTarget copied(original), moved(std::move(source));
+    detail::SearchTarget copyAssigned(plain, exts), moveAssigned(plain, exts);
+    copyAssigned = original;
+    moveAssigned = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
+    for (const detail::SearchTarget* t : {&copied, &moved, &copyAssigned, &moveAssigned}) {
+        EXPECT_EQ(t->baseName, &*t->ownedBaseName);
+        EXPECT_EQ(t->extensions, &*t->ownedExtensions);
+        EXPECT_EQ(*t->baseName, u"area");
+        EXPECT_THAT(*t->extensions, ElementsAre(u".vlp"));
     }
-    {
-        // So does a move, and the target survives the source's destruction.
-        detail::SearchTarget moved = std::move(original);
-        EXPECT_EQ(moved.baseName, &*moved.ownedBaseName);
-        EXPECT_EQ(*moved.baseName, u"area");
-        std::vector<detail::SearchTarget> many;
-        for (int i = 0; i < 40; ++i)
-            many.push_back(moved);  // reallocations move them
-        for (const auto& t : many)
-            EXPECT_EQ(t.baseName, &*t.ownedBaseName);
-    }
-    {
-        // Assignment re-seats too, in both directions.
-        const ustring plain = u"plain";
-        detail::SearchTarget borrowing(plain, exts);
-        auto owning = CreateSearchTargetWithExtensionInFilenamePreferred(u"x.vl", exts);
-        borrowing = owning;
-        EXPECT_EQ(borrowing.baseName, &*borrowing.ownedBaseName);
-        owning = detail::SearchTarget(plain, exts);
-        EXPECT_FALSE(owning.IsOwning());
-        EXPECT_EQ(owning.baseName, &plain);
-    }
+    // Assigning a borrowing target makes the target borrow again.
+    moveAssigned = detail::SearchTarget(plain, exts);
+    EXPECT_FALSE(moveAssigned.IsOwning());
+    EXPECT_EQ(moveAssigned.baseName, &plain);
 }
 
 }  // namespace

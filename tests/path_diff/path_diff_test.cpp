@@ -130,22 +130,6 @@ TEST(LongestCommonSubsequence, LongChainsAreReleasedWithoutDeepRecursion) {
     EXPECT_EQ(result.front(), half);
 }
 
-// The answer is common to both, in order, and as long as the reference finds.
-RC_GTEST_PROP(LongestCommonSubsequence, CommonInOrderAndLongest, ()) {
-    const PathEntryVector pool = RandomPool();
-    const PathEntryVector a = *RandomList(pool), b = *RandomList(pool);
-    const PathEntryVector result = Lcs(a, b);
-    for (const auto* list : {&a, &b}) {
-        auto it = list->begin();
-        for (const auto& element : result) {
-            it = std::find(it, list->end(), element);
-            RC_ASSERT(it != list->end());
-            ++it;
-        }
-    }
-    RC_ASSERT(result.size() == ReferenceLcsLength(a, b));
-}
-
 TEST(PathEntryVectorDifferentiator, WorkedCases) {
     struct Case {
         const char *before, *after, *added, *removed, *reordered, *refreshedBefore, *refreshedAfter;
@@ -254,35 +238,6 @@ TEST(PathEntryVectorDifferentiator, AccumulatesAndKeepsResultsOnFailure) {
         EXPECT_THROW(d.Compare(before, e("RPS"), Filter{0}), std::runtime_error);
         EXPECT_EQ(*d.GetReordered(), e("AP"));
         EXPECT_EQ(*added, e("DC"));
-    }
-}
-
-TEST(PathEntryVectorDifferentiator, LongListsSortOnSeveralThreads) {
-    // Long enough for every sort to be split across threads; every other entry refreshed, and the
-    // order reversed, which leaves one entry in place.
-    PathEntryVector before, after;
-    std::shared_ptr<FakeEntry> last;
-    for (int i = 0; i < 3000; ++i) {
-        before.push_back(Entry(std::to_string(i)));
-        after.push_back(i % 2 ? before.back() : (last = Entry(std::to_string(i))));
-    }
-    std::reverse(after.begin(), after.end());
-    {
-        // Pairs aligned and in IRI order.
-        const Results r = Diff(before, after);
-        ASSERT_EQ(r.refreshedAfter.size(), 1500u);
-        for (std::size_t k = 0; k < 1500; ++k) {
-            EXPECT_EQ(r.refreshedBefore[k]->GetAbsoluteIRI(),
-                      r.refreshedAfter[k]->GetAbsoluteIRI());
-            EXPECT_TRUE(k == 0 || r.refreshedAfter[k - 1]->GetAbsoluteIRI() <
-                                      r.refreshedAfter[k]->GetAbsoluteIRI());
-        }
-        EXPECT_EQ(r.reordered.size(), 1499u);
-    }
-    {
-        // A failure inside a parallel sort is raised again on the calling thread.
-        last->ThrowOnIRI(true);
-        EXPECT_THROW(Diff(before, after), std::runtime_error);
     }
 }
 

@@ -17,15 +17,6 @@ using ::testing::ElementsAre;
 
 using Paths = std::vector<std::shared_ptr<const IPath>>;
 
-TEST(ConcatenatedPath, WithNoSubPathsNothingIsFoundOrOnIt) {
-    const ConcatenatedPath path(Paths{});
-    const auto stranger = Entry("x");
-    EXPECT_TRUE(path.GetMainEntries()->empty());
-    EXPECT_EQ(FirstHolder(path, u"f"), "");
-    EXPECT_FALSE(path.IsEntryOnPath(*stranger));
-    EXPECT_FALSE(path.FirstEntryIsBeforeSecondOnPath(*stranger, *stranger));
-}
-
 TEST(ConcatenatedPath, AnswersInSubPathOrderKeepingRepeats) {
     const auto a = Entry("a", {u"f.vl"});
     const auto m = Entry("@m", {u"g.vl"}, PathEntryType::AtFolder);

@@ -1,7 +1,5 @@
 // DeduplicatedPath: chained paths with every folder and every found file shown once.
 
-#include <stdexcept>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -110,28 +108,6 @@ TEST(DeduplicatedPath, WalksSkipRepeatsWhicheverWayTheyGo) {
         path.GetMainEntries();
         sub->AddMain(Entry("late"));
         EXPECT_EQ(Walk(path), std::vector<std::string>{empty ? "late" : "a"});
-    }
-}
-
-TEST(DeduplicatedPath, EmptyAndFailingCases) {
-    {
-        const DeduplicatedPath path(Paths{});
-        EXPECT_TRUE(path.GetMainEntries()->empty());
-        EXPECT_TRUE(path.GetMethodEntries().empty());
-        EXPECT_FALSE(path.ForEachEntry(SearchScope(kAllKinds), [](const auto&) { return true; }));
-    }
-    {
-        // A failing fill is retried, and an entry whose location fails fails the call.
-        const auto sub = FakePath::Make({Entry("a"), Entry("a")});
-        const DeduplicatedPath path(Paths{sub});
-        sub->FailNextMainEntries(1);
-        EXPECT_THROW(path.GetMainEntries(), std::runtime_error);
-        EXPECT_THAT(Names(*path.GetMainEntries()), ElementsAre("a"));
-        const auto broken = Entry("broken");
-        broken->ThrowOnIRI(true);
-        const DeduplicatedPath brokenPath(Paths{FakePath::Make({broken})});
-        EXPECT_THROW(brokenPath.GetMainEntries(), std::runtime_error);
-        EXPECT_THROW(Walk(brokenPath), std::runtime_error);
     }
 }
 
