@@ -6,6 +6,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -19,6 +20,7 @@
 
 #include "change_report.hpp"
 #include "commands.hpp"
+#include "given_path.hpp"
 
 namespace vpath_cli {
 namespace {
@@ -98,9 +100,13 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
         options.poll ? std::optional(ParsePoll(*options.poll)) : std::nullopt;
     const std::optional<std::uint64_t> limit =
         options.count ? std::optional(ParseCount(*options.count)) : std::nullopt;
-    const auto manager = OpenManager(pathOptions, Purpose::Read);
+    // A path given on the command line is watched as it stands; it has no file to follow.
+    const auto given = GivenFolders(pathOptions);
+    const auto manager = given ? std::make_unique<Velmora::SearchPath::MainSearchPathManager>(
+                                     *given, Velmora::SearchPath::MainSearchPathManager::Options{})
+                               : OpenManager(pathOptions, Purpose::Read);
     if (!manager)
-        return kExitRefused;
+        return kExitTrouble;
     PrintWarnings(*manager->GetWarnings());
     Printer printer(options.json, limit);
     manager->AddPathChangeObserver([&](const auto& change) { printer(change); });
