@@ -96,8 +96,9 @@ class Printer {
 };
 
 int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
-    const std::optional<double> poll =
-        options.poll ? std::optional(ParsePoll(*options.poll)) : std::nullopt;
+    // A plain value rather than an optional: GCC cannot see that it is set wherever it is read.
+    const bool polling = options.poll.has_value();
+    const double pollSeconds = polling ? ParsePoll(*options.poll) : 0.0;
     const std::optional<std::uint64_t> limit =
         options.count ? std::optional(ParseCount(*options.count)) : std::nullopt;
     // A path given on the command line is watched as it stands; it has no file to follow.
@@ -111,7 +112,7 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
     Printer printer(options.json, limit);
     manager->AddPathChangeObserver([&](const auto& change) { printer(change); });
 
-    if (!poll) {
+    if (!polling) {
         Velmora::SearchPath::PathWatcher watcher(
             *manager, {.warn = [](const std::string& warning) { Warn(warning); },
                        .failed =
@@ -127,7 +128,7 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
         return kExitOk;
     }
     // Polling reads every folder each time and sees only changes that move a folder's stamp.
-    const std::chrono::duration<double> pause(*poll);
+    const std::chrono::duration<double> pause(pollSeconds);
     while (!printer.WaitForLimit(pause)) {
         foundation::core::except::Notification problems;
         manager->ReloadPathDefinition(problems);
