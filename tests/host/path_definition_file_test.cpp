@@ -291,10 +291,10 @@ TEST_F(PathDefinition, AKilledSaverLeavesTheOldOrTheNewFileAndAnInPlaceSaverWoul
     Notification problems;
     ASSERT_TRUE(File().Save(vpath_test::CrashPaths()[0], problems));
     {
-        // The saver did get to save, both paths, and was often killed in the middle of a save.
+        // The saver did get to save and was often killed in the middle of a save. (Whether any
+        // kill also lands before its first save depends on how fast the saver starts.)
         const KillOutcomes outcomes = KillRepeatedly(Location(), "atomic", 200);
         EXPECT_EQ(outcomes.torn, 0);
-        EXPECT_GT(outcomes.first, 0);
         EXPECT_GT(outcomes.second, 0);
         EXPECT_GT(outcomes.duringSave, 0);
         EXPECT_EQ(outcomes.mostTemporaries, 1);

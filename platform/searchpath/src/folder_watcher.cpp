@@ -93,11 +93,12 @@ bool FolderWatcher::Watch(const AbsoluteIRI& location, const std::string& native
     return fresh;
 }
 
-void FolderWatcher::WatchTree(const FolderEntry& entry) {
+void FolderWatcher::WatchTree(const FolderEntry& entry, std::vector<AbsoluteIRI>* fresh) {
     const std::string native = text::ToNative(entry.GetAbsoluteIRI().getPath());
-    Watch(entry.GetAbsoluteIRI(), native);
+    if (Watch(entry.GetAbsoluteIRI(), native) && fresh != nullptr)
+        fresh->push_back(entry.GetAbsoluteIRI());
     for (const auto& sub : entry.SubEntries())
-        WatchTree(*sub);
+        WatchTree(*sub, fresh);
 }
 
 // Watched first, listed after: a folder made inside it meanwhile is either in the listing or

@@ -36,8 +36,10 @@ class FolderWatcher {
 
     // Open: makes the watch queue; an errno value when inotify cannot be had.
     int Open();
-    // WatchTree: watches `entry`'s folder and every folder beneath it on the path.
-    void WatchTree(const FolderEntry& entry);
+    // WatchTree: watches `entry`'s folder and every folder beneath it on the path; the folders
+    // that were not watched before are added to `fresh` if given.
+    void WatchTree(const FolderEntry& entry,
+                   std::vector<foundation::storage::vfs::AbsoluteIRI>* fresh = nullptr);
     // Wait: waits at most `timeout` for changes and adds them to `out`.
     void Wait(std::chrono::milliseconds timeout, WatchedChanges& out);
     // Poll: the polled folders whose stamp changed since the last look.

@@ -38,12 +38,15 @@ struct PathWatcher::Impl {
     Impl(MainSearchPathManager& m, Options o)
         : manager(m), options(std::move(o)), folders(m.GetPathDefinitionPath(), options.warn) {}
 
-    // Watches what the current snapshot has and the last one watched had not.
+    // Watches what the current snapshot has and the last one watched had not. A folder that
+    // entered the path through a refresh was listed before its watch existed: it is listed again
+    // now, so that a file made in between is not missed (watched first, listed after).
     void Rewatch() {
         const auto current = manager.GetSnapshot();
         if (current == watchedSnapshot)
             return;
         const auto& now = current->GetFolderEntries();
+        std::vector<AbsoluteIRI> fresh;
         if (!watchedSnapshot) {
             for (const auto& entry : now)
                 folders.WatchTree(*entry);
@@ -57,10 +60,18 @@ struct PathWatcher::Impl {
                 const bool same =
                     known.empty() ? before[i] == now[i] : known.contains(now[i].get());
                 if (!same)
-                    folders.WatchTree(*now[i]);
+                    folders.WatchTree(*now[i], &fresh);
             }
         }
         watchedSnapshot = current;
+        if (fresh.empty())
+            return;
+        try {
+            manager.RefreshFolders(fresh);
+        } catch (...) {
+            if (options.failed)
+                options.failed(std::current_exception());
+        }
     }
 
     // The changes of one burst: what arrives within `settle` of the last, for at most maxSettle.
