@@ -28,6 +28,23 @@ std::shared_ptr<const FolderEntry> MainEntryHolding(const MainSearchPath& path,
     return nullptr;
 }
 
+// Whether two readings of a folder tree hold the same files and special folders: a folder listed
+// again on an event that changed nothing keeps its entry, so that no one is told of a refresh.
+bool SameListing(const FolderEntry& a, const FolderEntry& b) {
+    const auto aFiles = a.GetFileNames();
+    const auto bFiles = b.GetFileNames();
+    if (a.GetAbsoluteIRI() != b.GetAbsoluteIRI() || a.GetPathEntryType() != b.GetPathEntryType() ||
+        !std::equal(aFiles.begin(), aFiles.end(), bFiles.begin(), bFiles.end()) ||
+        a.SubEntries().size() != b.SubEntries().size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < a.SubEntries().size(); ++i) {
+        if (!SameListing(*a.SubEntries()[i], *b.SubEntries()[i]))
+            return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locations) {
@@ -61,11 +78,11 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
         }
         // A folder that vanished leaves the snapshot, as it would a fresh scan, and is a warning.
         auto fresh = scanner.ScanMainEntry(entry->GetAbsoluteIRI(), report);
-        if (fresh != entry) {
-            changed = true;
-            if (fresh)
-                m_cache.Remember(fresh);
-        }
+        if (fresh && fresh != entry && SameListing(*fresh, *entry))
+            fresh = entry;
+        changed = changed || fresh != entry;
+        if (fresh)
+            m_cache.Remember(fresh);
         if (fresh)
             entries.push_back(std::move(fresh));
     }
