@@ -74,9 +74,12 @@ class Printer {
         const auto report = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
         if (report.empty())
             return;
+        // Held while printing: a change that comes after the last one asked for is not printed.
+        std::lock_guard lock(m_mutex);
+        if (Done())
+            return;
         PrintChangeReport(report, *change.after, m_json, Now());
         std::fflush(stdout);
-        std::lock_guard lock(m_mutex);
         ++m_printed;
         m_progress.notify_all();
     }
