@@ -159,7 +159,7 @@ class GivenPaths(unittest.TestCase):
 
 
 class AddWarnings(unittest.TestCase):
-    def test_special_folders_are_named_with_their_parent(self):
+    def test_package_class_private_and_resources_folders_are_named_with_their_parent(self):
         with tempfile.TemporaryDirectory() as tmp:
             root = os.path.realpath(tmp)
             env = dict(os.environ, VPATH_PATHDEF=os.path.join(root, "pathdef"))

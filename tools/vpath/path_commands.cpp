@@ -18,7 +18,7 @@
 #include "commands.hpp"
 #include "given_path.hpp"
 #include "lookup_output.hpp"
-#include "special_folders.hpp"
+#include "misplaced_folders.hpp"
 
 namespace vpath_cli {
 namespace {

@@ -1,4 +1,4 @@
-#include "special_folders.hpp"
+#include "misplaced_folders.hpp"
 
 #include <exception>
 #include <optional>
