@@ -19,16 +19,6 @@
 namespace vpath_cli {
 namespace {
 
-// The subcommands as users see them (option groups are nameless subcommands to CLI11).
-std::vector<const CLI::App*> Subcommands(const CLI::App& app) {
-    std::vector<const CLI::App*> subcommands;
-    for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
-        if (!sub->get_name().empty())
-            subcommands.push_back(sub);
-    }
-    return subcommands;
-}
-
 std::vector<std::string> OptionNames(const CLI::App& scope) {
     std::vector<std::string> names;
     for (const CLI::Option* option : scope.get_options()) {
@@ -172,6 +162,15 @@ int Dispatch(CLI::App& app, const std::vector<Command>& commands, int argc, char
 }
 
 }  // namespace
+
+std::vector<const CLI::App*> Subcommands(const CLI::App& app) {
+    std::vector<const CLI::App*> subcommands;
+    for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+        if (!sub->get_name().empty())
+            subcommands.push_back(sub);
+    }
+    return subcommands;
+}
 
 const std::vector<Example>& Examples() {
     static const std::vector<Example> examples = {

@@ -20,6 +20,10 @@ struct Example {
     const char* what;
 };
 
+// Subcommands: the subcommands as users see them (option groups are nameless subcommands to
+// CLI11), in the order they were registered.
+std::vector<const CLI::App*> Subcommands(const CLI::App& app);
+
 // Examples: every example, in the order the main help shows them.
 const std::vector<Example>& Examples();
 

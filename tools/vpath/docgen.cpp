@@ -12,15 +12,6 @@ namespace {
 
 constexpr const char* kDocumentOption = "--generate-doc";
 
-std::vector<const CLI::App*> Subcommands(const CLI::App& app) {
-    std::vector<const CLI::App*> subcommands;
-    for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
-        if (!sub->get_name().empty())
-            subcommands.push_back(sub);
-    }
-    return subcommands;
-}
-
 // The visible options of `scope`; its own ones or the global ones.
 std::vector<const CLI::Option*> Options(const CLI::App& scope, bool global) {
     std::vector<const CLI::Option*> options;
