@@ -59,6 +59,21 @@ class PathCache(unittest.TestCase):
         self.assertEqual(self.vpath("rm", other)[0], 0)
         self.assertEqual(self.vpath("which", "only")[0], 1)
 
+    def test_diff_with_warm_caches_reports_only_what_differs(self):
+        # A folder on both paths, with a special subfolder, is one entry to the comparison even
+        # when each path's cache holds its own copy of it.
+        other = os.path.join(self.root, "other")
+        os.mkdir(other)
+        before = os.path.join(self.root, "before")
+        with open(before, "w") as f:
+            f.write(self.tb + "\n" + other + "\n")
+        for pathdef in (before, self.pathdef):
+            self.vpath("--pathdef", pathdef, "which", "area")
+        for attempt in range(2):
+            with self.subTest(attempt=attempt):
+                code, out, _ = self.vpath("diff", before, self.pathdef)
+                self.assertEqual((code, out), (1, "removed " + other + "\n"))
+
     def test_no_cache_and_clear(self):
         self.assertEqual(self.vpath("--no-cache", "which", "area")[0], 0)
         self.assertEqual(self.caches(), [])

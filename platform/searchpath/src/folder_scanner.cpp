@@ -300,6 +300,8 @@ std::shared_ptr<const FolderEntry> EntryCache::Find(const AbsoluteIRI& location,
 }
 
 void EntryCache::Retain(const std::vector<std::shared_ptr<const FolderEntry>>& mainEntries) {
+    // Where two given entries are of one folder, the first one given is kept, and so is everything
+    // beneath it: each main entry's tree is taken whole before the next main entry's.
     decltype(m_entries) kept;
     std::vector<const FolderEntry*> pending;
     for (const auto& main : mainEntries) {
@@ -307,13 +309,13 @@ void EntryCache::Retain(const std::vector<std::shared_ptr<const FolderEntry>>& m
             continue;
         kept.emplace(Key{main->GetAbsoluteIRI(), PathEntryType::Ordinary}, main);
         pending.push_back(main.get());
-    }
-    while (!pending.empty()) {
-        const FolderEntry* entry = pending.back();
-        pending.pop_back();
-        for (const auto& sub : entry->SubEntries()) {
-            kept.emplace(Key{sub->GetAbsoluteIRI(), sub->GetPathEntryType()}, sub);
-            pending.push_back(sub.get());
+        while (!pending.empty()) {
+            const FolderEntry* entry = pending.back();
+            pending.pop_back();
+            for (const auto& sub : entry->SubEntries()) {
+                kept.emplace(Key{sub->GetAbsoluteIRI(), sub->GetPathEntryType()}, sub);
+                pending.push_back(sub.get());
+            }
         }
     }
     std::unique_lock lock(m_mutex);

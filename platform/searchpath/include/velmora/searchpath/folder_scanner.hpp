@@ -63,7 +63,8 @@ class VELMORA_SEARCHPATH_EXPORT EntryCache {
   public:
     std::shared_ptr<const FolderEntry> Find(const foundation::storage::vfs::AbsoluteIRI& location,
                                             PathEntryType kind) const;
-    // Keep exactly the given entries and everything beneath them, forgetting the rest.
+    // Keep exactly the given entries and everything beneath them, forgetting the rest. Where two
+    // given entries are of one folder, the first one given is kept, with everything beneath it.
     void Retain(const std::vector<std::shared_ptr<const FolderEntry>>& mainEntries);
     std::size_t size() const;
     // Forget: drops the entries at `location` (of every kind), so that the next scan lists that
