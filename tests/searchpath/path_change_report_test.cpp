@@ -1,8 +1,11 @@
 // What a change of the path did, from two states that share their unchanged entries.
 
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <velmora/pathmanagement/path_diff.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/path_change_report.hpp>
 
@@ -71,6 +74,28 @@ TEST_F(PathChangeReportTest, ReportsAddedRemovedMovedAndRefreshedFolders) {
         EXPECT_THAT(Names(report.removed), IsEmpty());
         EXPECT_THAT(Names(report.reordered), IsEmpty());
     }
+}
+
+TEST_F(PathChangeReportTest, TellsWhatTheDifferentiatorTellsOverTheWholePath) {
+    using Velmora::PathManagement::PathEntryVectorDifferentiator;
+    std::vector<std::string> order = {"a", "b", "c", "d"};
+    const auto before = Scan(order);
+    tree.File("b/new.vl");
+    tree.File("d/private/new.vl");
+    // Every order of the four folders, two of them read anew.
+    do {
+        SCOPED_TRACE(order[0] + order[1] + order[2] + order[3]);
+        const auto after = Scan(order);
+        PathEntryVectorDifferentiator whole;
+        whole.Compare(*before->GetMainEntries(), *after->GetMainEntries(),
+                      PathEntryVectorDifferentiator::IncludeSpecialSubfolders);
+        const auto report = ComparePaths(*before, *after);
+        EXPECT_EQ(Names(report.added), Names(whole.GetAdded()));
+        EXPECT_EQ(Names(report.removed), Names(whole.GetRemoved()));
+        EXPECT_EQ(*report.reordered, *whole.GetReordered());
+        EXPECT_EQ(*report.refreshedBefore, *whole.GetRefreshedBefore());
+        EXPECT_EQ(*report.refreshedAfter, *whole.GetRefreshedAfter());
+    } while (std::next_permutation(order.begin(), order.end()));
 }
 
 }  // namespace

@@ -55,7 +55,10 @@ std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
     auto manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
     PrintMessages(problems);
     if (manager) {
-        UseCache(cache, loaded, *manager);
+        if (purpose == Purpose::Watch)
+            UseCacheInBackground(cache, loaded, *manager);
+        else
+            UseCache(cache, loaded, *manager);
         KeepUntilExit(manager->GetSnapshot());
     }
     return manager;

@@ -36,8 +36,9 @@ struct PathOptions {
 // path, or a path relative to the current folder; "." and ".." removed, nothing checked on disk.
 foundation::storage::vfs::AbsoluteIRI ToFolderIRI(const ustring& text);
 
-// What a command wants of the path.
-enum class Purpose { Read, Change };
+// What a command wants of the path. Watch reads it while it changes: the path cache is then
+// written in the background (see UseCacheInBackground).
+enum class Purpose { Read, Change, Watch };
 
 // OpenManager: the manager of the saved path (see PathOptions; a path given on the command line is
 // not taken into account). Prints the messages and returns null when the saved path cannot be

@@ -21,6 +21,7 @@
 #include "change_report.hpp"
 #include "commands.hpp"
 #include "given_path.hpp"
+#include "path_cache_use.hpp"
 
 namespace vpath_cli {
 namespace {
@@ -108,7 +109,7 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
     const auto given = GivenFolders(pathOptions);
     const auto manager = given ? std::make_unique<Velmora::SearchPath::MainSearchPathManager>(
                                      *given, Velmora::SearchPath::MainSearchPathManager::Options{})
-                               : OpenManager(pathOptions, Purpose::Read);
+                               : OpenManager(pathOptions, Purpose::Watch);
     if (!manager)
         return kExitTrouble;
     PrintWarnings(*manager->GetWarnings());
@@ -128,6 +129,7 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
                            }});
         while (!printer.WaitForLimit(std::chrono::hours(24))) {
         }
+        FinishCacheSaving();
         return kExitOk;
     }
     // Polling reads every folder each time and sees only changes that move a folder's stamp.
@@ -138,6 +140,7 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
         PrintMessages(problems);
         manager->Refresh();
     }
+    FinishCacheSaving();
     return kExitOk;
 }
 

@@ -155,6 +155,26 @@ struct MainSearchPath::FoldedIndex {
 MainSearchPath::MainSearchPath() = default;
 MainSearchPath::~MainSearchPath() = default;
 
+MainSearchPath::IndexSlot::IndexSlot(const MainSearchPath& owner) : m_owner(owner) {}
+MainSearchPath::IndexSlot::~IndexSlot() = default;
+
+void MainSearchPath::IndexSlot::Set(std::unique_ptr<const Index> index) {
+    m_index = std::move(index);
+    m_ready.store(m_index.get(), std::memory_order_release);
+}
+
+const MainSearchPath::Index* MainSearchPath::IndexSlot::Build() const {
+    std::call_once(m_once, [this] {
+        if (!m_index) {
+            const auto whole = Create(m_owner.m_mainFolders);
+            m_index = std::move(whole->m_index.m_index);
+            m_owner.m_methods = std::move(whole->m_methods);
+        }
+        m_ready.store(m_index.get(), std::memory_order_release);
+    });
+    return m_index.get();
+}
+
 std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     std::vector<std::shared_ptr<const FolderEntry>> mainEntries) {
     std::shared_ptr<MainSearchPath> path(new MainSearchPath());
@@ -207,7 +227,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     }
     path->m_fileCount = fileNames;
     path->m_mains = std::move(mains);
-    path->m_index = std::move(index);
+    path->m_index.Set(std::move(index));
     return path;
 }
 

@@ -7,6 +7,7 @@
 
 #include <boost/unordered/unordered_flat_set.hpp>
 
+#include "main_positions.hpp"
 #include "manager_state.hpp"
 
 namespace Velmora::SearchPath {
@@ -15,18 +16,6 @@ namespace {
 using foundation::core::except::Notification;
 using foundation::storage::vfs::AbsoluteIRI;
 using PathManagement::PathChangeKind;
-
-// The main entry that holds `location` or, when `location` is a file, the folder holding it.
-std::shared_ptr<const FolderEntry> MainEntryHolding(const MainSearchPath& path,
-                                                    const AbsoluteIRI& location) {
-    for (const AbsoluteIRI& at : {location, location.getParent()}) {
-        if (const auto entry = path.GetPathEntryFromAbsoluteIRI(
-                at, PathManagement::FilenameMatchingPolicy::Exact)) {
-            return std::static_pointer_cast<const FolderEntry>(path.GetMainEntryForEntry(*entry));
-        }
-    }
-    return nullptr;
-}
 
 // Whether two readings of a folder tree hold the same files and special folders: a folder listed
 // again on an event that changed nothing keeps its entry, so that no one is told of a refresh.
@@ -51,49 +40,48 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
     RefuseRecursiveChange();
     std::unique_lock lock(m_changeMutex);
     const auto old = CurrentState();
+    if (!m_mainPositions || !m_mainPositions->Serves(old->path))
+        m_mainPositions = std::make_shared<detail::MainPositions>(old->path);
 
-    boost::unordered_flat_set<const FolderEntry*> stale;
+    std::vector<std::size_t> stale;
     for (const auto& location : locations) {
-        const auto main = MainEntryHolding(*old->path, location);
-        if (!main)
+        const auto position = m_mainPositions->Holding(*old->path, location);
+        if (!position)
             continue;
-        stale.insert(main.get());
+        stale.push_back(*position);
         // A stamp can look unchanged when the change fell within the file system's timestamp
         // tick; the event is the better witness, so the folder is listed again regardless.
         m_cache.Forget(location);
         m_cache.Forget(location.getParent());
     }
-    if (stale.empty())
-        return false;
+    std::sort(stale.begin(), stale.end());
+    stale.erase(std::unique(stale.begin(), stale.end()), stale.end());
 
     const FolderScanner scanner(&m_cache);
     ScanReport report;
-    bool changed = false;
-    std::vector<std::shared_ptr<const FolderEntry>> entries;
-    entries.reserve(old->path->GetFolderEntries().size());
-    for (const auto& entry : old->path->GetFolderEntries()) {
-        if (!stale.contains(entry.get())) {
-            entries.push_back(entry);
-            continue;
-        }
+    std::vector<MainSearchPath::Replacement> replaced;
+    for (const std::size_t position : stale) {
+        const auto& entry = old->path->GetFolderEntries()[position];
         // A folder that vanished leaves the snapshot, as it would a fresh scan, and is a warning.
         auto fresh = scanner.ScanMainEntry(entry->GetAbsoluteIRI(), report);
         if (fresh && fresh != entry && SameListing(*fresh, *entry))
             fresh = entry;
-        changed = changed || fresh != entry;
         if (fresh)
             m_cache.Remember(fresh);
-        if (fresh)
-            entries.push_back(std::move(fresh));
+        if (fresh == entry)
+            continue;
+        replaced.push_back({position, std::move(fresh)});
     }
     // Folders that read the same are the same objects: nothing to tell.
-    if (!changed)
+    if (replaced.empty())
         return false;
     ScanReport warnings = *old->warnings;
     warnings.Append(report);
-    Publish(
-        PathChangeKind::Refreshed,
-        MakeState(old->folders, MainSearchPath::Create(std::move(entries)), std::move(warnings)));
+    auto path = MainSearchPath::Update(*old->path, replaced);
+    if (path->GetFolderEntries().size() == old->path->GetFolderEntries().size())
+        m_mainPositions->CarryTo(path);
+    Publish(PathChangeKind::Refreshed,
+            MakeState(old->folders, std::move(path), std::move(warnings)));
     return true;
 }
 

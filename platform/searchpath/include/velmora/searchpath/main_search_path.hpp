@@ -15,6 +15,7 @@
 //                                     FilenameMatchingPolicy::PlatformDefault);
 //   // hit->GetPathItem() is geometry/area.vl if geometry has one, else utils/area.vl
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -40,11 +41,24 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
         const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders, ScanReport& report,
         const EntryCache* cache = nullptr);
 
+    // Replacement: a new reading of the folder at `position` of GetFolderEntries(); a null entry
+    // takes the folder off the path (it vanished).
+    struct Replacement {
+        std::size_t position;
+        std::shared_ptr<const FolderEntry> entry;
+    };
+    // Update: the path that `previous` becomes when some of its main entries are read anew, for a
+    // refresh that must cost in proportion to the folders that changed, not to the path. The new
+    // path shares everything else with `previous`; its name index is built on its first lookup.
+    // REQUIRES: each replacement is for the folder at its position, positions ascending.
+    static std::shared_ptr<const MainSearchPath> Update(const MainSearchPath& previous,
+                                                        const std::vector<Replacement>& replaced);
+
     ~MainSearchPath() override;
 
     // IPath
     PathManagement::SharedPathEntryVector GetMainEntries() const override { return m_mains; }
-    PathManagement::PathEntryVector GetMethodEntries() const override { return m_methods; }
+    PathManagement::PathEntryVector GetMethodEntries() const override;
     PathManagement::PathEntryVector GetMethodEntriesByName(
         PathManagement::SearchScope scope, const ustring& name,
         FilenameMatchingPolicy policy) const override;
@@ -86,15 +100,36 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
   private:
     struct Index;
     struct FoldedIndex;
+    // The index: set by Create; a path that Update made builds it (and its method entries) when
+    // it is first used, so that a refresh nobody looks up in costs nothing for it.
+    class IndexSlot {
+      public:
+        explicit IndexSlot(const MainSearchPath& owner);
+        ~IndexSlot();
+        IndexSlot(const IndexSlot&) = delete;
+        IndexSlot& operator=(const IndexSlot&) = delete;
+        void Set(std::unique_ptr<const Index> index);
+        const Index* operator->() const {
+            const Index* ready = m_ready.load(std::memory_order_acquire);
+            return ready != nullptr ? ready : Build();
+        }
+
+      private:
+        const Index* Build() const;
+        const MainSearchPath& m_owner;
+        mutable std::once_flag m_once;
+        mutable std::unique_ptr<const Index> m_index;
+        mutable std::atomic<const Index*> m_ready{nullptr};
+    };
     MainSearchPath();
 
     const FoldedIndex& Folded() const;
 
     std::vector<std::shared_ptr<const FolderEntry>> m_mainFolders;
     PathManagement::SharedPathEntryVector m_mains;
-    PathManagement::PathEntryVector m_methods;
+    mutable PathManagement::PathEntryVector m_methods;  // filled with the index
     std::size_t m_fileCount = 0;
-    std::unique_ptr<const Index> m_index;
+    IndexSlot m_index{*this};
     mutable std::once_flag m_foldedOnce;
     mutable std::unique_ptr<const FoldedIndex> m_folded;
 };

@@ -44,6 +44,10 @@
 
 namespace Velmora::SearchPath {
 
+namespace detail {
+class MainPositions;
+}
+
 class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     : public PathManagement::IMainSearchPathManager {
   public:
@@ -125,6 +129,8 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     mutable std::mutex m_observersMutex;
     std::map<std::uint64_t, PathManagement::PathChangeObserver> m_observers;
     std::uint64_t m_nextObserver = 1;
+    std::shared_ptr<detail::MainPositions> m_mainPositions;  // RefreshFolders' own, under the
+                                                             // change mutex
 };
 
 }  // namespace Velmora::SearchPath

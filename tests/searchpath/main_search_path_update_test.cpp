@@ -1,0 +1,117 @@
+// A path made from the one before it and the folders read anew answers as one made whole, and the
+// manager's refresh finds the folders that change events name.
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <velmora/searchpath/main_search_path_manager.hpp>
+
+#include "searchpath/path_fixture.hpp"
+
+namespace {
+
+using namespace Velmora::PathManagement;
+using Velmora::SearchPath::FolderEntry;
+using Velmora::SearchPath::FolderScanner;
+using Velmora::SearchPath::MainSearchPath;
+using Velmora::SearchPath::MainSearchPathManager;
+using Velmora::SearchPath::ScanReport;
+using vpath_test::kFull;
+using vpath_test::kPrimary;
+
+// What the path answers, one line per question.
+std::string Answers(const MainSearchPath& path, const std::vector<ustring>& exts) {
+    std::string out = "files " + std::to_string(path.GetFileCount()) + " entries " +
+                      std::to_string(path.GetEntryCount()) + "\n";
+    for (const auto& method : path.GetMethodEntries())
+        out += "method " + Velmora::text::ToNative(method->GetAbsoluteIRI().toString()) + "\n";
+    for (const auto* name : {u"area", u"shared", u"only", u"f", u"g", u"Cls", u"new", u"secret"}) {
+        for (const SearchScope scope : {SearchScope(kPrimary), SearchScope(kFull)}) {
+            const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
+            const auto hit = path.FindFirstInScope(scope, target, FilenameMatchingPolicy::Exact);
+            out += hit ? Velmora::text::ToNative(hit->GetPathItem()->GetAbsoluteIRI().toString())
+                       : "-";
+            out += "\n";
+        }
+    }
+    return out;
+}
+
+using MainSearchPathUpdateTest = vpath_test::TwoFolderPath;
+
+TEST_F(MainSearchPathUpdateTest, AnswersAsAPathMadeWhole) {
+    struct Case {
+        const char* what;
+        std::function<void()> change;
+    };
+    const Case cases[] = {
+        {"a file added", [&] { tree.File("one/new.vl"); }},
+        {"a file taken away", [&] { std::filesystem::remove(tree.Path("two/only.vl")); }},
+        {"a special folder added", [&] { tree.File("two/+more/@Cls/Cls.vl"); }},
+        {"a special folder taken away",
+         [&] { std::filesystem::remove_all(tree.Path("one/+pkg")); }},
+        {"a folder gone", [&] { std::filesystem::remove_all(tree.Path("one")); }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const auto previous = path;
+        // Each folder's entries of the previous path, the next answer made whole from them.
+        ASSERT_FALSE(Answers(*previous, languageExtensions).empty());
+        c.change();
+        std::vector<MainSearchPath::Replacement> replaced;
+        auto entries = previous->GetFolderEntries();
+        for (std::size_t i = 0; i < entries.size(); ++i) {
+            ScanReport report;
+            entries[i] = FolderScanner().ScanMainEntry(entries[i]->GetAbsoluteIRI(), report);
+            replaced.push_back({i, entries[i]});
+        }
+        // Only the first folder is read anew unless the change was in the second.
+        path = MainSearchPath::Update(*previous, replaced);
+        EXPECT_EQ(Answers(*path, languageExtensions),
+                  Answers(*MainSearchPath::Create(entries), languageExtensions));
+        // The entries it replaced are no longer on it; their replacements are.
+        for (const auto& old : previous->GetFolderEntries())
+            EXPECT_FALSE(path->IsEntryOnPath(*old));
+        for (const auto& entry : path->GetFolderEntries())
+            EXPECT_EQ(path->GetMainEntryForEntry(*entry), entry);
+    }
+}
+
+TEST_F(MainSearchPathUpdateTest, ARefreshReadsTheFoldersThatEventsNameAndNoOthers) {
+    tree.File("one/plain/sub.vl");
+    MainSearchPathManager manager({tree.IRI("one"), tree.IRI("two")}, {});
+    struct Case {
+        const char* what;
+        std::string file;   // made before the refresh
+        std::string named;  // the location that the event names
+        bool refreshed;
+    };
+    const Case cases[] = {
+        {"a file in a folder", "one/a1.vl", "one/a1.vl", true},
+        {"the folder itself", "one/a2.vl", "one", true},
+        {"a file two special folders down", "one/+pkg/@Cls/c.vl", "one/+pkg/@Cls/c.vl", true},
+        {"a special folder", "two/@Point/p.vl", "two/@Point", true},
+        // Unchanged folders are no refresh, so each case changes what the one it names holds.
+        {"a folder that is no entry", "one/a5.vl", "one/plain", true},
+        {"a file in a folder that is no entry", "one/a6.vl", "one/plain/sub.vl", false},
+        {"a file off the path", "elsewhere/x.vl", "elsewhere/x.vl", false},
+        {"the root", "one/a3.vl", "", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        tree.File(c.file);
+        EXPECT_EQ(manager.RefreshFolders({tree.IRI(c.named)}), c.refreshed);
+    }
+    // What those refreshes left is what a fresh start reads.
+    tree.File("one/a4.vl");
+    EXPECT_TRUE(manager.RefreshFolders({tree.IRI("one/a4.vl")}));
+    const auto refreshed = manager.GetSnapshot();
+    const MainSearchPathManager fresh({tree.IRI("one"), tree.IRI("two")}, {});
+    EXPECT_EQ(Answers(*refreshed, languageExtensions),
+              Answers(*fresh.GetSnapshot(), languageExtensions));
+}
+
+}  // namespace
