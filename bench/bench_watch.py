@@ -66,17 +66,74 @@ class Watcher:
         self.process.kill()
         self.process.wait()
 
+    def why(self):
+        """What the stopped watcher said last on standard error, and how it ended."""
+        rest = self.pending["err"] + self.process.stderr.read()
+        text = rest.decode(errors="replace").strip().splitlines()
+        return f"exit status {self.process.returncode}: " + " | ".join(text[-3:])
 
-def setup_time(start_watcher, ready):
-    start = time.perf_counter()
-    watcher = start_watcher()
+
+def setup_time(name, start_watcher, ready):
+    """Seconds from start to ready, and the running watcher. A watcher that cannot set up its
+    watches because those of one just stopped are not yet given back is started again."""
+    for attempt in range(40):
+        start = time.perf_counter()
+        watcher = start_watcher()
+        try:
+            if ready(watcher):
+                return time.perf_counter() - start, watcher
+            watcher.stop()
+            why = watcher.why()
+            if "upper limit on inotify watches" not in why and "out of inotify watches" not in why:
+                sys.exit(f"bench_watch: {name} never became ready: {why}")
+            time.sleep(0.25)
+        except BaseException:
+            watcher.stop()
+            raise
+    sys.exit(f"bench_watch: {name} never had its watches: {why}")
+
+
+def watches_needed(tree):
+    return sum(1 for _ in os.walk(tree))
+
+
+def max_user_watches():
     try:
-        if not ready(watcher):
-            sys.exit("bench_watch: a watcher never became ready")
-        return time.perf_counter() - start, watcher
-    except BaseException:
-        watcher.stop()
-        raise
+        with open("/proc/sys/fs/inotify/max_user_watches") as f:
+            return int(f.read())
+    except OSError:
+        return None
+
+
+def measure_latency(watchers, folders, prefix, latencies):
+    """Creates one file in each of `folders` in turn, and times each watcher's line for it; the
+    watchers' lines are read as they come, so that none waits for another."""
+    both = selectors.DefaultSelector()
+    for name, watcher in watchers:
+        both.register(watcher.process.stdout, selectors.EVENT_READ, (name, watcher))
+    try:
+        for n, folder in enumerate(folders):
+            start = time.perf_counter()
+            open(os.path.join(folder, f"{prefix}{n}.vl"), "w").close()
+            waiting = {name for name, _ in watchers}
+            while waiting:
+                ready = both.select(30)
+                if not ready:
+                    sys.exit(f"bench_watch: {sorted(waiting)} did not report a new file")
+                now = time.perf_counter()
+                for key, _ in ready:
+                    name, watcher = key.data
+                    chunk = os.read(key.fileobj.fileno(), 65536)
+                    if not chunk:
+                        sys.exit(f"bench_watch: {name} ended")
+                    watcher.pending["out"] += chunk
+                    if name in waiting and b"\n" in watcher.pending["out"]:
+                        watcher.pending["out"] = watcher.pending["out"].split(b"\n", 1)[1]
+                        latencies[name].append(now - start)
+                        waiting.discard(name)
+    finally:
+        for _, watcher in watchers:
+            watcher.stop()
 
 
 def main():
@@ -105,13 +162,19 @@ def main():
         probes = iter(range(10**9))
 
         def vpath_ready(watcher):
-            # Probes until one is reported: the watch is up and answering.
+            # Probes until one is reported: the watch is up and answering. A vpath that had to
+            # poll some folders, because the watches of one stopped just before were not yet given
+            # back, is not ready: it is started again.
             deadline = time.perf_counter() + 600
-            while time.perf_counter() < deadline:
+            while time.perf_counter() < deadline and watcher.process.poll() is None:
                 open(os.path.join(folders[0], f"probe{next(probes)}.vl"), "w").close()
                 if watcher.line("out", 0.005) is not None:
                     while watcher.line("out", 0.2) is not None:
                         pass
+                    while (line := watcher.line("err", 0.05)) is not None:
+                        if b"out of inotify watches" in line:
+                            watcher.pending["err"] = line + b"\n" + watcher.pending["err"]
+                            return False
                     return True
             return False
 
@@ -131,45 +194,39 @@ def main():
         for _ in range(args.repetitions):
             for name, start, ready in (("vpath", start_vpath, vpath_ready),
                                        ("inotifywait", start_inotifywait, inotifywait_ready)):
-                seconds, watcher = setup_time(start, ready)
+                seconds, watcher = setup_time(name, start, ready)
                 setups[name].append(seconds)
                 watcher.stop()
 
-        _, vpath = setup_time(start_vpath, vpath_ready)
-        _, inotifywait = setup_time(start_inotifywait, inotifywait_ready)
+        # Both watchers run at once when both sets of watches fit in the user's limit; else one
+        # after the other, on the same folders.
+        limit = max_user_watches()
+        together = limit is None or 2 * watches_needed(tree) <= limit
         latencies = {"vpath": [], "inotifywait": []}
         rng = random.Random(1)
-        # Both watchers' lines are read as they come, so neither waits for the other.
-        both = selectors.DefaultSelector()
-        for name, watcher in (("vpath", vpath), ("inotifywait", inotifywait)):
-            both.register(watcher.process.stdout, selectors.EVENT_READ, (name, watcher))
-        try:
-            for n in range(20 * args.repetitions):
-                folder = rng.choice(folders)
-                start = time.perf_counter()
-                open(os.path.join(folder, f"new{n}.vl"), "w").close()
-                waiting = {"vpath", "inotifywait"}
-                while waiting:
-                    ready = both.select(30)
-                    if not ready:
-                        sys.exit(f"bench_watch: {sorted(waiting)} did not report a new file")
-                    now = time.perf_counter()
-                    for key, _ in ready:
-                        name, watcher = key.data
-                        chunk = os.read(key.fileobj.fileno(), 65536)
-                        if not chunk:
-                            sys.exit(f"bench_watch: {name} ended")
-                        watcher.pending["out"] += chunk
-                        if name in waiting and b"\n" in watcher.pending["out"]:
-                            watcher.pending["out"] = watcher.pending["out"].split(b"\n", 1)[1]
-                            latencies[name].append(now - start)
-                            waiting.discard(name)
-        finally:
-            vpath.stop()
-            inotifywait.stop()
+        sample = [rng.choice(folders) for _ in range(20 * args.repetitions)]
+        starts = (("vpath", start_vpath, vpath_ready),
+                  ("inotifywait", start_inotifywait, inotifywait_ready))
+        if together:
+            running = []
+            try:
+                for name, start, ready in starts:
+                    running.append((name, setup_time(name, start, ready)[1]))
+            except BaseException:
+                for _, watcher in running:
+                    watcher.stop()
+                raise
+            measure_latency(running, sample, "new", latencies)
+        else:
+            for name, start, ready in starts:
+                measure_latency([(name, setup_time(name, start, ready)[1])], sample, name,
+                                latencies)
 
         load = os.getloadavg()[0]
         print(f"bench_watch: {args.folders} folders, {args.files} files each, load {load:.1f}")
+        if not together:
+            print(f"bench_watch: latency measured one watcher at a time: two sets of watches do "
+                  f"not fit in fs.inotify.max_user_watches ({limit})")
         print(f"{'case':<28}{'vpath':>12}{'inotifywait':>14}{'ratio':>8}")
 
         def row(case, ours, theirs):
