@@ -59,6 +59,27 @@ class PathCache(unittest.TestCase):
         self.assertEqual(self.vpath("rm", other)[0], 0)
         self.assertEqual(self.vpath("which", "only")[0], 1)
 
+    def test_watch_leaves_the_cache_of_the_path_it_last_saw(self):
+        self.vpath("which", "area")
+        [cache] = self.caches()
+        written = os.stat(os.path.join(self.cache_folder, cache)).st_ino
+        watch = subprocess.Popen([VPATH, "watch", "--count", "1"], env=self.env,
+                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        n = 0
+        while watch.poll() is None and n < 300:
+            open(os.path.join(self.tb, "new%d.vl" % n), "w").close()
+            n += 1
+            try:
+                watch.wait(timeout=0.2)
+            except subprocess.TimeoutExpired:
+                pass
+        self.assertEqual(watch.wait(timeout=60), 0)
+        # Written anew (to a new file renamed over the old) with a file that the watch saw.
+        self.assertNotEqual(os.stat(os.path.join(self.cache_folder, cache)).st_ino, written)
+        files = [line for line in self.vpath("cache", "status")[1].splitlines()
+                 if line.startswith("files: ")]
+        self.assertGreaterEqual(int(files[0].split()[1]), 2)
+
     def test_diff_with_warm_caches_reports_only_what_differs(self):
         # A folder on both paths, with a special subfolder, is one entry to the comparison even
         # when each path's cache holds its own copy of it.

@@ -93,9 +93,12 @@ void UseCacheInBackground(const std::optional<CacheSlot>& slot, const FolderEntr
                           Velmora::SearchPath::MainSearchPathManager& manager) {
     if (!slot)
         return;
-    SaveCacheIfChanged(slot, loaded, manager.GetSnapshot()->GetFolderEntries());
     std::lock_guard lock(g_saverMutex);
     g_saver = std::make_unique<CacheSaver>(*slot);
+    // A start that found a change is written too, but not before the watch begins.
+    const auto start = manager.GetSnapshot();
+    if (!Velmora::SearchPath::SameEntries(loaded, start->GetFolderEntries()))
+        g_saver->Changed(start);
     manager.AddPathChangeObserver([](const Velmora::PathManagement::PathChange& change) {
         if (auto after = std::dynamic_pointer_cast<const MainSearchPath>(change.after)) {
             std::lock_guard held(g_saverMutex);

@@ -47,8 +47,9 @@ void UseCache(const std::optional<CacheSlot>& slot,
               const Velmora::SearchPath::FolderEntryList& loaded,
               Velmora::SearchPath::MainSearchPathManager& manager);
 
-// UseCacheInBackground: UseCache for a command that runs on while the path changes: the changes
-// are written on a thread of their own once they pause, so that no change waits for the write.
+// UseCacheInBackground: UseCache for a command that runs on while the path changes: the start and
+// the changes are written on a thread of their own once changes pause, so that neither the start
+// nor a change waits for the write.
 // FinishCacheSaving writes what is left and stops that thread; call it before the command ends.
 void UseCacheInBackground(const std::optional<CacheSlot>& slot,
                           const Velmora::SearchPath::FolderEntryList& loaded,
