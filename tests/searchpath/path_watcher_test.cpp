@@ -7,6 +7,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -52,10 +53,14 @@ class PathWatcherTest : public vpath_test::TempTreeTest {
         }
     }
 
-    // Starts the manager of one and two, and its watcher.
-    void Start(PathWatcher::Options options = {}) {
-        manager = std::make_unique<MainSearchPathManager>(
-            std::vector{tree.IRI("one"), tree.IRI("two")}, MainSearchPathManager::Options{});
+    // Starts the manager of `folders` (one and two if none), and its watcher.
+    void Start(PathWatcher::Options options = {}, std::vector<std::string> folders = {}) {
+        std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
+        for (const auto& folder :
+             folders.empty() ? std::vector<std::string>{"one", "two"} : folders)
+            locations.push_back(tree.IRI(folder));
+        manager =
+            std::make_unique<MainSearchPathManager>(locations, MainSearchPathManager::Options{});
         manager->AddPathChangeObserver([this](const auto&) {
             std::lock_guard lock(mutex);
             ++changes;
@@ -188,6 +193,74 @@ TEST_F(PathWatcherTest, OutOfWatchesTheRestIsPolledWithAWarning) {
     EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) {
         return Holds(p, "two/polled.vl") && Holds(p, "one/watched.vl");
     }));
+}
+
+TEST_F(PathWatcherTest, FoldersThatLeaveThePathAreNoLongerWatched) {
+    Start();
+    // one, one/+pkg, one/@Point, one/private and two.
+    ASSERT_EQ(watcher->WatchedFolderCount(), 5u);
+    const auto watching = [&](std::size_t count) {
+        for (int i = 0; i < 600 && watcher->WatchedFolderCount() != count; ++i)
+            std::this_thread::sleep_for(100ms);
+        return watcher->WatchedFolderCount() == count;
+    };
+    foundation::core::except::Notification messages;
+    const std::vector<foundation::storage::vfs::AbsoluteIRI> onlyTwo = {tree.IRI("two")};
+    manager->ApplyPathAfterRemoving(onlyTwo, messages);
+    EXPECT_TRUE(watching(1));
+    const std::vector<foundation::storage::vfs::AbsoluteIRI> both = {tree.IRI("two"),
+                                                                     tree.IRI("one")};
+    manager->ApplyPathAfterAdding(both, messages);
+    EXPECT_TRUE(watching(5));
+    // Still watched as it ought to be: a change in the folder that came back is seen.
+    tree.File("one/+pkg/back.vl");
+    EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) { return Holds(p, "one/+pkg/back.vl"); }));
+}
+
+TEST_F(PathWatcherTest, AFolderOfThePathThatDoesNotExistIsTakenUpWhenItAppears) {
+    Start({}, {"one", "two", "later", "not/yet/there", "moved"});
+    ASSERT_EQ(manager->GetSnapshot()->GetFolderEntries().size(), 2u);
+    struct Case {
+        const char* what;
+        std::function<void()> change;
+        std::string file;  // on the path afterwards
+    };
+    const Case cases[] = {
+        {"made where its parent exists", [&] { tree.File("later/l.vl"); }, "later/l.vl"},
+        {"made with the folders above it",
+         [&] { std::filesystem::create_directories(tree.Path("not/yet/there/+p")); },
+         "not/yet/there/+p"},
+        {"renamed into place, full",
+         [&] {
+             tree.File("outside/m/m.vl");
+             std::filesystem::rename(tree.Path("outside/m"), tree.Path("moved"));
+         },
+         "moved/m.vl"},
+        {"vanished and back",
+         [&] {
+             std::filesystem::remove_all(tree.Path("two"));
+             EXPECT_TRUE(
+                 WaitFor([&](const MainSearchPath& p) { return !Holds(p, "two/only.vl"); }));
+             tree.File("two/back.vl");
+         },
+         "two/back.vl"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        c.change();
+        EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) {
+            return Holds(p, c.file) ||
+                   p.GetPathEntryFromAbsoluteIRI(
+                       tree.IRI(c.file), Velmora::PathManagement::FilenameMatchingPolicy::Exact);
+        }));
+    }
+    EXPECT_TRUE(manager->GetWarnings()->empty());
+    // In the order of the list, as a fresh start would have them.
+    ScanReport report;
+    EXPECT_EQ(Describe(*manager->GetSnapshot()),
+              Describe(*MainSearchPath::Scan({tree.IRI("one"), tree.IRI("two"), tree.IRI("later"),
+                                              tree.IRI("not/yet/there"), tree.IRI("moved")},
+                                             report)));
 }
 
 }  // namespace

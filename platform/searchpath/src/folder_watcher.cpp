@@ -21,6 +21,10 @@ constexpr std::uint32_t kFolderMask = os::WatchCreated | os::WatchDeleted | os::
 constexpr std::uint32_t kPathDefinitionMask =
     os::WatchCreated | os::WatchMovedTo | os::WatchClosedWrite | os::WatchDeleted |
     os::WatchMovedFrom | os::WatchOnlyFolder | 0x20000000u /* IN_MASK_ADD */;
+// A parent watched for a folder that does not exist yet; added to any watch the parent has.
+constexpr std::uint32_t kAwaitMask = os::WatchCreated | os::WatchMovedTo | os::WatchSelfDeleted |
+                                     os::WatchSelfMoved | os::WatchOnlyFolder |
+                                     0x20000000u /* IN_MASK_ADD */;
 // Symbolic links can make special folders nest without end.
 constexpr int kMaxDepth = 64;
 
@@ -133,10 +137,83 @@ void FolderWatcher::Forget(const std::string& native) {
     }
 }
 
+void FolderWatcher::Unwatch(const FolderEntry& entry,
+                            const std::function<bool(const AbsoluteIRI&)>& stays) {
+    if (!stays(entry.GetAbsoluteIRI())) {
+        const std::string native = text::ToNative(entry.GetAbsoluteIRI().getPath());
+        if (const auto found = m_byNative.find(native); found != m_byNative.end()) {
+            os::System().WatchRemove(m_queue, found->second);
+            m_byWatch.erase(found->second);
+            m_byNative.erase(found);
+        }
+        m_polled.erase(native);
+    }
+    for (const auto& sub : entry.SubEntries())
+        Unwatch(*sub, stays);
+}
+
+void FolderWatcher::Await(const AbsoluteIRI& folder) {
+    const std::string native = text::ToNative(folder.getPath());
+    if (!m_awaitedAt.contains(native))
+        AwaitFrom(folder, native);
+}
+
+// Watched first, looked for after, as for new folders: a parent made in between is seen either way.
+void FolderWatcher::AwaitFrom(const AbsoluteIRI& folder, const std::string& native) {
+    m_awaitedAt.erase(native);
+    std::string parent = native;
+    for (int depth = 0; depth <= kMaxDepth; ++depth) {
+        os::FileStatus status;
+        if (os::System().Stat(native, status) == 0 && status.IsFolder()) {
+            m_appeared.push_back(folder);
+            return;
+        }
+        const auto slash = parent.rfind('/');
+        if (slash == std::string::npos)
+            return;
+        parent = slash == 0 ? std::string("/") : parent.substr(0, slash);
+        int watch = -1;
+        if (os::System().WatchAdd(m_queue, parent, kAwaitMask, watch) != 0)
+            continue;
+        m_awaiting[watch].push_back({folder, native});
+        m_awaitedAt.emplace(native, watch);
+        // Made meanwhile: the watch came too late to tell.
+        if (os::System().Stat(native, status) == 0 && status.IsFolder())
+            Reawait(watch, false);
+        return;
+    }
+}
+
+void FolderWatcher::Reawait(int watch, bool gone) {
+    const auto found = m_awaiting.find(watch);
+    if (found == m_awaiting.end())
+        return;
+    const auto awaited = std::move(found->second);
+    m_awaiting.erase(found);
+    for (const auto& folder : awaited)
+        AwaitFrom(folder.location, folder.native);
+    // A parent that no awaited folder needs any more, and that is watched for nothing else.
+    if (!gone && !m_awaiting.contains(watch) && !m_byWatch.contains(watch) &&
+        watch != m_pathDefinitionWatch) {
+        os::System().WatchRemove(m_queue, watch);
+    }
+}
+
 void FolderWatcher::Handle(const os::WatchEvent& event, WatchedChanges& out) {
     if (event.mask & os::WatchOverflow) {
         out.overflow = true;
+        // What the awaited folders' parents reported may be lost with the rest.
+        std::vector<int> awaiting;
+        for (const auto& [watch, folders] : m_awaiting)
+            awaiting.push_back(watch);
+        for (const int watch : awaiting)
+            Reawait(watch, false);
         return;
+    }
+    if (m_awaiting.contains(event.watch) &&
+        (event.mask &
+         (os::WatchIsFolder | os::WatchIgnored | os::WatchSelfDeleted | os::WatchSelfMoved))) {
+        Reawait(event.watch, (event.mask & os::WatchIgnored) != 0);
     }
     if (event.watch == m_pathDefinitionWatch && event.name == m_pathDefinitionName)
         out.pathDefinitionChanged = true;
@@ -171,6 +248,8 @@ void FolderWatcher::Wait(std::chrono::milliseconds timeout, WatchedChanges& out)
         return;
     for (const auto& event : m_events)
         Handle(event, out);
+    out.appeared.insert(out.appeared.end(), m_appeared.begin(), m_appeared.end());
+    m_appeared.clear();
 }
 
 void FolderWatcher::Poll(WatchedChanges& out) {

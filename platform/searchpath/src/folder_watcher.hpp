@@ -22,7 +22,10 @@ struct WatchedChanges {
     std::vector<foundation::storage::vfs::AbsoluteIRI> locations;  // in the order seen
     bool overflow = false;  // the kernel dropped events: anything may have changed
     bool pathDefinitionChanged = false;
-    bool Empty() const { return locations.empty() && !overflow && !pathDefinitionChanged; }
+    std::vector<foundation::storage::vfs::AbsoluteIRI> appeared;  // awaited folders that exist now
+    bool Empty() const {
+        return locations.empty() && !overflow && !pathDefinitionChanged && appeared.empty();
+    }
 };
 
 class FolderWatcher {
@@ -40,6 +43,14 @@ class FolderWatcher {
     // that were not watched before are added to `fresh` if given.
     void WatchTree(const FolderEntry& entry,
                    std::vector<foundation::storage::vfs::AbsoluteIRI>* fresh = nullptr);
+    // Unwatch: stops watching `entry`'s folder and those beneath it on the path, but for the
+    // folders for which `stays` holds.
+    void Unwatch(const FolderEntry& entry,
+                 const std::function<bool(const foundation::storage::vfs::AbsoluteIRI&)>& stays);
+    // Await: `folder` is on the path but does not exist. Its nearest existing parent is watched,
+    // and then the next folder down once that is made, until `folder` itself is: then Wait reports
+    // it as appeared. Reported at once if it exists by the time its parent is watched.
+    void Await(const foundation::storage::vfs::AbsoluteIRI& folder);
     // Wait: waits at most `timeout` for changes and adds them to `out`.
     void Wait(std::chrono::milliseconds timeout, WatchedChanges& out);
     // Poll: the polled folders whose stamp changed since the last look.
@@ -64,6 +75,9 @@ class FolderWatcher {
                         const std::string& native, int depth);
     void Forget(const std::string& native);
     void Handle(const os::WatchEvent& event, WatchedChanges& out);
+    void AwaitFrom(const foundation::storage::vfs::AbsoluteIRI& folder, const std::string& native);
+    // Looks again for the folders awaited below `watch`, after a change there.
+    void Reawait(int watch, bool gone);
 
     std::string m_pathDefinition;
     std::string m_pathDefinitionName;
@@ -75,6 +89,14 @@ class FolderWatcher {
     boost::unordered_flat_map<std::string, Polled> m_polled;
     bool m_warned = false;
     std::vector<os::WatchEvent> m_events;
+    // The folders awaited, by the watch on their nearest existing parent; and those found.
+    struct Awaited {
+        foundation::storage::vfs::AbsoluteIRI location;
+        std::string native;
+    };
+    boost::unordered_flat_map<int, std::vector<Awaited>> m_awaiting;
+    boost::unordered_flat_map<std::string, int> m_awaitedAt;
+    std::vector<foundation::storage::vfs::AbsoluteIRI> m_appeared;
 };
 
 }  // namespace Velmora::SearchPath::detail

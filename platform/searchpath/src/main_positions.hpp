@@ -25,6 +25,11 @@ class MainPositions {
     // CarryTo: `path` has the same folders in the same places as the one the table serves.
     void CarryTo(const std::shared_ptr<const MainSearchPath>& path) { m_path = path; }
 
+    // At: the position of the main entry of the folder `location`, if it is on the path.
+    std::optional<std::size_t> At(const foundation::storage::vfs::AbsoluteIRI& location) const {
+        const auto found = m_at.find(location);
+        return found == m_at.end() ? std::nullopt : std::optional(found->second);
+    }
     // Holding: the position of the main entry that holds `location` as one of its entries or, for
     // a file or a folder that is no entry, as the parent of `location`; none when no entry does.
     std::optional<std::size_t> Holding(const MainSearchPath& path,

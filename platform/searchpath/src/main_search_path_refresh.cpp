@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include <boost/unordered/unordered_flat_map.hpp>
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include "main_positions.hpp"
@@ -32,6 +33,24 @@ bool SameListing(const FolderEntry& a, const FolderEntry& b) {
             return false;
     }
     return true;
+}
+
+// The entries of `path` and `more` in the order of the folder list.
+std::vector<std::shared_ptr<const FolderEntry>> InListOrder(
+    const std::vector<AbsoluteIRI>& folders, const MainSearchPath& path,
+    std::vector<std::shared_ptr<const FolderEntry>> more) {
+    boost::unordered_flat_map<AbsoluteIRI, std::shared_ptr<const FolderEntry>> byLocation;
+    for (auto& entry : more)
+        byLocation.emplace(entry->GetAbsoluteIRI(), std::move(entry));
+    for (const auto& entry : path.GetFolderEntries())
+        byLocation.emplace(entry->GetAbsoluteIRI(), entry);
+    std::vector<std::shared_ptr<const FolderEntry>> entries;
+    entries.reserve(byLocation.size());
+    for (const auto& folder : folders) {
+        if (const auto found = byLocation.find(folder); found != byLocation.end())
+            entries.push_back(found->second);
+    }
+    return entries;
 }
 
 }  // namespace
@@ -72,12 +91,35 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
             continue;
         replaced.push_back({position, std::move(fresh)});
     }
+    // Folders of the list that were missing and exist now take their places on the path.
+    std::vector<std::shared_ptr<const FolderEntry>> appearing;
+    if (old->path->GetFolderEntries().size() < old->folders->size()) {
+        for (const auto& location : locations) {
+            if (m_mainPositions->At(location) ||
+                std::find(old->folders->begin(), old->folders->end(), location) ==
+                    old->folders->end()) {
+                continue;
+            }
+            ScanReport ignored;  // still missing: its warning stands already
+            if (auto entry = scanner.ScanMainEntry(location, ignored)) {
+                m_cache.Remember(entry);
+                appearing.push_back(std::move(entry));
+            }
+        }
+    }
     // Folders that read the same are the same objects: nothing to tell.
-    if (replaced.empty())
+    if (replaced.empty() && appearing.empty())
         return false;
-    ScanReport warnings = *old->warnings;
+    ScanReport warnings;
+    for (const auto& problem : old->warnings->Problems()) {
+        if (std::none_of(appearing.begin(), appearing.end(),
+                         [&](const auto& e) { return e->GetAbsoluteIRI() == problem.location; }))
+            warnings.Add(problem);
+    }
     warnings.Append(report);
     auto path = MainSearchPath::Update(*old->path, replaced);
+    if (!appearing.empty())
+        path = MainSearchPath::Create(InListOrder(*old->folders, *path, std::move(appearing)));
     if (path->GetFolderEntries().size() == old->path->GetFolderEntries().size())
         m_mainPositions->CarryTo(path);
     Publish(PathChangeKind::Refreshed,

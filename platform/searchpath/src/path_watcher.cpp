@@ -30,6 +30,7 @@ void Merge(detail::WatchedChanges& into, detail::WatchedChanges& from) {
     into.locations.insert(into.locations.end(), from.locations.begin(), from.locations.end());
     into.overflow = into.overflow || from.overflow;
     into.pathDefinitionChanged = into.pathDefinitionChanged || from.pathDefinitionChanged;
+    into.appeared.insert(into.appeared.end(), from.appeared.begin(), from.appeared.end());
 }
 
 }  // namespace
@@ -38,9 +39,10 @@ struct PathWatcher::Impl {
     Impl(MainSearchPathManager& m, Options o)
         : manager(m), options(std::move(o)), folders(m.GetPathDefinitionPath(), options.warn) {}
 
-    // Watches what the current snapshot has and the last one watched had not. A folder that
-    // entered the path through a refresh was listed before its watch existed: it is listed again
-    // now, so that a file made in between is not missed (watched first, listed after).
+    // Watches what the current snapshot has and the last one watched had not, and stops watching
+    // what left the path. A folder that entered the path through a refresh was listed before its
+    // watch existed: it is listed again now, so that a file made in between is not missed
+    // (watched first, listed after).
     void Rewatch() {
         const auto current = manager.GetSnapshot();
         if (current == watchedSnapshot)
@@ -50,20 +52,17 @@ struct PathWatcher::Impl {
         if (!watchedSnapshot) {
             for (const auto& entry : now)
                 folders.WatchTree(*entry);
-        } else {
+        } else if (RefreshedInPlace(watchedSnapshot->GetFolderEntries(), now)) {
             const auto& before = watchedSnapshot->GetFolderEntries();
-            boost::unordered_flat_set<const FolderEntry*> known;
-            if (before.size() != now.size())
-                for (const auto& entry : before)
-                    known.insert(entry.get());
             for (std::size_t i = 0; i < now.size(); ++i) {
-                const bool same =
-                    known.empty() ? before[i] == now[i] : known.contains(now[i].get());
-                if (!same)
+                if (before[i] != now[i])
                     folders.WatchTree(*now[i], &fresh);
             }
+        } else {
+            Rewatch(watchedSnapshot->GetFolderEntries(), *current, fresh);
         }
         watchedSnapshot = current;
+        AwaitMissing(*current);
         if (fresh.empty())
             return;
         try {
@@ -71,6 +70,60 @@ struct PathWatcher::Impl {
         } catch (...) {
             if (options.failed)
                 options.failed(std::current_exception());
+        }
+    }
+
+    // Whether the folders stayed in their places, only some of them read anew.
+    static bool RefreshedInPlace(const std::vector<std::shared_ptr<const FolderEntry>>& before,
+                                 const std::vector<std::shared_ptr<const FolderEntry>>& now) {
+        if (before.size() != now.size())
+            return false;
+        for (std::size_t i = 0; i < now.size(); ++i) {
+            if (before[i] != now[i] && before[i]->GetAbsoluteIRI() != now[i]->GetAbsoluteIRI())
+                return false;
+        }
+        return true;
+    }
+
+    void Rewatch(const std::vector<std::shared_ptr<const FolderEntry>>& before,
+                 const MainSearchPath& current, std::vector<AbsoluteIRI>& fresh) {
+        const auto& now = current.GetFolderEntries();
+        boost::unordered_flat_set<const FolderEntry*> known;
+        for (const auto& entry : before)
+            known.insert(entry.get());
+        boost::unordered_flat_set<const FolderEntry*> kept;
+        for (const auto& entry : now) {
+            kept.insert(entry.get());
+            if (!known.contains(entry.get()))
+                folders.WatchTree(*entry, &fresh);
+        }
+        const auto onPath = [&](const AbsoluteIRI& location) {
+            return current.GetPathEntryFromAbsoluteIRI(
+                       location, PathManagement::FilenameMatchingPolicy::Exact) != nullptr;
+        };
+        for (const auto& entry : before) {
+            if (!kept.contains(entry.get()))
+                folders.Unwatch(*entry, onPath);
+        }
+    }
+
+    // Folders of the list that are not on the path do not exist (or cannot be used): each is
+    // awaited, to be read when it appears. Looked at only when the folders on the path change.
+    void AwaitMissing(const MainSearchPath& current) {
+        const auto list = manager.GetPathFolderIRIs();
+        const auto& now = current.GetFolderEntries();
+        if (list == awaitedList && now.size() == awaitedCount)
+            return;
+        awaitedList = list;
+        awaitedCount = now.size();
+        if (now.size() >= list->size())
+            return;
+        boost::unordered_flat_set<AbsoluteIRI> present;
+        for (const auto& entry : now)
+            present.insert(entry->GetAbsoluteIRI());
+        for (const auto& folder : *list) {
+            if (!present.contains(folder))
+                folders.Await(folder);
         }
     }
 
@@ -100,10 +153,11 @@ struct PathWatcher::Impl {
         }
         if (changes.overflow)
             manager.Refresh();
-        std::vector<AbsoluteIRI> named;
+        std::vector<AbsoluteIRI> named = changes.appeared;
         {
             std::lock_guard lock(pendingMutex);
-            named.swap(pending);
+            named.insert(named.end(), pending.begin(), pending.end());
+            pending.clear();
         }
         if (!named.empty())
             manager.RefreshFolders(named);
@@ -139,6 +193,8 @@ struct PathWatcher::Impl {
     Options options;
     detail::FolderWatcher folders;
     std::shared_ptr<const MainSearchPath> watchedSnapshot;
+    std::shared_ptr<const MainSearchPathManager::FolderList> awaitedList;
+    std::size_t awaitedCount = 0;
     std::mutex pendingMutex;
     std::vector<AbsoluteIRI> pending;
     foundation::messaging::Subscription subscription;

@@ -94,7 +94,8 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     void Refresh();
     // RefreshFolders: reads again the folders at `locations` (or, for a file, the folder holding
     // it), even where their stamps look unchanged, and rebuilds only the main entries that hold
-    // them; then publishes and tells the observers as Refresh does. Locations that are not on the
+    // them; then publishes and tells the observers as Refresh does. A folder of the list that was
+    // missing and exists now is read and takes its place. Other locations that are not on the
     // path are ignored. Returns whether the path changed.
     bool RefreshFolders(const std::vector<foundation::storage::vfs::AbsoluteIRI>& locations);
     // ReloadPathDefinition: takes up the folder list saved in the path definition file, as
