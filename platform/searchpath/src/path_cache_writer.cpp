@@ -47,41 +47,40 @@ class Encoder {
         Tree(entry, std::move(record));
     }
 
-    std::string Finish(const AbsoluteIRI& root) const {
+    // Finish: calls write(bytes) for each piece of the cache in turn, header first.
+    template <class Write>
+    void Finish(const AbsoluteIRI& root, Write write) const {
         const ustring& rootText = root.toString();
-        const std::string rootBytes(reinterpret_cast<const char*>(rootText.data()),
-                                    rootText.size() * sizeof(char16_t));
+        const std::string_view rootBytes(reinterpret_cast<const char*>(rootText.data()),
+                                         rootText.size() * sizeof(char16_t));
         std::string folders;
         Put(folders, static_cast<std::uint32_t>(m_records.size()));
         folders.append(reinterpret_cast<const char*>(m_records.data()),
                        m_records.size() * sizeof(FolderRecord));
-        const std::string text(reinterpret_cast<const char*>(m_text.data()),
-                               m_text.size() * sizeof(char16_t));
+        const std::string_view text(reinterpret_cast<const char*>(m_text.data()),
+                                    m_text.size() * sizeof(char16_t));
         const std::string index = Index();
         const std::string_view sections[kSectionCount] = {rootBytes, text, folders, m_names, index};
         const SectionId ids[kSectionCount] = {kRoot, kText, kFolders, kNames, kIndex};
 
-        std::string table;
-        std::uint64_t offset = kTableEnd;
-        for (std::uint32_t i = 0; i < kSectionCount; ++i) {
-            Put(table, SectionEntry{ids[i], 0, Checksum(sections[i]), offset, sections[i].size()});
-            offset += sections[i].size();
-        }
         Header header{};
         std::memcpy(header.magic, kMagic, sizeof kMagic);
         header.version = kVersion;
         header.byteOrder = kByteOrderMark;
         header.writtenAtNs = m_writtenAtNs;
         header.sectionCount = kSectionCount;
-        std::string out;
-        out.reserve(offset);
-        Put(out, header);
-        out += table;
-        const std::uint64_t sum = Checksum(out);
-        std::memcpy(out.data() + offsetof(Header, checksum), &sum, sizeof sum);
+        std::string head;
+        Put(head, header);
+        std::uint64_t offset = kTableEnd;
+        for (std::uint32_t i = 0; i < kSectionCount; ++i) {
+            Put(head, SectionEntry{ids[i], 0, Checksum(sections[i]), offset, sections[i].size()});
+            offset += sections[i].size();
+        }
+        const std::uint64_t sum = Checksum(head);
+        std::memcpy(head.data() + offsetof(Header, checksum), &sum, sizeof sum);
+        write(std::string_view(head));
         for (const auto section : sections)
-            out.append(section);
-        return out;
+            write(section);
     }
 
   private:
@@ -213,11 +212,16 @@ class Encoder {
             bucketStart[b] = static_cast<std::uint32_t>(entries.size());
             const auto first = sorted.begin() + start[b];
             const auto last = sorted.begin() + start[b + 1];
-            // Alike names side by side, each name's folders still in path order.
-            std::stable_sort(first, last, [&](const Occurrence& x, const Occurrence& y) {
+            // Alike names side by side, each name's folders still in path order: an insertion
+            // sort, stable and quickest for the few names of a bucket.
+            const auto before = [&](const Occurrence& x, const Occurrence& y) {
                 return x.hash != y.hash ? x.hash < y.hash
                                         : nameAt(x.nameOffset) < nameAt(y.nameOffset);
-            });
+            };
+            for (auto i = first; i != last; ++i) {
+                for (auto j = i; j != first && before(*j, *(j - 1)); --j)
+                    std::iter_swap(j, j - 1);
+            }
             for (auto it = first; it != last;) {
                 auto end = it + 1;
                 while (end != last && end->hash == it->hash &&
@@ -277,24 +281,36 @@ class Encoder {
     std::vector<IndexedFiles> m_indexed;  // the folders whose files the name index holds
 };
 
+// EncodeInto: the cache of `mains`, handed to write(bytes) piece by piece.
+template <class Write>
+void EncodeInto(const FolderEntryList& mains, std::int64_t writtenAtNs, const AbsoluteIRI& root,
+                Write write) {
+    Encoder encoder(writtenAtNs);
+    for (const auto& main : mains) {
+        if (main)
+            encoder.Main(*main);
+    }
+    encoder.Finish(root, write);
+}
+
 }  // namespace
 
 PathCacheFactory::PathCacheFactory(FolderEntryList mainEntries, std::int64_t writtenAtNs)
     : m_mains(std::move(mainEntries)), m_writtenAtNs(writtenAtNs != 0 ? writtenAtNs : NowNs()) {}
 
 std::string PathCacheFactory::Encode(const AbsoluteIRI& root) const {
-    Encoder encoder(m_writtenAtNs);
-    for (const auto& main : m_mains) {
-        if (main)
-            encoder.Main(*main);
-    }
-    return encoder.Finish(root);
+    std::string out;
+    EncodeInto(m_mains, m_writtenAtNs, root, [&](std::string_view bytes) { out.append(bytes); });
+    return out;
 }
 
 void PathCacheFactory::WriteCache(foundation::storage::vfs::ofstream& stream,
                                   const AbsoluteIRI& root) const {
-    const std::string bytes = Encode(root);
-    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    // Written piece by piece: a cache of a large path is tens of megabytes, not worth copying
+    // into one string first.
+    EncodeInto(m_mains, m_writtenAtNs, root, [&](std::string_view bytes) {
+        stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    });
     stream.flush();
 }
 
