@@ -26,6 +26,8 @@ using vpath_test::kPrimary;
 std::string Answers(const MainSearchPath& path, const std::vector<ustring>& exts) {
     std::string out = "files " + std::to_string(path.GetFileCount()) + " entries " +
                       std::to_string(path.GetEntryCount()) + "\n";
+    for (const auto& main : *path.GetMainEntries())
+        out += "main " + Velmora::text::ToNative(main->GetAbsoluteIRI().toString()) + "\n";
     for (const auto& method : path.GetMethodEntries())
         out += "method " + Velmora::text::ToNative(method->GetAbsoluteIRI().toString()) + "\n";
     for (const auto* name : {u"area", u"shared", u"only", u"f", u"g", u"Cls", u"new", u"secret"}) {

@@ -386,7 +386,7 @@ PathEntryVector MainSearchPath::GetPartiallyMatchingEntries(SearchScope scope,
 std::shared_ptr<const IPathEntry> MainSearchPath::GetMainEntryForEntry(
     const IPathEntry& entry) const {
     const auto slot = m_index->SlotOf(entry);
-    return slot == kNone ? nullptr : (*m_mains)[m_index->slots[slot].main];
+    return slot == kNone ? nullptr : m_mainFolders[m_index->slots[slot].main];
 }
 
 std::shared_ptr<const IPathEntry> MainSearchPath::GetParentEntryForEntry(

@@ -20,6 +20,15 @@ std::size_t FilesIn(const FolderEntry& entry) {
 
 }  // namespace
 
+PathManagement::SharedPathEntryVector MainSearchPath::GetMainEntries() const {
+    std::call_once(m_mainsOnce, [this] {
+        if (!m_mains)
+            m_mains =
+                std::make_shared<const PathEntryVector>(m_mainFolders.begin(), m_mainFolders.end());
+    });
+    return m_mains;
+}
+
 PathEntryVector MainSearchPath::GetMethodEntries() const {
     // A path that Update made finds its method entries while it builds its index.
     static_cast<void>(m_index.operator->());
@@ -43,11 +52,9 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Update(
     if (!sameFolders)
         return Create(std::move(folders));
 
+    // The one copy of the main entries that a refresh makes; the IPath list of them is made from it
+    // when first asked for.
     std::shared_ptr<MainSearchPath> path(new MainSearchPath());
-    auto mains = std::make_shared<PathEntryVector>(*previous.m_mains);
-    for (const auto& [position, entry] : replaced)
-        (*mains)[position] = entry;
-    path->m_mains = std::move(mains);
     path->m_mainFolders = std::move(folders);
     path->m_fileCount = files;
     return path;

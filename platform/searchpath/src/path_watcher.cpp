@@ -61,6 +61,8 @@ struct PathWatcher::Impl {
         } else {
             Rewatch(watchedSnapshot->GetFolderEntries(), *current, fresh);
         }
+        // Freeing a large path's lists takes a while: done when nothing is waiting to be reported.
+        retired.push_back(std::move(watchedSnapshot));
         watchedSnapshot = current;
         AwaitMissing(*current);
         if (fresh.empty())
@@ -171,7 +173,9 @@ struct PathWatcher::Impl {
                 wait = std::min(wait, std::chrono::duration_cast<std::chrono::milliseconds>(
                                           std::max(nextPoll - Clock::now(), Clock::duration{})));
             }
-            auto changes = Gather(wait);
+            auto changes = Gather(retired.empty() ? wait : std::chrono::milliseconds(0));
+            if (changes.Empty())
+                retired.clear();
             if (folders.PolledCount() > 0 && Clock::now() >= nextPoll) {
                 folders.Poll(changes);
                 nextPoll = Clock::now() + options.pollInterval;
@@ -193,6 +197,7 @@ struct PathWatcher::Impl {
     Options options;
     detail::FolderWatcher folders;
     std::shared_ptr<const MainSearchPath> watchedSnapshot;
+    std::vector<std::shared_ptr<const MainSearchPath>> retired;
     std::shared_ptr<const MainSearchPathManager::FolderList> awaitedList;
     std::size_t awaitedCount = 0;
     std::mutex pendingMutex;

@@ -57,7 +57,7 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     ~MainSearchPath() override;
 
     // IPath
-    PathManagement::SharedPathEntryVector GetMainEntries() const override { return m_mains; }
+    PathManagement::SharedPathEntryVector GetMainEntries() const override;
     PathManagement::PathEntryVector GetMethodEntries() const override;
     PathManagement::PathEntryVector GetMethodEntriesByName(
         PathManagement::SearchScope scope, const ustring& name,
@@ -126,7 +126,9 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     const FoldedIndex& Folded() const;
 
     std::vector<std::shared_ptr<const FolderEntry>> m_mainFolders;
-    PathManagement::SharedPathEntryVector m_mains;
+    // Made on first use by a path that Update made.
+    mutable std::once_flag m_mainsOnce;
+    mutable PathManagement::SharedPathEntryVector m_mains;
     mutable PathManagement::PathEntryVector m_methods;  // filled with the index
     std::size_t m_fileCount = 0;
     IndexSlot m_index{*this};
