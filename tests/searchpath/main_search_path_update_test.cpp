@@ -30,7 +30,8 @@ std::string Answers(const MainSearchPath& path, const std::vector<ustring>& exts
         out += "main " + Velmora::text::ToNative(main->GetAbsoluteIRI().toString()) + "\n";
     for (const auto& method : path.GetMethodEntries())
         out += "method " + Velmora::text::ToNative(method->GetAbsoluteIRI().toString()) + "\n";
-    for (const auto* name : {u"area", u"shared", u"only", u"f", u"g", u"Cls", u"new", u"secret"}) {
+    for (const ustring name :
+         {u"area", u"shared", u"only", u"f", u"g", u"Cls", u"new", u"secret"}) {
         for (const SearchScope scope : {SearchScope(kPrimary), SearchScope(kFull)}) {
             const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
             const auto hit = path.FindFirstInScope(scope, target, FilenameMatchingPolicy::Exact);
