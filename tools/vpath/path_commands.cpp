@@ -73,7 +73,7 @@ void PrintRemovedWithoutEntry(const std::vector<foundation::storage::vfs::Absolu
                               const std::vector<foundation::storage::vfs::AbsoluteIRI>& after) {
     // By set, not by search: a path of many folders would make a search of each quadratic.
     boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> kept(after.begin(),
-                                                                        after.end());
+                                                                          after.end());
     for (const auto& entry : beforePath.GetFolderEntries()) {
         if (entry)
             kept.insert(entry->GetLocation());

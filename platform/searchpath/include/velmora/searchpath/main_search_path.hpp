@@ -40,6 +40,14 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
         const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders, ScanReport& report,
         const EntryCache* cache = nullptr);
 
+    // Revalidate: Scan, starting from `known`, the main entries of an earlier scan in path order
+    // (those of a path cache): a known entry whose folders all keep their stamps stands for its
+    // folder at one stat per folder, and only the other folders are scanned.
+    static std::shared_ptr<const MainSearchPath> Revalidate(
+        const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+        const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
+        const EntryCache* cache = nullptr);
+
     ~MainSearchPath() override;
 
     // IPath
