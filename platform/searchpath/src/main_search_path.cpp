@@ -351,6 +351,10 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
     const SplitName name(*target.baseName);
     const std::vector<ustring>& extensions = *target.extensions;
     std::uint32_t best = kNone;
+    // The first extension whose list holds the best slot is the one its folder prefers, so that
+    // folder needs no lookup under the extensions before it.
+    std::size_t extension = 0;
+    std::size_t bestExtension = 0;
     // Takes the first slot of a list, in path order, that can hold the file; false to stop.
     auto consider = [&](std::uint32_t slot) {
         if (slot >= best)
@@ -362,13 +366,14 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
             return true;
         }
         best = slot;
+        bestExtension = extension;
         return false;
     };
     if (policy == FilenameMatchingPolicy::IgnoreCase) {
         const auto& folded = Folded();
-        for (const ustring& extension : extensions) {
+        for (extension = 0; extension < extensions.size(); ++extension) {
             ustring key = text::FoldCase(name.leaf);
-            key += text::FoldCase(extension);
+            key += text::FoldCase(extensions[extension]);
             const auto it = folded.byFileName.find(key);
             if (it == folded.byFileName.end())
                 continue;
@@ -378,8 +383,8 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
             }
         }
     } else {
-        for (const ustring& extension : extensions) {
-            const auto it = m_index->byFileName.find(NameKey{name.leaf, extension});
+        for (extension = 0; extension < extensions.size(); ++extension) {
+            const auto it = m_index->byFileName.find(NameKey{name.leaf, extensions[extension]});
             if (it != m_index->byFileName.end())
                 m_index->ForEachSlot(it->second, consider);
         }
@@ -387,7 +392,9 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
     if (best == kNone)
         return boost::none;
     const auto& entry = m_index->slots[best].entry;
-    return FoundItem(entry->FindFileNamed(name.leaf, extensions, policy), entry);
+    return FoundItem(
+        entry->FindFileNamed(name.leaf, std::span(extensions).subspan(bestExtension), policy),
+        entry);
 }
 
 std::vector<FoundItem> MainSearchPath::FindAllInScope(
