@@ -73,6 +73,10 @@ TEST_F(PartialMatchTest, WholeFolderNamesInPathOrder) {
         SCOPED_TRACE(c.partial);
         EXPECT_EQ(Matching(c.partial, c.policy), c.expected);
     }
+    // Only entries of the scope's kinds.
+    const std::uint32_t primary[] = {0};
+    EXPECT_EQ(path->GetPartiallyMatchingEntries(SearchScope(primary), u"shapes", exact),
+              PathEntryVector{});
 }
 
 TEST_F(PartialMatchTest, AgreesWithTheLenientRuleOnEveryEntry) {
