@@ -8,6 +8,7 @@
 //   vpath which --json area           one JSON object per name
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <iostream>
 #include <optional>
@@ -60,14 +61,19 @@ class Answerer {
         // again) looks each up once.
         bool found = false;
         if (const auto known = m_answers.find(arg); known != m_answers.end()) {
-            out += known->second.text;
+            out.append(m_texts, known->second.offset, known->second.size);
             found = known->second.found;
         } else {
             const std::size_t start = out.size();
             found = Answer(arg, out);
-            if (m_answers.size() >= kRememberedNames)
+            if (m_answers.size() >= kRememberedNames || m_texts.size() >= kRememberedBytes) {
                 m_answers.clear();
-            m_answers.emplace(arg, Remembered{out.substr(start), found});
+                m_texts.clear();
+            }
+            const auto size = static_cast<std::uint32_t>(out.size() - start);
+            m_answers.emplace(arg,
+                              Remembered{static_cast<std::uint32_t>(m_texts.size()), size, found});
+            m_texts.append(out, start, size);
         }
         if (!found) {
             err += "vpath: ";
@@ -78,13 +84,17 @@ class Answerer {
     }
 
   private:
+    // An answer kept in m_texts, which holds them all one after another: a small entry per name
+    // and no allocation of its own.
     struct Remembered {
-        std::string text;
+        std::uint32_t offset;
+        std::uint32_t size;
         bool found;
     };
-    // Beyond this many names the answers are forgotten and gathered afresh, so that a long
-    // co-process fed ever new names stays small.
+    // Beyond this many names or bytes the answers are forgotten and gathered afresh, so that a
+    // long co-process fed ever new names stays small.
     static constexpr std::size_t kRememberedNames = 1 << 18;
+    static constexpr std::size_t kRememberedBytes = std::size_t{1} << 26;
 
     // Looks the name up and appends its answer to `out`; false when it resolves to nothing.
     bool Answer(const std::string& arg, std::string& out) const {
@@ -153,6 +163,7 @@ class Answerer {
     mutable boost::unordered_flat_map<const IPathEntry*, std::string> m_folderBytes;
     mutable std::vector<FoundItem> m_found;
     mutable boost::unordered_flat_map<std::string, Remembered, std::hash<std::string>> m_answers;
+    mutable std::string m_texts;
 };
 
 // Writes what has been answered and empties the buffers.
