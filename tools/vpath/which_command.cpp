@@ -59,22 +59,22 @@ class Answerer {
         // The path does not change while the command runs, so a name asked again gets the same
         // answer: a batch that repeats names (a build asks for the same few hundred again and
         // again) looks each up once.
-        bool found = false;
-        if (const auto known = m_answers.find(arg); known != m_answers.end()) {
-            out.append(m_texts, known->second.offset, known->second.size);
-            found = known->second.found;
-        } else {
-            const std::size_t start = out.size();
-            found = Answer(arg, out);
-            if (m_answers.size() >= kRememberedNames || m_texts.size() >= kRememberedBytes) {
-                m_answers.clear();
-                m_texts.clear();
-            }
-            const auto size = static_cast<std::uint32_t>(out.size() - start);
-            m_answers.emplace(arg,
-                              Remembered{static_cast<std::uint32_t>(m_texts.size()), size, found});
-            m_texts.append(out, start, size);
+        if (m_answers.size() >= kRememberedNames || m_texts.size() >= kRememberedBytes) {
+            m_answers.clear();
+            m_texts.clear();
         }
+        const auto [known, fresh] = m_answers.try_emplace(arg);
+        Remembered& answer = known->second;
+        if (fresh) {
+            const std::size_t start = out.size();
+            answer.found = Answer(arg, out);
+            answer.offset = static_cast<std::uint32_t>(m_texts.size());
+            answer.size = static_cast<std::uint32_t>(out.size() - start);
+            m_texts.append(out, start, answer.size);
+        } else {
+            out.append(m_texts, answer.offset, answer.size);
+        }
+        const bool found = answer.found;
         if (!found) {
             err += "vpath: ";
             err += arg;
@@ -87,9 +87,9 @@ class Answerer {
     // An answer kept in m_texts, which holds them all one after another: a small entry per name
     // and no allocation of its own.
     struct Remembered {
-        std::uint32_t offset;
-        std::uint32_t size;
-        bool found;
+        std::uint32_t offset = 0;
+        std::uint32_t size = 0;
+        bool found = false;
     };
     // Beyond this many names or bytes the answers are forgotten and gathered afresh, so that a
     // long co-process fed ever new names stays small.
