@@ -1,5 +1,6 @@
-// Fuzzes the path cache reader. Whatever the bytes, reading them must neither crash nor hang, and
-// whatever it accepts must survive being written and read again unchanged.
+// Fuzzes the path cache reader. Whatever the bytes, reading them must neither crash nor hang,
+// looking names up in what it accepts must neither crash nor answer with a folder that lacks the
+// file, and whatever it accepts must survive being written and read again unchanged.
 //
 // The first input byte picks how the rest is used, so that the fuzzer gets past the checksums:
 //   0: the bytes as they stand;
@@ -14,6 +15,8 @@
 #include <fstream>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/path_cache.hpp>
@@ -86,6 +89,30 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto entries = ParsePathCache(bytes, kRoot, why);
     if (entries.empty())
         return 0;
+    // Every name of every entry, and one that no entry holds, through the path-wide index.
+    const auto path = MainSearchPath::Create(entries);
+    const std::uint32_t all[] = {0, 1, 2, 3, 5};
+    std::vector<std::pair<ustring, ustring>> names = {{u"absent", u".vl"}};
+    path->ForEachEntry(Velmora::PathManagement::SearchScope(all), [&](const auto& entry) {
+        for (const auto& item : *entry->GetItems())
+            names.emplace_back(item->GetName(), item->GetExtension());
+        return false;
+    });
+    for (const auto& [name, extension] : names) {
+        const std::vector<ustring> extensions = {extension};
+        const Velmora::PathManagement::detail::SearchTarget target(name, extensions);
+        for (const auto policy : {Velmora::PathManagement::FilenameMatchingPolicy::PlatformDefault,
+                                  Velmora::PathManagement::FilenameMatchingPolicy::IgnoreCase}) {
+            const auto first =
+                path->FindFirstInScope(Velmora::PathManagement::SearchScope(all), target, policy);
+            Require(!first || first->GetPathItem() != nullptr);
+            for (const auto& found :
+                 path->FindAllInScope(Velmora::PathManagement::SearchScope(all), target, policy)) {
+                Require(found.GetPathItem() != nullptr);
+            }
+        }
+    }
+
     const std::string again = PathCacheFactory(entries, 1).Encode(kRoot);
     const auto reread = ParsePathCache(again, kRoot, why);
     Require(reread.size() == entries.size());

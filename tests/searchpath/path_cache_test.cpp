@@ -49,18 +49,41 @@ std::int64_t NowNs() {
         .count();
 }
 
-// Everything a lookup can see of a path: each entry with its kind, locations and files.
+// Everything a lookup can see of a path: each entry with its kind, locations and files, and the
+// path-wide answers for every file name (first and all holders, exact and ignoring case).
 std::string Answers(const MainSearchPath& path) {
+    using Velmora::PathManagement::FilenameMatchingPolicy;
+    using Velmora::PathManagement::detail::SearchTarget;
     std::ostringstream out;
+    std::vector<std::pair<ustring, ustring>> names = {{u"absent", u".vl"}, {u"AREA", u".vl"}};
     path.ForEachEntry(SearchScope(kFull), [&](const std::shared_ptr<const IPathEntry>& entry) {
         out << static_cast<int>(entry->GetPathEntryType()) << ' '
             << Velmora::text::ToNative(entry->GetAbsoluteIRI().toString()) << " -> "
             << Velmora::text::ToNative(entry->GetCanonicalAbsoluteIRI().toString()) << ':';
-        for (const auto& item : *entry->GetItems())
+        for (const auto& item : *entry->GetItems()) {
             out << ' ' << Velmora::text::ToNative(item->GetFileName());
+            names.emplace_back(item->GetName(), item->GetExtension());
+        }
         out << '\n';
         return false;
     });
+    const auto where = [](const Velmora::PathManagement::FoundItem& found) {
+        return Velmora::text::ToNative(found.GetPathEntry()->GetAbsoluteIRI().toString() + u" " +
+                                       found.GetPathItem()->GetFileName());
+    };
+    for (const auto& [name, extension] : names) {
+        const std::vector<ustring> extensions = {extension};
+        for (const auto policy :
+             {FilenameMatchingPolicy::PlatformDefault, FilenameMatchingPolicy::IgnoreCase}) {
+            const SearchTarget target(name, extensions);
+            out << Velmora::text::ToNative(name + extension) << static_cast<int>(policy) << ':';
+            if (const auto first = path.FindFirstInScope(SearchScope(kFull), target, policy))
+                out << " first " << where(*first);
+            for (const auto& found : path.FindAllInScope(SearchScope(kFull), target, policy))
+                out << " | " << where(found);
+            out << '\n';
+        }
+    }
     return out.str();
 }
 
@@ -83,7 +106,8 @@ class PathCache : public vpath_test::TempTreeTest {
     void SetUp() override {
         for (const char* f :
              {"one/area.vl", "one/+pkg/f.vl", "one/+pkg/@Cls/Cls.vl", "one/@Point/Point.vl",
-              "one/private/secret.vl", "one/resources/data.txt", "two/only.vl", "two/caf\xE9.vl"}) {
+              "one/private/secret.vl", "one/resources/data.txt", "two/only.vl", "two/caf\xE9.vl",
+              "two/area.vl", "two/+pkg/f.vl"}) {
             tree.File(f);
         }
         tree.Folder("target/+linked");
@@ -174,6 +198,21 @@ TEST_F(PathCache, ChangesAfterWritingAreSeenAtTheNextStart) {
     }
 }
 
+TEST_F(PathCache, AnotherPathFromTheSameCacheAnswersAsAScan) {
+    Save(*Scan());
+    tree.File("three/area.vl");
+    const std::vector<std::vector<AbsoluteIRI>> paths = {
+        {tree.IRI("two"), tree.IRI("one")},
+        {tree.IRI("two")},
+        {tree.IRI("three"), tree.IRI("one"), tree.IRI("two")},
+    };
+    for (const auto& path : paths) {
+        SCOPED_TRACE(path.size());
+        folders = path;
+        EXPECT_EQ(Answers(*Start()), Answers(*Scan()));
+    }
+}
+
 TEST_F(PathCache, ChangeInTheTickOfWritingIsSeenOnCoarseFileSystems) {
     FaultSystem coarse;
     coarse.CoarsenFolderTimes(1'000'000'000);  // whole seconds, folder sizes unknown
@@ -200,7 +239,7 @@ TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
         {"empty", ""},
         {"other version", Reseal([&] {
              auto b = good;
-             b[8] = 2;
+             b[8] = static_cast<char>(Velmora::SearchPath::path_cache_internal::kVersion + 1);
              return b;
          }())},
         {"other byte order", Reseal([&] {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <boost/unordered/unordered_flat_set.hpp>
+
 #include <foundation/storage/vfs/exceptions.hpp>
 #include <velmora/cwf/current_working_folder.hpp>
 #include <velmora/pathmanagement/path_editing.hpp>
@@ -69,12 +71,15 @@ int RunPath(const PathOptions& pathOptions, bool json) {
 void PrintRemovedWithoutEntry(const std::vector<foundation::storage::vfs::AbsoluteIRI>& before,
                               const Velmora::SearchPath::MainSearchPath& beforePath,
                               const std::vector<foundation::storage::vfs::AbsoluteIRI>& after) {
+    // By set, not by search: a path of many folders would make a search of each quadratic.
+    boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> kept(after.begin(),
+                                                                        after.end());
+    for (const auto& entry : beforePath.GetFolderEntries()) {
+        if (entry)
+            kept.insert(entry->GetLocation());
+    }
     for (const auto& folder : before) {
-        const auto& entries = beforePath.GetFolderEntries();
-        const bool hadEntry = std::any_of(entries.begin(), entries.end(), [&](const auto& entry) {
-            return entry && entry->GetAbsoluteIRI() == folder;
-        });
-        if (!hadEntry && std::find(after.begin(), after.end(), folder) == after.end())
+        if (!kept.contains(folder))
             PrintLine("removed " + DisplayBytes(folder));
     }
 }

@@ -8,6 +8,7 @@
 #include <velmora/text/ustring.hpp>
 
 #include "file_table.hpp"
+#include "path_cache_image.hpp"
 
 namespace Velmora::SearchPath {
 
@@ -19,17 +20,53 @@ std::shared_ptr<const FileTable> FileTable::Make(const AbsoluteIRI& location,
                                                  std::vector<ustring> fileNames,
                                                  std::vector<SpecialChild> specials) {
     auto table = std::make_shared<FileTable>();
-    std::sort(fileNames.begin(), fileNames.end());
-    table->m_names = std::move(fileNames);
+    table->m_location = location;
     table->m_specials = std::move(specials);
+    std::sort(fileNames.begin(), fileNames.end());
+    table->m_count = fileNames.size();
+    table->Fill(std::move(fileNames));
+    return table;
+}
 
+std::shared_ptr<const FileTable> FileTable::Saved(const AbsoluteIRI& location,
+                                                  std::vector<SpecialChild> specials,
+                                                  std::shared_ptr<const CacheImage> image,
+                                                  std::uint32_t record, std::string_view block,
+                                                  std::uint32_t fileCount) {
+    auto table = std::make_shared<FileTable>();
+    table->m_location = location;
+    table->m_specials = std::move(specials);
+    table->m_image = std::move(image);
+    table->m_record = record;
+    table->m_block = block;
+    table->m_count = fileCount;
+    return table;
+}
+
+void FileTable::LoadSaved() const {
+    std::vector<ustring> names;
+    names.reserve(m_count);
+    if (!CacheImage::ForEachSavedName(
+            m_block, static_cast<std::uint32_t>(m_count),
+            [&](std::string_view name) { names.push_back(text::FromNative(name)); })) {
+        // The cache's checksums make this a cache written wrongly rather than a damaged one;
+        // the folder then holds nothing until it is listed again.
+        names.clear();
+    }
+    if (!std::is_sorted(names.begin(), names.end()))
+        std::sort(names.begin(), names.end());
+    Fill(std::move(names));
+}
+
+void FileTable::Fill(std::vector<ustring> names) const {
+    m_names = std::move(names);
     // One block holds every item; the item pointers share its ownership, so that handing out an
     // item costs no allocation and keeps only the block alive.
     auto storage = std::make_shared<std::vector<PathItem>>();
-    storage->reserve(table->m_names.size());
-    for (const ustring& name : table->m_names) {
+    storage->reserve(m_names.size());
+    for (const ustring& name : m_names) {
         ustring extension = fl::filesystem::detail::extract_extension(name);
-        storage->emplace_back(location, name.substr(0, name.size() - extension.size()),
+        storage->emplace_back(m_location, name.substr(0, name.size() - extension.size()),
                               std::move(extension));
     }
     auto items = std::make_shared<PathItemVector>();
@@ -37,13 +74,19 @@ std::shared_ptr<const FileTable> FileTable::Make(const AbsoluteIRI& location,
     std::shared_ptr<const std::vector<PathItem>> block = std::move(storage);
     for (const PathItem& item : *block)
         items->emplace_back(block, &item);
-    table->m_items = std::move(items);
+    m_items = std::move(items);
 
-    table->m_index.reserve(table->m_names.size());
-    for (std::uint32_t i = 0; i < table->m_names.size(); ++i) {
-        table->m_index.emplace(std::u16string_view(table->m_names[i]), i);
-    }
-    return table;
+    m_index.reserve(m_names.size());
+    for (std::uint32_t i = 0; i < m_names.size(); ++i)
+        m_index.emplace(std::u16string_view(m_names[i]), i);
+}
+
+bool FileTable::SameFiles(const FileTable& other) const {
+    if (this == &other)
+        return true;
+    if (m_image && other.m_image)
+        return m_count == other.m_count && m_block == other.m_block;
+    return std::ranges::equal(Names(), other.Names());
 }
 
 namespace {
@@ -109,10 +152,10 @@ std::shared_ptr<const PathItemVector> FolderEntry::GetItems() const {
 }
 
 std::size_t FolderEntry::GetFileCount() const noexcept {
-    return m_files->Names().size();
+    return m_files->Count();
 }
 
-std::span<const ustring> FolderEntry::GetFileNames() const noexcept {
+std::span<const ustring> FolderEntry::GetFileNames() const {
     return m_files->Names();
 }
 

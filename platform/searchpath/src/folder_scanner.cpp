@@ -294,17 +294,35 @@ void ScanReport::Append(const ScanReport& other) {
 
 std::shared_ptr<const FolderEntry> EntryCache::Find(const AbsoluteIRI& location,
                                                     PathEntryType kind) const {
-    std::shared_lock lock(m_mutex);
+    {
+        std::shared_lock lock(m_mutex);
+        if (!m_pending) {
+            const auto it = m_entries.find(Key{location, kind});
+            return it == m_entries.end() ? nullptr : it->second;
+        }
+    }
+    std::unique_lock lock(m_mutex);
+    Build();
     const auto it = m_entries.find(Key{location, kind});
     return it == m_entries.end() ? nullptr : it->second;
 }
 
 void EntryCache::Retain(const std::vector<std::shared_ptr<const FolderEntry>>& mainEntries) {
+    // Kept as given until the first use: a command that never changes its path never needs the
+    // entries by location.
+    auto pending = std::make_unique<std::vector<std::shared_ptr<const FolderEntry>>>(mainEntries);
+    std::unique_lock lock(m_mutex);
+    m_pending = std::move(pending);
+}
+
+void EntryCache::Build() const {
+    if (!m_pending)
+        return;
     // Where two given entries are of one folder, the first one given is kept, and so is everything
     // beneath it: each main entry's tree is taken whole before the next main entry's.
     decltype(m_entries) kept;
     std::vector<const FolderEntry*> pending;
-    for (const auto& main : mainEntries) {
+    for (const auto& main : *m_pending) {
         if (!main)
             continue;
         kept.emplace(Key{main->GetAbsoluteIRI(), PathEntryType::Ordinary}, main);
@@ -318,12 +336,13 @@ void EntryCache::Retain(const std::vector<std::shared_ptr<const FolderEntry>>& m
             }
         }
     }
-    std::unique_lock lock(m_mutex);
     m_entries.swap(kept);
+    m_pending.reset();
 }
 
 void EntryCache::Forget(const AbsoluteIRI& location) {
     std::unique_lock lock(m_mutex);
+    Build();
     for (const auto kind :
          {PathEntryType::Ordinary, PathEntryType::PlusFolder, PathEntryType::AtFolder,
           PathEntryType::PrivateFolder, PathEntryType::ResourcesFolder}) {
@@ -334,6 +353,7 @@ void EntryCache::Forget(const AbsoluteIRI& location) {
 void EntryCache::Remember(const std::shared_ptr<const FolderEntry>& entry) {
     std::vector<const FolderEntry*> pending;
     std::unique_lock lock(m_mutex);
+    Build();
     m_entries.insert_or_assign(Key{entry->GetAbsoluteIRI(), entry->GetPathEntryType()}, entry);
     pending.push_back(entry.get());
     while (!pending.empty()) {
@@ -347,7 +367,8 @@ void EntryCache::Remember(const std::shared_ptr<const FolderEntry>& entry) {
 }
 
 std::size_t EntryCache::size() const {
-    std::shared_lock lock(m_mutex);
+    std::unique_lock lock(m_mutex);
+    Build();
     return m_entries.size();
 }
 

@@ -3,14 +3,18 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <utility>
 
 #include <tbb/parallel_for.h>
 #include <boost/container/small_vector.hpp>
 #include <boost/unordered/unordered_flat_map.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
 
 #include <velmora/text/ustring.hpp>
 
+#include "file_table.hpp"
 #include "name_hash.hpp"
+#include "path_cache_image.hpp"
 
 namespace Velmora::SearchPath {
 
@@ -34,6 +38,12 @@ using SlotList = boost::container::small_vector<std::uint32_t, 2>;
 
 struct IriHash {
     std::size_t operator()(const AbsoluteIRI& iri) const noexcept { return iri.hashValue(); }
+};
+struct IriPointerHash {
+    std::size_t operator()(const AbsoluteIRI* iri) const noexcept { return iri->hashValue(); }
+};
+struct IriPointerEqual {
+    bool operator()(const AbsoluteIRI* a, const AbsoluteIRI* b) const noexcept { return *a == *b; }
 };
 
 // A name split at its last separator: "+shapes/circle" is the file "circle" in the folders
@@ -77,9 +87,37 @@ struct MainSearchPath::Index {
     };
     boost::unordered_flat_map<std::u16string_view, Chain, NameHash, NameEqual> byFileName;
     std::vector<Posting> postings;
+    // Entries loaded from a path cache are not in byFileName: the cache's own name index answers
+    // for them, its folder records mapped to the slots that hold them now. A start from an
+    // unchanged cache thus reads no file name at all.
+    std::shared_ptr<const CacheImage> image;
+    std::vector<std::uint32_t> slotOfRecord;
+    bool SavedIn(const FileTable& table) const {
+        return image && table.Image() == image && table.Record() < slotOfRecord.size();
+    }
     boost::unordered_flat_map<std::u16string_view, SlotList, NameHash, NameEqual> methodsByName;
-    boost::unordered_flat_map<AbsoluteIRI, std::uint32_t, IriHash> byLocation;
-    boost::unordered_flat_map<AbsoluteIRI, std::uint32_t, IriHash> byCanonical;
+    // The entries by location and by canonical location, built on first use: most commands
+    // never ask.
+    struct Locations {
+        boost::unordered_flat_map<AbsoluteIRI, std::uint32_t, IriHash> byLocation;
+        boost::unordered_flat_map<AbsoluteIRI, std::uint32_t, IriHash> byCanonical;
+    };
+    const Locations& ByLocation() const {
+        std::call_once(locationsOnce, [this] {
+            auto built = std::make_unique<Locations>();
+            built->byLocation.reserve(slots.size());
+            built->byCanonical.reserve(slots.size());
+            for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
+                const auto& entry = *slots[slot].entry;
+                built->byLocation.emplace(entry.GetLocation(), slot);
+                built->byCanonical.emplace(entry.GetCanonicalAbsoluteIRI().getIRI(), slot);
+            }
+            locations = std::move(built);
+        });
+        return *locations;
+    }
+    mutable std::once_flag locationsOnce;
+    mutable std::unique_ptr<const Locations> locations;
 
     bool Searchable(std::uint32_t slot, SearchScope scope) const {
         const auto kind = slots[slot].kind;
@@ -99,6 +137,20 @@ struct MainSearchPath::Index {
     template <class Visit>
     void ForEachSlot(const Chain& chain, Visit visit) const {
         for (auto p = chain.head; p != kNone && visit(postings[p].slot); p = postings[p].next) {
+        }
+    }
+    // Calls visit(slot) for the slots whose files hold the name: first those of byFileName in
+    // path order while visit returns true, then those of the cache, whose order follows the path
+    // the cache was written for; visit must not rely on a false return ending the walk.
+    template <class Visit>
+    void ForEachHolder(const NameKey& key, Visit visit) const {
+        if (const auto it = byFileName.find(key); it != byFileName.end())
+            ForEachSlot(it->second, visit);
+        if (image) {
+            image->ForEachHolder(key.first, key.second, [&](std::uint32_t record) {
+                if (const auto slot = slotOfRecord[record]; slot != kNone)
+                    visit(slot);
+            });
         }
     }
     std::uint32_t SlotOf(const IPathEntry& entry) const {
@@ -164,8 +216,10 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     path->m_mainFolders.reserve(mainEntries.size());
 
     std::size_t fileNames = 0;
+    // Every location on the path so far: a main entry already there is left out.
+    boost::unordered_flat_set<const AbsoluteIRI*, IriPointerHash, IriPointerEqual> seen;
     for (auto& main : mainEntries) {
-        if (!main || index->byLocation.contains(main->GetAbsoluteIRI()))
+        if (!main || !seen.insert(&main->GetLocation()).second)
             continue;
         const auto mainIndex = static_cast<std::uint32_t>(mains->size());
         mains->push_back(main);
@@ -179,8 +233,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
             const auto slot = static_cast<std::uint32_t>(index->slots.size());
             index->slots.push_back({entry, mainIndex, parent, entry->GetPathEntryType()});
             index->slotOf.emplace(entry.get(), slot);
-            index->byLocation.emplace(entry->GetAbsoluteIRI(), slot);
-            index->byCanonical.emplace(entry->GetCanonicalAbsoluteIRI().getIRI(), slot);
+            seen.insert(&entry->GetLocation());
             if (entry->GetPathEntryType() != PathEntryType::ResourcesFolder) {
                 fileNames += entry->GetFileCount();
             }
@@ -190,14 +243,34 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
         }
     }
 
-    index->byFileName.reserve(fileNames);
-    index->postings.reserve(fileNames);
+    // The files of entries from one path cache are found through its index; only the others'
+    // names are read.
+    std::size_t unsaved = 0;
     for (std::uint32_t slot = 0; slot < index->slots.size(); ++slot) {
         const auto& s = index->slots[slot];
         if (s.kind == PathEntryType::ResourcesFolder)
             continue;
-        for (const ustring& name : s.entry->GetFileNames()) {
-            index->AddFile(name, slot);
+        const auto& table = *s.entry->GetFileTable();
+        if (table.Image() && !index->image) {
+            index->image = table.Image();
+            index->slotOfRecord.assign(index->image->RecordCount(), kNone);
+        }
+        if (index->SavedIn(table) && index->slotOfRecord[table.Record()] == kNone) {
+            index->slotOfRecord[table.Record()] = slot;
+        } else {
+            unsaved += table.Count();
+        }
+    }
+    index->byFileName.reserve(unsaved);
+    index->postings.reserve(unsaved);
+    for (std::uint32_t slot = 0; slot < index->slots.size(); ++slot) {
+        const auto& s = index->slots[slot];
+        if (s.kind == PathEntryType::ResourcesFolder)
+            continue;
+        const auto& table = *s.entry->GetFileTable();
+        if (!index->SavedIn(table) || index->slotOfRecord[table.Record()] != slot) {
+            for (const ustring& name : s.entry->GetFileNames())
+                index->AddFile(name, slot);
         }
         if (s.kind == PathEntryType::AtFolder) {
             path->m_methods.push_back(s.entry);
@@ -306,8 +379,9 @@ std::shared_ptr<const IPathEntry> MainSearchPath::GetParentEntryForEntry(
 
 std::shared_ptr<const IPathEntry> MainSearchPath::GetPathEntryFromAbsoluteIRI(
     const AbsoluteIRI& location, FilenameMatchingPolicy policy) const {
-    const auto it = m_index->byLocation.find(location);
-    if (it != m_index->byLocation.end())
+    const auto& byLocation = m_index->ByLocation().byLocation;
+    const auto it = byLocation.find(location);
+    if (it != byLocation.end())
         return m_index->slots[it->second].entry;
     if (policy != FilenameMatchingPolicy::IgnoreCase)
         return nullptr;
@@ -321,8 +395,9 @@ std::shared_ptr<const IPathEntry> MainSearchPath::GetPathEntryFromAbsoluteIRI(
 
 std::shared_ptr<const IPathEntry> MainSearchPath::GetPathEntryFromAbsoluteIRI(
     const CanonicalAbsoluteIRI& location) const {
-    const auto it = m_index->byCanonical.find(location.getIRI());
-    return it == m_index->byCanonical.end() ? nullptr : m_index->slots[it->second].entry;
+    const auto& byCanonical = m_index->ByLocation().byCanonical;
+    const auto it = byCanonical.find(location.getIRI());
+    return it == byCanonical.end() ? nullptr : m_index->slots[it->second].entry;
 }
 
 const MainSearchPath::FoldedIndex& MainSearchPath::Folded() const {
@@ -333,6 +408,12 @@ const MainSearchPath::FoldedIndex& MainSearchPath::Folded() const {
             m_index->ForEachSlot(chain, [&](std::uint32_t slot) {
                 list.push_back(slot);
                 return true;
+            });
+        }
+        if (m_index->image) {
+            m_index->image->ForEachName([&](std::string_view name, std::uint32_t record) {
+                if (const auto slot = m_index->slotOfRecord[record]; slot != kNone)
+                    folded->byFileName[text::FoldCase(text::FromNative(name))].push_back(slot);
             });
         }
         // Names that fold alike come from several lists; keep each list in path order.
@@ -351,50 +432,49 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
     const SplitName name(*target.baseName);
     const std::vector<ustring>& extensions = *target.extensions;
     std::uint32_t best = kNone;
-    // The first extension whose list holds the best slot is the one its folder prefers, so that
-    // folder needs no lookup under the extensions before it.
-    std::size_t extension = 0;
-    std::size_t bestExtension = 0;
+    // Slots that an index named but whose files turned out not to hold the name: only a path
+    // cache written wrongly can name such a slot, and the search then goes on without it.
+    boost::container::small_vector<std::uint32_t, 2> rejected;
     // Takes the first slot of a list, in path order, that can hold the file; false to stop.
     auto consider = [&](std::uint32_t slot) {
         if (slot >= best)
             return false;
-        if (!m_index->Searchable(slot, scope))
+        if (!m_index->Searchable(slot, scope) ||
+            std::find(rejected.begin(), rejected.end(), slot) != rejected.end()) {
             return true;
+        }
         if (!name.folders.empty() &&
             !m_index->slots[slot].entry->EndsWithFolders(name.folders, policy)) {
             return true;
         }
         best = slot;
-        bestExtension = extension;
         return false;
     };
-    if (policy == FilenameMatchingPolicy::IgnoreCase) {
-        const auto& folded = Folded();
-        for (extension = 0; extension < extensions.size(); ++extension) {
-            ustring key = text::FoldCase(name.leaf);
-            key += text::FoldCase(extensions[extension]);
-            const auto it = folded.byFileName.find(key);
-            if (it == folded.byFileName.end())
-                continue;
-            for (const auto slot : it->second) {
-                if (!consider(slot))
-                    break;
+    for (;;) {
+        if (policy == FilenameMatchingPolicy::IgnoreCase) {
+            const auto& folded = Folded();
+            for (const ustring& extension : extensions) {
+                ustring key = text::FoldCase(name.leaf);
+                key += text::FoldCase(extension);
+                const auto it = folded.byFileName.find(key);
+                if (it == folded.byFileName.end())
+                    continue;
+                for (const auto slot : it->second) {
+                    if (!consider(slot))
+                        break;
+                }
             }
+        } else {
+            for (const ustring& extension : extensions)
+                m_index->ForEachHolder(NameKey{name.leaf, extension}, consider);
         }
-    } else {
-        for (extension = 0; extension < extensions.size(); ++extension) {
-            const auto it = m_index->byFileName.find(NameKey{name.leaf, extensions[extension]});
-            if (it != m_index->byFileName.end())
-                m_index->ForEachSlot(it->second, consider);
-        }
+        if (best == kNone)
+            return boost::none;
+        const auto& entry = m_index->slots[best].entry;
+        if (auto item = entry->FindFileNamed(name.leaf, extensions, policy))
+            return FoundItem(std::move(item), entry);
+        rejected.push_back(std::exchange(best, kNone));
     }
-    if (best == kNone)
-        return boost::none;
-    const auto& entry = m_index->slots[best].entry;
-    return FoundItem(
-        entry->FindFileNamed(name.leaf, std::span(extensions).subspan(bestExtension), policy),
-        entry);
 }
 
 std::vector<FoundItem> MainSearchPath::FindAllInScope(
@@ -414,13 +494,10 @@ std::vector<FoundItem> MainSearchPath::FindAllInScope(
         }
     } else {
         for (const ustring& extension : extensions) {
-            const auto it = m_index->byFileName.find(NameKey{name.leaf, extension});
-            if (it != m_index->byFileName.end()) {
-                m_index->ForEachSlot(it->second, [&](std::uint32_t slot) {
-                    candidates.push_back(slot);
-                    return true;
-                });
-            }
+            m_index->ForEachHolder(NameKey{name.leaf, extension}, [&](std::uint32_t slot) {
+                candidates.push_back(slot);
+                return true;
+            });
         }
     }
     std::sort(candidates.begin(), candidates.end());

@@ -4,14 +4,22 @@
 // All numbers are little-endian. The file is a header, a section table and the sections:
 //
 //   header   magic "VPATHCCH", u32 version, u32 byte-order mark 0x01020304, i64 time written (ns),
-//            u32 section count, u32 CRC32C of the header (this field as 0) and the section table
-//   table    per section: u32 id, u32 CRC32C of the section, u64 offset, u64 size
+//            u32 section count, u32 reserved, u64 XXH3 of the header (this field as 0) and the
+//            section table
+//   table    per section: u32 id, u32 reserved, u64 XXH3 of the section, u64 offset, u64 size
 //   kRoot    the root the cache was written for: its IRI text, UTF-16
 //   kText    UTF-16 texts of main locations and of canonical locations that a symbolic link made
 //   kFolders u32 count, then one FolderRecord per folder, each main entry followed by its tree in
 //            depth-first order, sub-entries in name order
-//   kNames   per folder, at FolderRecord::namesOffset: its file names, then its special
-//            subfolders (u8 kind, u8 through a link), each name as u16 length and its OS bytes
+//   kNames   per folder: its special subfolders (u8 kind, u8 through a link, name) at
+//            FolderRecord::specialsOffset, and its file names in table order at filesOffset; each
+//            name is a u16 length and its OS bytes
+//   kIndex   the path-wide file name index, queried where it lies (see IndexHeader)
+//
+// The name index is a bucketed hash table built once by the writer: a name's bucket is
+// BucketOf(NameHash of its UTF-16 form), the bucket's entries are a slice of the entry array, and
+// each entry tells the folders whose listing holds that name, in path order. Nothing of it is
+// parsed at start: a lookup reads one bucket, compares a tag and the name, and reads the folders.
 //
 // A change of any of this is a new kVersion.
 
@@ -22,14 +30,16 @@
 #include <string>
 #include <string_view>
 
-#include <boost/crc.hpp>
+// Inlined: the checksum is a handful of functions, and the cache reader needs no library for it.
+#define XXH_INLINE_ALL
+#include <xxhash.h>
 
 namespace Velmora::SearchPath::path_cache_internal {
 
 static_assert(std::endian::native == std::endian::little, "the path cache is little-endian");
 
 inline constexpr char kMagic[8] = {'V', 'P', 'A', 'T', 'H', 'C', 'C', 'H'};
-inline constexpr std::uint32_t kVersion = 1;
+inline constexpr std::uint32_t kVersion = 2;
 inline constexpr std::uint32_t kByteOrderMark = 0x01020304;
 inline constexpr std::uint32_t kNoParent = UINT32_MAX;
 // The times of a stamp that is not to be trusted: no folder has them, so a folder saved with them
@@ -37,8 +47,8 @@ inline constexpr std::uint32_t kNoParent = UINT32_MAX;
 // the same folder.
 inline constexpr std::int64_t kUnknownTime = INT64_MIN;
 
-enum SectionId : std::uint32_t { kRoot = 1, kText = 2, kFolders = 3, kNames = 4 };
-inline constexpr std::uint32_t kSectionCount = 4;
+enum SectionId : std::uint32_t { kRoot = 1, kText = 2, kFolders = 3, kNames = 4, kIndex = 5 };
+inline constexpr std::uint32_t kSectionCount = 5;
 
 struct Header {
     char magic[8];
@@ -46,17 +56,21 @@ struct Header {
     std::uint32_t byteOrder;
     std::int64_t writtenAtNs;
     std::uint32_t sectionCount;
-    std::uint32_t crc;
+    std::uint32_t reserved;
+    std::uint64_t checksum;
 };
-static_assert(sizeof(Header) == 32);
+static_assert(sizeof(Header) == 40);
 
 struct SectionEntry {
     std::uint32_t id;
-    std::uint32_t crc;
+    std::uint32_t reserved;
+    std::uint64_t checksum;
     std::uint64_t offset;
     std::uint64_t size;
 };
-static_assert(sizeof(SectionEntry) == 24);
+static_assert(sizeof(SectionEntry) == 32);
+
+inline constexpr std::size_t kTableEnd = sizeof(Header) + kSectionCount * sizeof(SectionEntry);
 
 enum FolderFlags : std::uint32_t {
     kStampKnown = 1,   // the stamp may be compared; else the folder is always listed again
@@ -70,7 +84,9 @@ struct FolderRecord {
     std::uint32_t specialIndex;  // a sub-entry: its place among the parent's special subfolders
     std::uint32_t fileCount;
     std::uint32_t specialCount;
-    std::uint32_t namesOffset;     // in kNames
+    std::uint32_t specialsOffset;  // in kNames
+    std::uint32_t filesOffset;     // in kNames
+    std::uint32_t filesBytes;      // the length of the file names from filesOffset
     std::uint32_t locationOffset;  // a main entry: its location in kText (code units)
     std::uint32_t locationLength;
     std::uint32_t canonicalOffset;  // a main entry, or kThroughLink: the canonical location
@@ -82,15 +98,38 @@ struct FolderRecord {
     std::uint64_t device;
     std::uint64_t size;
 };
-static_assert(sizeof(FolderRecord) == 88);
+static_assert(sizeof(FolderRecord) == 96);
 
-// CRC32C (Castagnoli), as storage formats use it.
-using Crc32c = boost::crc_optimal<32, 0x1EDC6F41, 0xFFFFFFFF, 0xFFFFFFFF, true, true>;
+// kIndex: an IndexHeader, u32 bucketStart[bucketCount + 1] (the entries of bucket b are
+// [bucketStart[b], bucketStart[b + 1])), IndexEntry entries[entryCount], u32 postings[...].
+struct IndexHeader {
+    std::uint32_t bucketBits;  // bucketCount == 1 << bucketBits
+    std::uint32_t entryCount;
+    std::uint32_t postingCount;
+    std::uint32_t reserved;
+};
+static_assert(sizeof(IndexHeader) == 16);
 
-inline std::uint32_t Checksum(std::string_view bytes) {
-    Crc32c crc;
-    crc.process_bytes(bytes.data(), bytes.size());
-    return crc.checksum();
+// A name held by one folder names its record in `posting`; a name held by several has
+// kPostingList set and the rest is the place in postings[] of a count followed by that many
+// records, ascending.
+inline constexpr std::uint32_t kPostingList = 0x8000'0000u;
+
+struct IndexEntry {
+    std::uint32_t tag;         // the low bits of the name's hash, compared before the name
+    std::uint32_t nameOffset;  // in kNames: the name as u16 length and OS bytes
+    std::uint32_t posting;
+};
+static_assert(sizeof(IndexEntry) == 12);
+
+inline std::uint32_t BucketOf(std::uint64_t hash, std::uint32_t bucketBits) noexcept {
+    return bucketBits == 0
+               ? 0
+               : static_cast<std::uint32_t>((hash * 0x9E3779B97F4A7C15ull) >> (64 - bucketBits));
+}
+
+inline std::uint64_t Checksum(std::string_view bytes) {
+    return XXH3_64bits(bytes.data(), bytes.size());
 }
 
 template <class T>
@@ -108,21 +147,20 @@ T Get(std::string_view bytes, std::size_t offset) {
 // Reseal: `bytes` with every checksum that can be located recomputed, so that tests and the fuzz
 // target can reach the checks that lie beyond the checksums.
 inline std::string Reseal(std::string bytes) {
-    constexpr std::size_t kTableEnd = sizeof(Header) + kSectionCount * sizeof(SectionEntry);
     if (bytes.size() < kTableEnd)
         return bytes;
     for (std::uint32_t i = 0; i < kSectionCount; ++i) {
         const std::size_t at = sizeof(Header) + i * sizeof(SectionEntry);
         auto entry = Get<SectionEntry>(bytes, at);
         if (entry.offset <= bytes.size() && entry.size <= bytes.size() - entry.offset) {
-            entry.crc = Checksum(std::string_view(bytes).substr(entry.offset, entry.size));
+            entry.checksum = Checksum(std::string_view(bytes).substr(entry.offset, entry.size));
             std::memcpy(bytes.data() + at, &entry, sizeof entry);
         }
     }
     std::string head = bytes.substr(0, kTableEnd);
-    std::memset(head.data() + offsetof(Header, crc), 0, sizeof(std::uint32_t));
-    const std::uint32_t crc = Checksum(head);
-    std::memcpy(bytes.data() + offsetof(Header, crc), &crc, sizeof crc);
+    std::memset(head.data() + offsetof(Header, checksum), 0, sizeof(std::uint64_t));
+    const std::uint64_t sum = Checksum(head);
+    std::memcpy(bytes.data() + offsetof(Header, checksum), &sum, sizeof sum);
     return bytes;
 }
 

@@ -7,6 +7,8 @@
 #include <cstddef>
 
 #include <fmt/format.h>
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 
 #include <foundation/log/diagnostic_logger.hpp>
 #include <foundation/storage/vfs/exceptions.hpp>
@@ -16,6 +18,7 @@
 
 #include "file_table.hpp"
 #include "path_cache_format.hpp"
+#include "path_cache_image.hpp"
 
 namespace Velmora::SearchPath {
 
@@ -78,7 +81,9 @@ class NameReader {
 
 class Decoder {
   public:
-    Decoder(std::string_view bytes, const AbsoluteIRI& root) : m_bytes(bytes) {
+    Decoder(std::shared_ptr<CacheImage> image, const AbsoluteIRI& root)
+        : m_image(std::move(image)), m_bytes(m_image->Bytes()) {
+        const std::string_view bytes = m_bytes;
         if (bytes.size() < sizeof(Header))
             Bad("shorter than its header");
         const auto header = Get<Header>(bytes, 0);
@@ -90,12 +95,11 @@ class Decoder {
             Bad(fmt::format("version {}, not {}", header.version, kVersion));
         if (header.sectionCount != kSectionCount)
             Bad("unexpected sections");
-        const std::size_t tableEnd = sizeof(Header) + kSectionCount * sizeof(SectionEntry);
-        if (bytes.size() < tableEnd)
+        if (bytes.size() < kTableEnd)
             Bad("section table truncated");
-        std::string headerBytes(bytes.substr(0, tableEnd));
-        std::memset(headerBytes.data() + offsetof(Header, crc), 0, sizeof(std::uint32_t));
-        if (Checksum(headerBytes) != header.crc)
+        std::string headerBytes(bytes.substr(0, kTableEnd));
+        std::memset(headerBytes.data() + offsetof(Header, checksum), 0, sizeof(std::uint64_t));
+        if (Checksum(headerBytes) != header.checksum)
             Bad("header checksum");
         for (std::uint32_t i = 0; i < kSectionCount; ++i) {
             const auto entry = Get<SectionEntry>(bytes, sizeof(Header) + i * sizeof(SectionEntry));
@@ -104,7 +108,7 @@ class Decoder {
                 Bad("section out of range");
             }
             m_sections[i] = bytes.substr(entry.offset, entry.size);
-            if (Checksum(m_sections[i]) != entry.crc)
+            if (Checksum(m_sections[i]) != entry.checksum)
                 Bad(fmt::format("section {} checksum", entry.id));
         }
         const ustring& rootText = root.toString();
@@ -125,25 +129,49 @@ class Decoder {
             (folders.size() - 4) % sizeof(FolderRecord) != 0) {
             Bad("folder count");
         }
+        if (!m_image->SetIndex(Section(kNames), Section(kIndex), count))
+            Bad("name index");
+        // Each main entry's tree is a run of records that starts with the main entry; the trees
+        // are read side by side.
+        std::vector<std::uint32_t> starts;
+        for (std::uint32_t i = 0; i < count; ++i) {
+            if (Record(i).parent == kNoParent)
+                starts.push_back(i);
+        }
+        if (count != 0 && (starts.empty() || starts.front() != 0))
+            Bad("parent after child");
+        starts.push_back(count);
         m_nodes.resize(count);
-        for (std::uint32_t i = 0; i < count; ++i)
-            Read(i, Get<FolderRecord>(folders, 4 + std::size_t{i} * sizeof(FolderRecord)));
+        FolderEntryList mains(starts.size() - 1);
+        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, mains.size()), [&](const auto& trees) {
+            for (std::size_t t = trees.begin(); t != trees.end(); ++t)
+                mains[t] = Tree(starts[t], starts[t + 1]);
+        });
+        return mains;
+    }
+
+  private:
+    FolderRecord Record(std::uint32_t i) const {
+        return Get<FolderRecord>(Section(kFolders), 4 + std::size_t{i} * sizeof(FolderRecord));
+    }
+
+    // Tree: the main entry of records [first, last), a main entry and its tree.
+    std::shared_ptr<const FolderEntry> Tree(std::uint32_t first, std::uint32_t last) {
+        for (std::uint32_t i = first; i < last; ++i)
+            Read(i, Record(i), first);
         // Children follow their parents, so building from the last record up makes every
         // sub-entry before the entry that holds it.
-        for (std::uint32_t i = count; i-- > 0;) {
+        for (std::uint32_t i = last; i-- > first;) {
             Node& node = m_nodes[i];
             std::reverse(node.subs.begin(), node.subs.end());
             auto entry = std::make_shared<const FolderEntry>(
-                FolderEntry::Parts{node.location, node.canonical, node.kind, node.stamp,
-                                   std::move(node.files), std::move(node.subs)});
-            if (node.parent == kNoParent) {
-                m_mains.push_back(std::move(entry));
-            } else {
-                m_nodes[node.parent].subs.push_back(std::move(entry));
-            }
+                FolderEntry::Parts{std::move(node.location), std::move(node.canonical), node.kind,
+                                   node.stamp, std::move(node.files), std::move(node.subs)});
+            if (i == first)
+                return entry;
+            m_nodes[node.parent].subs.push_back(std::move(entry));
         }
-        std::reverse(m_mains.begin(), m_mains.end());
-        return std::move(m_mains);
+        return nullptr;
     }
 
   private:
@@ -171,7 +199,7 @@ class Decoder {
         return out;
     }
 
-    void Read(std::uint32_t index, const FolderRecord& r) {
+    void Read(std::uint32_t index, const FolderRecord& r, std::uint32_t treeStart) {
         if (!ValidKind(r.kind) || (r.flags & ~std::uint32_t{kStampKnown | kThroughLink}) != 0)
             Bad("bad folder record");
         Node& node = m_nodes[index];
@@ -191,7 +219,7 @@ class Decoder {
             node.canonical = CanonicalAbsoluteIRI(
                 AbsoluteIRI(Text(r.canonicalOffset, r.canonicalLength)), location);
         } else {
-            if (r.parent >= index)
+            if (r.parent >= index || r.parent < treeStart)
                 Bad("parent after child");
             Node& parent = m_nodes[r.parent];
             if (parent.lastSpecial != kNoParent && r.specialIndex <= parent.lastSpecial)
@@ -212,19 +240,18 @@ class Decoder {
                     : CanonicalAbsoluteIRI(parent.canonical.getIRI().getChild(special->name),
                                            node.location.toString());
         }
-        node.files = Files(r, node);
+        node.files = Files(index, r, node);
     }
 
-    std::shared_ptr<const FileTable> Files(const FolderRecord& r, const Node& node) const {
+    std::shared_ptr<const FileTable> Files(std::uint32_t index, const FolderRecord& r,
+                                           const Node& node) const {
         const std::string_view names = Section(kNames);
-        NameReader reader(names, r.namesOffset);
-        // Each name takes two bytes at least: a count larger than that is a lie.
-        if (r.fileCount > names.size() / 2 || r.specialCount > names.size() / 4)
+        // Each name takes three bytes at least: a count larger than that is a lie.
+        if (r.filesOffset > names.size() || r.filesBytes > names.size() - r.filesOffset ||
+            r.fileCount > r.filesBytes / 3 || r.specialCount > names.size() / 5) {
             Bad("name count");
-        std::vector<ustring> files;
-        files.reserve(r.fileCount);
-        for (std::uint32_t i = 0; i < r.fileCount; ++i)
-            files.push_back(text::FromNative(reader.Name()));
+        }
+        NameReader reader(names, r.specialsOffset);
         std::vector<SpecialChild> specials;
         specials.reserve(r.specialCount);
         for (std::uint32_t i = 0; i < r.specialCount; ++i) {
@@ -242,26 +269,33 @@ class Decoder {
             specials.push_back(SpecialChild{std::string(native), std::move(name),
                                             static_cast<PathEntryType>(kind), throughLink == 1});
         }
-        return FileTable::Make(node.location, std::move(files), std::move(specials));
+        // The file names stay in the cache until the folder is asked for them.
+        return FileTable::Saved(node.location, std::move(specials), m_image, index,
+                                names.substr(r.filesOffset, r.filesBytes), r.fileCount);
     }
 
+    std::shared_ptr<CacheImage> m_image;
     std::string_view m_bytes;
     std::string_view m_sections[kSectionCount];
     std::vector<Node> m_nodes;
-    FolderEntryList m_mains;
 };
 
-}  // namespace
-
-FolderEntryList ParsePathCache(std::string_view bytes, const AbsoluteIRI& root, std::string& why) {
+FolderEntryList Decode(std::shared_ptr<CacheImage> image, const AbsoluteIRI& root,
+                       std::string& why) {
     try {
-        return Decoder(bytes, root).Entries();
+        return Decoder(std::move(image), root).Entries();
     } catch (const BadCache& bad) {
         why = bad.why;
     } catch (const foundation::storage::vfs::Exception& e) {
         why = e.what();  // a saved location that is not a valid IRI
     }
     return {};
+}
+
+}  // namespace
+
+FolderEntryList ParsePathCache(std::string_view bytes, const AbsoluteIRI& root, std::string& why) {
+    return Decode(std::make_shared<CacheImage>(std::string(bytes)), root, why);
 }
 
 FolderEntryList LoadPathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& root) {
@@ -275,10 +309,9 @@ FolderEntryList LoadPathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& r
     std::string why;
     if (const int err = os::System().MapFile(native, mapped); err != 0) {
         why = os::ErrorText(err);
-    } else if (auto entries = ParsePathCache(mapped->Bytes(), root, why); !entries.empty()) {
+    } else if (auto entries = Decode(std::make_shared<CacheImage>(std::move(mapped)), root, why);
+               why.empty()) {
         return entries;
-    } else if (why.empty()) {
-        return entries;  // a cache of an empty path
     }
     if (CacheLog().IsEnabled(foundation::log::Level::Debug)) {
         CacheLog().Write(foundation::log::Level::Debug,

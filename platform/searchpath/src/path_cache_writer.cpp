@@ -20,6 +20,7 @@
 
 #include "file_table.hpp"
 #include "path_cache_format.hpp"
+#include "path_cache_image.hpp"
 
 namespace Velmora::SearchPath {
 
@@ -46,40 +47,40 @@ class Encoder {
         Tree(entry, std::move(record));
     }
 
-    std::string Finish(const AbsoluteIRI& root) const {
+    // Finish: calls write(bytes) for each piece of the cache in turn, header first.
+    template <class Write>
+    void Finish(const AbsoluteIRI& root, Write write) const {
         const ustring& rootText = root.toString();
-        const std::string rootBytes(reinterpret_cast<const char*>(rootText.data()),
-                                    rootText.size() * sizeof(char16_t));
+        const std::string_view rootBytes(reinterpret_cast<const char*>(rootText.data()),
+                                         rootText.size() * sizeof(char16_t));
         std::string folders;
         Put(folders, static_cast<std::uint32_t>(m_records.size()));
         folders.append(reinterpret_cast<const char*>(m_records.data()),
                        m_records.size() * sizeof(FolderRecord));
-        const std::string text(reinterpret_cast<const char*>(m_text.data()),
-                               m_text.size() * sizeof(char16_t));
-        const std::string_view sections[kSectionCount] = {rootBytes, text, folders, m_names};
-        const SectionId ids[kSectionCount] = {kRoot, kText, kFolders, kNames};
+        const std::string_view text(reinterpret_cast<const char*>(m_text.data()),
+                                    m_text.size() * sizeof(char16_t));
+        const std::string index = Index();
+        const std::string_view sections[kSectionCount] = {rootBytes, text, folders, m_names, index};
+        const SectionId ids[kSectionCount] = {kRoot, kText, kFolders, kNames, kIndex};
 
-        std::string table;
-        std::uint64_t offset = sizeof(Header) + kSectionCount * sizeof(SectionEntry);
-        for (std::uint32_t i = 0; i < kSectionCount; ++i) {
-            Put(table, SectionEntry{ids[i], Checksum(sections[i]), offset, sections[i].size()});
-            offset += sections[i].size();
-        }
         Header header{};
         std::memcpy(header.magic, kMagic, sizeof kMagic);
         header.version = kVersion;
         header.byteOrder = kByteOrderMark;
         header.writtenAtNs = m_writtenAtNs;
         header.sectionCount = kSectionCount;
-        std::string out;
-        out.reserve(offset);
-        Put(out, header);
-        out += table;
-        const std::uint32_t crc = Checksum(out);
-        std::memcpy(out.data() + offsetof(Header, crc), &crc, sizeof crc);
+        std::string head;
+        Put(head, header);
+        std::uint64_t offset = kTableEnd;
+        for (std::uint32_t i = 0; i < kSectionCount; ++i) {
+            Put(head, SectionEntry{ids[i], 0, Checksum(sections[i]), offset, sections[i].size()});
+            offset += sections[i].size();
+        }
+        const std::uint64_t sum = Checksum(head);
+        std::memcpy(head.data() + offsetof(Header, checksum), &sum, sizeof sum);
+        write(std::string_view(head));
         for (const auto section : sections)
-            out.append(section);
-        return out;
+            write(section);
     }
 
   private:
@@ -91,9 +92,7 @@ class Encoder {
         r.parent = parent;
         r.kind = static_cast<std::uint32_t>(entry.GetPathEntryType());
         r.specialIndex = specialIndex;
-        r.fileCount = static_cast<std::uint32_t>(files.Names().size());
         r.specialCount = static_cast<std::uint32_t>(files.Specials().size());
-        r.namesOffset = static_cast<std::uint32_t>(m_names.size());
         // A change in the same tick as the stamp could leave the stamp as it is: don't trust it.
         const bool racy =
             stamp.modifiedNs == kUnknownTime || stamp.changedNs == kUnknownTime ||
@@ -104,13 +103,18 @@ class Encoder {
         r.inode = stamp.inode;
         r.device = stamp.device;
         r.size = stamp.size;
-        for (const ustring& name : files.Names())
-            Name(text::ToNative(name));
+        r.specialsOffset = Offset();
         for (const SpecialChild& special : files.Specials()) {
             m_names.push_back(static_cast<char>(special.kind));
             m_names.push_back(special.throughLink ? 1 : 0);
             Name(special.nativeName);
         }
+        r.filesOffset = Offset();
+        r.fileCount = static_cast<std::uint32_t>(Files(files));
+        r.filesBytes = Offset() - r.filesOffset;
+        if (entry.GetPathEntryType() != PathEntryType::ResourcesFolder)
+            m_indexed.push_back({static_cast<std::uint32_t>(m_records.size()), r.filesOffset,
+                                 r.filesBytes, r.fileCount});
         return r;
     }
 
@@ -137,6 +141,120 @@ class Encoder {
         }
     }
 
+    std::uint32_t Offset() const {
+        if (m_names.size() > UINT32_MAX)
+            throw std::length_error("too many names for the path cache");
+        return static_cast<std::uint32_t>(m_names.size());
+    }
+
+    // Files: writes the table's file names and returns how many. A table read from a cache is
+    // copied as it was saved, without reading its names.
+    std::size_t Files(const FileTable& files) {
+        if (files.Image() != nullptr) {
+            const std::string_view block = files.SavedBlock();
+            if (CacheImage::ForEachSavedName(block, static_cast<std::uint32_t>(files.Count()),
+                                             [](std::string_view) {})) {
+                m_names.append(block);
+                return files.Count();
+            }
+        }
+        for (const ustring& name : files.Names())
+            Name(text::ToNative(name));
+        return files.Names().size();
+    }
+
+    // Index: the name index of every indexed folder's files (see path_cache_format.hpp).
+    std::string Index() const {
+        struct Occurrence {
+            std::uint64_t hash;
+            std::uint32_t nameOffset;
+            std::uint32_t record;
+        };
+        std::vector<Occurrence> all;
+        std::size_t total = 0;
+        for (const auto& f : m_indexed)
+            total += f.count;
+        all.reserve(total);
+        const std::string_view names = m_names;
+        for (const auto& f : m_indexed) {
+            std::uint32_t at = f.offset;
+            CacheImage::ForEachSavedName(
+                names.substr(f.offset, f.bytes), f.count, [&](std::string_view name) {
+                    all.push_back({CacheImage::HashOfNative(name), at, f.record});
+                    at += 2 + static_cast<std::uint32_t>(name.size());
+                });
+        }
+        std::uint32_t bits = 0;
+        while ((std::size_t{1} << bits) < all.size() / 2 && bits < 31)
+            ++bits;
+        const std::size_t buckets = std::size_t{1} << bits;
+
+        // Gather the occurrences by bucket, keeping path order within each.
+        std::vector<std::uint32_t> start(buckets + 1, 0);
+        for (const auto& o : all)
+            ++start[BucketOf(o.hash, bits) + 1];
+        for (std::size_t b = 0; b < buckets; ++b)
+            start[b + 1] += start[b];
+        std::vector<Occurrence> sorted(all.size());
+        {
+            std::vector<std::uint32_t> next(start.begin(), start.end() - 1);
+            for (const auto& o : all)
+                sorted[next[BucketOf(o.hash, bits)]++] = o;
+        }
+        const auto nameAt = [&](std::uint32_t offset) {
+            return names.substr(offset + 2, Get<std::uint16_t>(names, offset));
+        };
+
+        std::vector<std::uint32_t> bucketStart(buckets + 1, 0);
+        std::vector<IndexEntry> entries;
+        std::vector<std::uint32_t> postings;
+        for (std::size_t b = 0; b < buckets; ++b) {
+            bucketStart[b] = static_cast<std::uint32_t>(entries.size());
+            const auto first = sorted.begin() + start[b];
+            const auto last = sorted.begin() + start[b + 1];
+            // Alike names side by side, each name's folders still in path order: an insertion
+            // sort, stable and quickest for the few names of a bucket.
+            const auto before = [&](const Occurrence& x, const Occurrence& y) {
+                return x.hash != y.hash ? x.hash < y.hash
+                                        : nameAt(x.nameOffset) < nameAt(y.nameOffset);
+            };
+            for (auto i = first; i != last; ++i) {
+                for (auto j = i; j != first && before(*j, *(j - 1)); --j)
+                    std::iter_swap(j, j - 1);
+            }
+            for (auto it = first; it != last;) {
+                auto end = it + 1;
+                while (end != last && end->hash == it->hash &&
+                       nameAt(end->nameOffset) == nameAt(it->nameOffset)) {
+                    ++end;
+                }
+                IndexEntry entry{static_cast<std::uint32_t>(it->hash), it->nameOffset, it->record};
+                if (end - it > 1) {
+                    entry.posting = kPostingList | static_cast<std::uint32_t>(postings.size());
+                    postings.push_back(static_cast<std::uint32_t>(end - it));
+                    for (auto o = it; o != end; ++o)
+                        postings.push_back(o->record);
+                }
+                entries.push_back(entry);
+                it = end;
+            }
+        }
+        bucketStart[buckets] = static_cast<std::uint32_t>(entries.size());
+        if (postings.size() >= kPostingList)
+            throw std::length_error("too many names for the path cache");
+
+        std::string out;
+        out.reserve(sizeof(IndexHeader) + bucketStart.size() * 4 +
+                    entries.size() * sizeof(IndexEntry) + postings.size() * 4);
+        Put(out, IndexHeader{bits, static_cast<std::uint32_t>(entries.size()),
+                             static_cast<std::uint32_t>(postings.size()), 0});
+        out.append(reinterpret_cast<const char*>(bucketStart.data()), bucketStart.size() * 4);
+        out.append(reinterpret_cast<const char*>(entries.data()),
+                   entries.size() * sizeof(IndexEntry));
+        out.append(reinterpret_cast<const char*>(postings.data()), postings.size() * 4);
+        return out;
+    }
+
     void Name(std::string_view bytes) {
         if (bytes.size() > UINT16_MAX)
             throw std::length_error("name too long for the path cache");
@@ -154,7 +272,26 @@ class Encoder {
     std::vector<FolderRecord> m_records;
     ustring m_text;
     std::string m_names;
+    struct IndexedFiles {
+        std::uint32_t record;
+        std::uint32_t offset;
+        std::uint32_t bytes;
+        std::uint32_t count;
+    };
+    std::vector<IndexedFiles> m_indexed;  // the folders whose files the name index holds
 };
+
+// EncodeInto: the cache of `mains`, handed to write(bytes) piece by piece.
+template <class Write>
+void EncodeInto(const FolderEntryList& mains, std::int64_t writtenAtNs, const AbsoluteIRI& root,
+                Write write) {
+    Encoder encoder(writtenAtNs);
+    for (const auto& main : mains) {
+        if (main)
+            encoder.Main(*main);
+    }
+    encoder.Finish(root, write);
+}
 
 }  // namespace
 
@@ -162,18 +299,18 @@ PathCacheFactory::PathCacheFactory(FolderEntryList mainEntries, std::int64_t wri
     : m_mains(std::move(mainEntries)), m_writtenAtNs(writtenAtNs != 0 ? writtenAtNs : NowNs()) {}
 
 std::string PathCacheFactory::Encode(const AbsoluteIRI& root) const {
-    Encoder encoder(m_writtenAtNs);
-    for (const auto& main : m_mains) {
-        if (main)
-            encoder.Main(*main);
-    }
-    return encoder.Finish(root);
+    std::string out;
+    EncodeInto(m_mains, m_writtenAtNs, root, [&](std::string_view bytes) { out.append(bytes); });
+    return out;
 }
 
 void PathCacheFactory::WriteCache(foundation::storage::vfs::ofstream& stream,
                                   const AbsoluteIRI& root) const {
-    const std::string bytes = Encode(root);
-    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    // Written piece by piece: a cache of a large path is tens of megabytes, not worth copying
+    // into one string first.
+    EncodeInto(m_mains, m_writtenAtNs, root, [&](std::string_view bytes) {
+        stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    });
     stream.flush();
 }
 
@@ -225,11 +362,10 @@ namespace {
 bool SameTree(const FolderEntry& a, const FolderEntry& b) {
     if (&a == &b)
         return true;
-    const auto names = [](const FolderEntry& e) { return e.GetFileNames(); };
     return a.GetPathEntryType() == b.GetPathEntryType() && a.GetStamp() == b.GetStamp() &&
            a.GetAbsoluteIRI() == b.GetAbsoluteIRI() &&
            a.GetCanonicalAbsoluteIRI().getIRI() == b.GetCanonicalAbsoluteIRI().getIRI() &&
-           std::ranges::equal(names(a), names(b)) &&
+           a.GetFileTable()->SameFiles(*b.GetFileTable()) &&
            std::ranges::equal(a.GetFileTable()->Specials(), b.GetFileTable()->Specials(),
                               [](const SpecialChild& x, const SpecialChild& y) {
                                   return x.nativeName == y.nativeName && x.kind == y.kind &&

@@ -76,6 +76,7 @@ class VELMORA_SEARCHPATH_EXPORT FolderEntry final
     PathManagement::SharedPathEntryVector GetSubEntries() const override { return m_subEntryList; }
 
     // The host's own operations.
+    const foundation::storage::vfs::AbsoluteIRI& GetLocation() const noexcept { return m_location; }
     const FolderStamp& GetStamp() const noexcept { return m_stamp; }
     const std::shared_ptr<const FileTable>& GetFileTable() const noexcept { return m_files; }
     const std::vector<std::shared_ptr<const FolderEntry>>& SubEntries() const noexcept {
@@ -85,8 +86,9 @@ class VELMORA_SEARCHPATH_EXPORT FolderEntry final
     const std::vector<ustring>& GetFolderNames() const noexcept { return m_names; }
     // The number of files in the folder.
     std::size_t GetFileCount() const noexcept;
-    // The sorted file names of the folder (name and extension together).
-    std::span<const ustring> GetFileNames() const noexcept;
+    // The sorted file names of the folder (name and extension together). A folder loaded from a
+    // path cache reads them from the cache the first time they are asked for.
+    std::span<const ustring> GetFileNames() const;
 
     // FindFileNamed: the file named `baseName` followed by the first of `extensions` that exists.
     std::shared_ptr<const PathManagement::PathItem> FindFileNamed(

@@ -85,8 +85,12 @@ class VELMORA_SEARCHPATH_EXPORT EntryCache {
                    (static_cast<std::size_t>(k.kind) * 0x9E3779B97F4A7C15ull);
         }
     };
+    // Builds m_entries from the entries last retained; m_mutex held exclusively.
+    void Build() const;
+
     mutable std::shared_mutex m_mutex;
-    boost::unordered_flat_map<Key, std::shared_ptr<const FolderEntry>, KeyHash> m_entries;
+    mutable boost::unordered_flat_map<Key, std::shared_ptr<const FolderEntry>, KeyHash> m_entries;
+    mutable std::unique_ptr<std::vector<std::shared_ptr<const FolderEntry>>> m_pending;
 };
 
 class VELMORA_SEARCHPATH_EXPORT FolderScanner {
