@@ -25,6 +25,9 @@ PathEntryType GetPathEntryTypeFromBaseName(const ustring& baseName) noexcept {
 
 detail::SearchTarget CreateSearchTargetWithExtensionInFilenamePreferred(
     const ustring& name, const std::vector<ustring>& extensions) {
+    // Without a "." the name has no extension of its own; the common case costs no copy.
+    if (!extensions.empty() && name.find(u'.') == ustring::npos)
+        return detail::SearchTarget(name, extensions);
     const ustring native =
         name.empty() ? name : fl::filesystem::detail::make_native_form(name, true);
     const ustring extension = fl::filesystem::detail::extract_extension(native);

@@ -40,12 +40,15 @@ class WhichFrom(unittest.TestCase):
 class Batch(unittest.TestCase):
     def test_one_answer_line_per_question_line(self):
         import subprocess
+        # A name asked again gets the same answer, and a miss the same message.
         done = subprocess.run([cli_test.VPATH, "--example", "which", "--batch"],
-                              input=b"area\nnope\r\nshapes/circle\n", capture_output=True,
-                              timeout=120, env=cli_test.UNSAVED_ENV)
+                              input=b"area\nnope\r\nshapes/circle\nnope\narea\n",
+                              capture_output=True, timeout=120, env=cli_test.UNSAVED_ENV)
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stdout.split(b"\n"), [
-            example("geometry", "area.vl"), b"", example("geometry", "+shapes", "circle.vl"), b""])
+            example("geometry", "area.vl"), b"", example("geometry", "+shapes", "circle.vl"), b"",
+            example("geometry", "area.vl"), b""])
+        self.assertEqual(done.stderr, b"vpath: nope: not found on the path\n" * 2)
 
 
 class Ls(unittest.TestCase):

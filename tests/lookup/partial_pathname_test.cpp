@@ -1,119 +1,47 @@
-// Partial pathnames against entries and folder paths. The entries here hand out a comparator that
-// records every pair it is asked about and the policy it was made for, and ignores case only for
-// FilenameMatchingPolicy::IgnoreCase: so which comparator is used, with which policy and in which
-// argument order, shows in the results and in the record.
+// Partial pathnames against entries and folder paths. The fake entries log the policy of every
+// comparator they hand out and each comparison it makes, so which comparator is used, for which
+// policy and in which argument order shows in the log.
 
-#include <map>
-#include <stdexcept>
-#include <utility>
+#include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <velmora/pathmanagement/partial_pathname.hpp>
 #include <velmora/text/ustring.hpp>
 
+#include "support/fake_path.hpp"
+
 namespace {
 
 using namespace Velmora::PathManagement;
-using foundation::storage::vfs::AbsoluteIRI;
-using Calls = std::vector<std::pair<ustring, ustring>>;
+using vpath_test::FakeEntry;
+using vpath_test::FakePath;
 using Words = std::vector<ustring>;
-
-struct Record {
-    Calls calls;
-    std::vector<FilenameMatchingPolicy> policies;
-};
-
-NameMatcher Recording(Record& record, bool ignoreCase) {
-    return [&record, ignoreCase](const ustring& a, const ustring& b) {
-        record.calls.emplace_back(a, b);
-        return ignoreCase ? Velmora::text::EqualsIgnoringCase(a, b) : a == b;
-    };
-}
-
-class Entry final : public IPathEntry {
-  public:
-    Entry(const std::string& iri, Record& record, PathEntryType kind = PathEntryType::Ordinary)
-        : m_iri(ustring(iri.begin(), iri.end())), m_kind(kind), m_record(record) {}
-
-    PathEntryType GetPathEntryType() const override { return m_kind; }
-    SharedNameMatcher GetExtensionMatcher(FilenameMatchingPolicy policy) const override {
-        m_record.policies.push_back(policy);
-        return std::make_shared<NameMatcher>(
-            Recording(m_record, policy == FilenameMatchingPolicy::IgnoreCase));
-    }
-    AbsoluteIRI GetAbsoluteIRI() const override { return m_iri; }
-    foundation::storage::vfs::CanonicalAbsoluteIRI GetCanonicalAbsoluteIRI() const override {
-        throw std::logic_error("not asked");
-    }
-    std::shared_ptr<const PathItemVector> GetItems() const override { return nullptr; }
-    PathEntryPtr GetPrivateSubEntry() const override { return nullptr; }
-    PathEntryPtr GetSpecialSubEntry2() const override { return nullptr; }
-    PathEntryPtr GetSpecialSubEntry3() const override { return nullptr; }
-    PathEntryPtr GetSpecialSubEntry4() const override { return nullptr; }
-    PathEntryPtr GetSpecialSubEntry5() const override { return nullptr; }
-    std::shared_ptr<const PathItem> FindFile(const detail::SearchTarget&,
-                                             FilenameMatchingPolicy) const override {
-        return nullptr;
-    }
-    bool ForEachEntry(SearchScope, const EntryCallback&) const override { return false; }
-    ustring GetName() const override { return m_iri.getName(); }
-    SharedPathEntryVector GetSubEntries() const override { return nullptr; }
-
-  private:
-    AbsoluteIRI m_iri;
-    PathEntryType m_kind;
-    Record& m_record;
-};
-
-// A path that knows only the parents of its entries.
-class ParentsOnly final : public IPath {
-  public:
-    std::map<const IPathEntry*, PathEntryPtr> parents;
-
-    PathEntryPtr GetParentEntryForEntry(const IPathEntry& entry) const override {
-        const auto it = parents.find(&entry);
-        return it == parents.end() ? nullptr : it->second;
-    }
-    SharedPathEntryVector GetMainEntries() const override { return nullptr; }
-    PathEntryVector GetMethodEntries() const override { return {}; }
-    PathEntryVector GetMethodEntriesByName(SearchScope, const ustring&,
-                                           FilenameMatchingPolicy) const override {
-        return {};
-    }
-    PathEntryVector GetPartiallyMatchingEntries(SearchScope, const ustring&,
-                                                FilenameMatchingPolicy) const override {
-        return {};
-    }
-    PathEntryPtr GetMainEntryForEntry(const IPathEntry&) const override { return nullptr; }
-    PathEntryPtr GetPathEntryFromAbsoluteIRI(const AbsoluteIRI&,
-                                             FilenameMatchingPolicy) const override {
-        return nullptr;
-    }
-    PathEntryPtr GetPathEntryFromAbsoluteIRI(
-        const foundation::storage::vfs::CanonicalAbsoluteIRI&) const override {
-        return nullptr;
-    }
-    OptionalFoundItem FindFirstInScope(SearchScope, const detail::SearchTarget&,
-                                       FilenameMatchingPolicy) const override {
-        return boost::none;
-    }
-    std::vector<FoundItem> FindAllInScope(SearchScope, const detail::SearchTarget&,
-                                          FilenameMatchingPolicy) const override {
-        return {};
-    }
-    bool ForEachEntry(SearchScope, const EntryCallback&) const override { return false; }
-    bool ConcurrentForEachEntry(SearchScope, const EntryCallback&) const override { return false; }
-    bool FirstEntryIsBeforeSecondOnPath(const IPathEntry&, const IPathEntry&) const override {
-        return false;
-    }
-    bool IsEntryOnPath(const IPathEntry&) const override { return true; }
-};
+using Log = std::vector<std::string>;
 
 constexpr auto kExact = FilenameMatchingPolicy::Exact;
 constexpr auto kIgnoreCase = FilenameMatchingPolicy::IgnoreCase;
+constexpr auto kDefault = FilenameMatchingPolicy::PlatformDefault;
+
+std::string Trace(const Words& parts, const ustring& where) {
+    std::string trace;
+    for (const auto& p : parts)
+        trace += Velmora::text::ToNative(p) + "/";
+    return trace + " in " + Velmora::text::ToNative(where);
+}
+
+// The comparisons an entry's comparators made, and whether each comparator was made for `policy`.
+Log Compared(const FakeEntry& entry, FilenameMatchingPolicy policy) {
+    Log compared;
+    for (const auto& call : entry.Log().Calls()) {
+        if (call.starts_with("match("))
+            compared.push_back(call);
+        else
+            EXPECT_EQ(call, "GetExtensionMatcher/" + std::to_string(static_cast<int>(policy)));
+    }
+    return compared;
+}
 
 TEST(SplitPartialPathname, KeepsTheNonEmptyPiecesAsTheyStand) {
     const struct {
@@ -122,7 +50,6 @@ TEST(SplitPartialPathname, KeepsTheNonEmptyPiecesAsTheyStand) {
     } cases[] = {
         {u"", {}},
         {u"///", {}},
-        {u"mean", {u"mean"}},
         {u"/a//+b/@c.d/", {u"a", u"+b", u"@c.d"}},
         {u" x /y", {u" x ", u"y"}},
     };
@@ -133,100 +60,86 @@ TEST(SplitPartialPathname, KeepsTheNonEmptyPiecesAsTheyStand) {
     }
 }
 
-struct Case {
-    Words parts;
-    std::string location;
-    FilenameMatchingPolicy policy;
-    bool expected;
-};
-
-std::string Trace(const Case& c) {
-    std::string parts;
-    for (const auto& p : c.parts)
-        parts += Velmora::text::ToNative(p) + "/";
-    return parts + " in " + c.location;
-}
-
 TEST(LenientMatchOnEntry, EachRule) {
-    const Case cases[] = {
-        // "+" and "@" may be left out; the caller's policy decides case.
-        {{u"shapes"}, "file:///tb/geometry/+shapes", kExact, true},
-        {{u"+shapes"}, "file:///tb/geometry/+shapes", kExact, true},
-        {{u"Shapes"}, "file:///tb/geometry/+shapes", kExact, false},
-        {{u"Shapes"}, "file:///tb/geometry/+shapes", kIgnoreCase, true},
-        {{u"GEOMETRY", u"shapes"}, "file:///tb/geometry/+shapes", kIgnoreCase, true},
-        {{u"geometry", u"@shapes"}, "file:///tb/geometry/+shapes", kExact, false},
+    const struct {
+        Words parts;
+        ustring location;
+        FilenameMatchingPolicy policy;
+        bool expected;
+    } cases[] = {
+        // "+" and "@" may be left out, not swapped; the caller's policy decides case.
+        {{u"shapes"}, u"file:///tb/geometry/+shapes", kExact, true},
+        {{u"+shapes"}, u"file:///tb/geometry/+shapes", kExact, true},
+        {{u"geometry", u"@shapes"}, u"file:///tb/geometry/+shapes", kExact, false},
+        {{u"Shapes"}, u"file:///tb/geometry/+shapes", kExact, false},
+        {{u"GEOMETRY", u"Shapes"}, u"file:///tb/geometry/+shapes", kIgnoreCase, true},
         // A match may begin below class, private and resources folders, not below a "+" folder.
-        {{u"Polygon"}, "file:///tb/geometry/+shapes/@Polygon", kExact, false},
-        {{u"shapes", u"Polygon"}, "file:///tb/geometry/+shapes/@Polygon", kExact, true},
-        {{u"inner"}, "file:///tb/stats/@Sample/private/inner", kExact, true},
-        {{u"inner"}, "file:///tb/+pkg/resources/@c/inner", kExact, false},
-        {{u"inner"}, "file:///+pkg/@c/inner", kExact, false},
-        {{u"c", u"inner"}, "file:///@c/inner", kExact, true},
-        {{}, "file:///tb/+pkg", kExact, false},
-        {{}, "file:///tb/@cls", kExact, true},
-        // Every part must find a folder.
-        {{u"tb", u"geometry"}, "file:///tb/geometry", kExact, true},
-        {{u"x", u"tb", u"geometry"}, "file:///tb/geometry", kExact, false},
-        {{u"tb", u"x"}, "file:///tb/geometry", kExact, false},
+        {{u"Polygon"}, u"file:///tb/geometry/+shapes/@Polygon", kExact, false},
+        {{u"shapes", u"Polygon"}, u"file:///tb/geometry/+shapes/@Polygon", kExact, true},
+        {{u"inner"}, u"file:///tb/stats/@Sample/private/inner", kExact, true},
+        {{u"inner"}, u"file:///tb/+pkg/resources/@c/inner", kExact, false},
+        {{u"c", u"inner"}, u"file:///@c/inner", kExact, true},
+        {{}, u"file:///tb/+pkg", kExact, false},
+        // Every part must find its folder.
+        {{u"x", u"tb", u"geometry"}, u"file:///tb/geometry", kExact, false},
+        {{u"tb", u"x"}, u"file:///tb/geometry", kExact, false},
         // Folders as the location shows them, escapes decoded.
-        {{u"my tb"}, "file:///home/my%20tb", kExact, true},
+        {{u"my tb"}, u"file:///home/my%20tb", kExact, true},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(Trace(c));
-        Record record;
-        const auto entry = std::make_shared<Entry>(c.location, record);
+        SCOPED_TRACE(Trace(c.parts, c.location));
+        const auto entry = FakeEntry::Make(c.location);
         EXPECT_EQ(DoesPartialPathnameMatchPathEntryIRI(c.parts, entry, c.policy), c.expected);
-        // One comparator, the entry's, made for the caller's policy.
-        EXPECT_THAT(record.policies, testing::Each(c.policy));
+        Compared(*entry, c.policy);
+    }
+    {
+        // The part comes first, then the name without its prefix.
+        const auto entry = FakeEntry::Make(u"file:///tb/+shapes");
+        EXPECT_TRUE(DoesPartialPathnameMatchPathEntryIRI(Words{u"Shapes"}, entry, kIgnoreCase));
+        EXPECT_EQ(Compared(*entry, kIgnoreCase),
+                  (Log{"match(Shapes,+shapes)", "match(Shapes,shapes)"}));
     }
 }
 
-TEST(LenientMatchOnEntry, AsksThePartFirstThenTheNameWithoutItsPrefix) {
-    Record record;
-    const Words parts = {u"Shapes"};
-    EXPECT_TRUE(DoesPartialPathnameMatchPathEntryIRI(
-        parts, std::make_shared<Entry>("file:///tb/+shapes", record), kIgnoreCase));
-    EXPECT_EQ(record.calls, (Calls{{u"Shapes", u"+shapes"}, {u"Shapes", u"shapes"}}));
-}
-
-// geometry (main) > +shapes > @Polygon, geometry > private, and a main entry /tb/+odd.
+// geometry (main) > +shapes > @Polygon > private, geometry > private, and a main entry /tb/+odd.
 struct Tree {
-    Record record;
-    ParentsOnly path;
-    std::shared_ptr<Entry> geometry = std::make_shared<Entry>("file:///tb/geometry", record);
-    std::shared_ptr<Entry> shapes =
-        std::make_shared<Entry>("file:///tb/geometry/+shapes", record, PathEntryType::PlusFolder);
-    std::shared_ptr<Entry> polygon = std::make_shared<Entry>("file:///tb/geometry/+shapes/@Polygon",
-                                                             record, PathEntryType::AtFolder);
-    std::shared_ptr<Entry> hidden = std::make_shared<Entry>("file:///tb/geometry/private", record,
-                                                            PathEntryType::PrivateFolder);
-    std::shared_ptr<Entry> odd = std::make_shared<Entry>("file:///tb/+odd", record);
+    std::shared_ptr<FakeEntry> geometry = FakeEntry::Make(u"file:///tb/geometry");
+    std::shared_ptr<FakeEntry> shapes =
+        FakeEntry::Make(u"file:///tb/geometry/+shapes", {}, PathEntryType::PlusFolder);
+    std::shared_ptr<FakeEntry> polygon =
+        FakeEntry::Make(u"file:///tb/geometry/+shapes/@Polygon", {}, PathEntryType::AtFolder);
+    std::shared_ptr<FakeEntry> inner = FakeEntry::Make(
+        u"file:///tb/geometry/+shapes/@Polygon/private", {}, PathEntryType::PrivateFolder);
+    std::shared_ptr<FakeEntry> hidden =
+        FakeEntry::Make(u"file:///tb/geometry/private", {}, PathEntryType::PrivateFolder);
+    std::shared_ptr<FakeEntry> odd = FakeEntry::Make(u"file:///tb/+odd");
+    std::shared_ptr<FakePath> path;
 
     Tree() {
-        path.parents[shapes.get()] = geometry;
-        path.parents[polygon.get()] = shapes;
-        path.parents[hidden.get()] = geometry;
+        polygon->AddChild(inner);
+        shapes->AddChild(polygon);
+        geometry->AddChild(shapes);
+        geometry->AddChild(hidden);
+        path = FakePath::Make({geometry, odd});
     }
 };
 
 TEST(LenientMatchOnPath, WalksTheEntriesThenTheMainEntrysFolders) {
     const struct {
         Words parts;
-        std::shared_ptr<Entry> Tree::*entry;
+        std::shared_ptr<FakeEntry> Tree::*entry;
         FilenameMatchingPolicy policy;
         bool expected;
     } cases[] = {
-        {{u"Polygon"}, &Tree::polygon, kExact, false},  // +shapes above is left unnamed
+        // +shapes above is left unnamed.
+        {{u"Polygon"}, &Tree::polygon, kExact, false},
+        {{u"private"}, &Tree::inner, kExact, false},
         {{u"shapes", u"Polygon"}, &Tree::polygon, kExact, true},
         {{u"SHAPES", u"polygon"}, &Tree::polygon, kIgnoreCase, true},
-        {{u"SHAPES", u"polygon"}, &Tree::polygon, kExact, false},
+        {{u"SHAPES", u"polygon"}, &Tree::polygon, kDefault, false},
         {{u"tb", u"geometry", u"+shapes", u"@Polygon"}, &Tree::polygon, kExact, true},
         {{u"x", u"geometry", u"shapes", u"Polygon"}, &Tree::polygon, kExact, false},
-        {{u"private"}, &Tree::hidden, kExact, true},
-        {{u"tb", u"geometry"}, &Tree::geometry, kExact, true},
         {{u"a", u"tb", u"geometry"}, &Tree::geometry, kExact, false},
-        {{u"TB", u"Geometry"}, &Tree::geometry, kIgnoreCase, true},
         {{}, &Tree::shapes, kExact, false},
         {{}, &Tree::hidden, kExact, true},
         // At a main entry the folder names compare plainly, its own included.
@@ -236,26 +149,27 @@ TEST(LenientMatchOnPath, WalksTheEntriesThenTheMainEntrysFolders) {
     for (const auto& c : cases) {
         Tree tree;
         const auto& entry = tree.*c.entry;
-        SCOPED_TRACE(Trace({c.parts, Velmora::text::ToNative(entry->GetAbsoluteIRI().toString()),
-                            c.policy, c.expected}));
-        EXPECT_EQ(DoesPartialPathnameMatchPathEntryIRI(tree.path, c.parts, entry, c.policy),
+        SCOPED_TRACE(Trace(c.parts, entry->GetAbsoluteIRI().toString()));
+        EXPECT_EQ(DoesPartialPathnameMatchPathEntryIRI(*tree.path, c.parts, entry, c.policy),
                   c.expected);
-        EXPECT_THAT(tree.record.policies, testing::Each(c.policy));
+        for (const auto& e :
+             {tree.geometry, tree.shapes, tree.polygon, tree.inner, tree.hidden, tree.odd})
+            Compared(*e, c.policy);
+    }
+    {
+        // Entry by entry the part comes first; among the main entry's folders, the folder.
+        Tree tree;
+        EXPECT_TRUE(DoesPartialPathnameMatchPathEntryIRI(
+            *tree.path, Words{u"TB", u"Geometry", u"Shapes"}, tree.shapes, kIgnoreCase));
+        EXPECT_EQ(Compared(*tree.shapes, kIgnoreCase),
+                  (Log{"match(Shapes,+shapes)", "match(Shapes,shapes)"}));
+        EXPECT_EQ(Compared(*tree.geometry, kIgnoreCase),
+                  (Log{"match(Geometry,geometry)", "match(geometry,Geometry)", "match(tb,TB)"}));
     }
 }
 
-TEST(LenientMatchOnPath, AsksTheMainEntrysFoldersNameFirst) {
-    Tree tree;
-    const Words parts = {u"TB", u"Geometry", u"Shapes"};
-    EXPECT_TRUE(DoesPartialPathnameMatchPathEntryIRI(tree.path, parts, tree.shapes, kIgnoreCase));
-    EXPECT_EQ(tree.record.calls, (Calls{{u"Shapes", u"+shapes"},
-                                        {u"Shapes", u"shapes"},
-                                        {u"Geometry", u"geometry"},
-                                        {u"geometry", u"Geometry"},
-                                        {u"tb", u"TB"}}));
-}
-
 TEST(StrictMatchOnPathString, EachRule) {
+    const NameMatcher& ignoringCase = *GetNameMatcher(kIgnoreCase);
     const struct {
         Words parts;
         ustring folderPath;
@@ -269,59 +183,48 @@ TEST(StrictMatchOnPathString, EachRule) {
         {{u"@Polygon"}, u"/tb/stats/@Polygon", true},
         {{u"polygon"}, u"/tb/stats/@Polygon", false},
         {{u"@polygon"}, u"/tb/stats/@Polygon", false},
-        {{u"private"}, u"/tb/geometry/private", true},
         {{u"Private"}, u"/tb/geometry/private", false},
         // Other folders, resources included, are the comparator's.
-        {{u"Geometry"}, u"/tb/geometry", true},
         {{u"RESOURCES"}, u"/tb/geometry/resources", true},
         // No special folder may be skipped.
         {{u"Polygon"}, u"/tb/geometry/+shapes/@Polygon", false},
-        {{u"x"}, u"/+p/x", false},
         {{u"+shapes", u"Polygon"}, u"/tb/geometry/+shapes/@Polygon", true},
         {{u"private"}, u"/tb/stats/@Sample/private", false},
         {{u"@Sample", u"private"}, u"/tb/stats/@Sample/private", true},
-        {{}, u"/tb/geometry", true},
         {{}, u"", true},
         {{}, u"/tb/geometry/+shapes", false},
-        {{u"tb", u"geometry"}, u"/tb/geometry", true},
         {{u"x", u"tb", u"geometry"}, u"/tb/geometry", false},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(Trace({c.parts, Velmora::text::ToNative(c.folderPath), kExact, c.expected}));
-        Record record;
-        EXPECT_EQ(DoesPartialPathnameStrictlyMatchPathString(c.parts, c.folderPath,
-                                                             Recording(record, true)),
+        SCOPED_TRACE(Trace(c.parts, c.folderPath));
+        EXPECT_EQ(DoesPartialPathnameStrictlyMatchPathString(c.parts, c.folderPath, ignoringCase),
                   c.expected);
+    }
+    {
+        // The part comes first; special folders never call the comparator.
+        Log compared;
+        const NameMatcher logging = [&](const ustring& a, const ustring& b) {
+            compared.push_back(Velmora::text::ToNative(a + u"," + b));
+            return ignoringCase(a, b);
+        };
+        EXPECT_TRUE(DoesPartialPathnameStrictlyMatchPathString(Words{u"TB", u"+shapes"},
+                                                               u"/tb/+shapes", logging));
+        EXPECT_EQ(compared, Log{"TB,tb"});
+        EXPECT_TRUE(
+            DoesPartialPathnameStrictlyMatchPathString(Words{u"+shapes"}, u"/tb/+shapes", {}));
+        EXPECT_THROW(DoesPartialPathnameStrictlyMatchPathString(Words{u"tb", u"+shapes"},
+                                                                u"/tb/+shapes", {}),
+                     std::bad_function_call);
     }
 }
 
-TEST(StrictMatchOnPathString, AsksThePartFirstAndNeedsAComparatorOnlyForOrdinaryFolders) {
-    Record record;
-    const Words parts = {u"TB", u"+shapes"};
-    EXPECT_TRUE(
-        DoesPartialPathnameStrictlyMatchPathString(parts, u"/tb/+shapes", Recording(record, true)));
-    EXPECT_EQ(record.calls, (Calls{{u"TB", u"tb"}}));
-
-    const Words plus = {u"+shapes"};
-    EXPECT_TRUE(DoesPartialPathnameStrictlyMatchPathString(plus, u"/tb/+shapes", NameMatcher()));
-    EXPECT_THROW(DoesPartialPathnameStrictlyMatchPathString(parts, u"/tb/+shapes", NameMatcher()),
-                 std::bad_function_call);
-}
-
 TEST(StrictMatchOnEntry, UsesTheEntrysComparatorForTheCallersPolicy) {
-    const Case cases[] = {
-        {{u"My TB"}, "file:///home/my%20tb", kIgnoreCase, true},
-        {{u"My TB"}, "file:///home/my%20tb", kExact, false},
-        {{u"my tb"}, "file:///home/my%20tb", kExact, true},
-        {{u"shapes"}, "file:///tb/+shapes", kIgnoreCase, false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(Trace(c));
-        Record record;
-        EXPECT_EQ(DoesPartialPathnameStrictlyMatchPathEntryIRI(c.parts, Entry(c.location, record),
-                                                               c.policy),
-                  c.expected);
-        EXPECT_EQ(record.policies, std::vector<FilenameMatchingPolicy>{c.policy});
+    for (const auto policy : {kIgnoreCase, kExact}) {
+        SCOPED_TRACE(static_cast<int>(policy));
+        const auto entry = FakeEntry::Make(u"file:///home/my%20tb");
+        EXPECT_EQ(DoesPartialPathnameStrictlyMatchPathEntryIRI(Words{u"My TB"}, *entry, policy),
+                  policy == kIgnoreCase);
+        EXPECT_EQ(Compared(*entry, policy), Log{"match(My TB,my tb)"});
     }
 }
 

@@ -90,8 +90,12 @@ TEST_F(MainSearchPathTest, ResolvesInPathOrderWithinTheScope) {
 TEST_F(MainSearchPathTest, IgnoreCasePrefersTheExactSpelling) {
     tree.File("case/Area.vl");
     tree.File("case/area.vl");
+    tree.File("case/twin.vl");
+    tree.File("case/twin.vlp");
     ScanReport report;
     path = MainSearchPath::Scan({tree.IRI("case")}, report);
+    // Within one folder the preferred extension wins, whatever the policy.
+    EXPECT_EQ(Resolve(*path, tree, kPrimary, u"twin", languageExtensions), "case/twin.vlp");
     const auto ignoreCase = FilenameMatchingPolicy::IgnoreCase;
     EXPECT_EQ(Resolve(*path, tree, kPrimary, u"area", languageExtensions, ignoreCase),
               "case/area.vl");

@@ -60,13 +60,9 @@ TEST_F(PartialMatchTest, WholeFolderNamesInPathOrder) {
         V expected;
     } cases[] = {
         {"b/c", exact, V{"b/c"}},  // never ab/c
-        {"c", exact, V{"ab/c", "b/c", "B/c"}},
         {"b/c", FilenameMatchingPolicy::IgnoreCase, V{"b/c", "B/c"}},
         {"shapes", exact, V{"geometry/+shapes"}},
         {"+shapes/Polygon", exact, V{"geometry/+shapes/@Polygon"}},
-        {"Polygon", exact, V{}},
-        {"Sample", exact, V{"stats/@Sample"}},
-        {"private", exact, V{"geometry/private"}},
         {"geometry/resources", exact, V{"geometry/resources"}},
         {"n\xe9/p\xff", exact, V{"n\xe9/+p\xff"}},
         {"n\xc3\xa9/p\xff", exact, V{}},  // the same text in UTF-8 is other bytes
@@ -77,6 +73,10 @@ TEST_F(PartialMatchTest, WholeFolderNamesInPathOrder) {
         SCOPED_TRACE(c.partial);
         EXPECT_EQ(Matching(c.partial, c.policy), c.expected);
     }
+    // Only entries of the scope's kinds.
+    const std::uint32_t primary[] = {0};
+    EXPECT_EQ(path->GetPartiallyMatchingEntries(SearchScope(primary), u"shapes", exact),
+              PathEntryVector{});
 }
 
 TEST_F(PartialMatchTest, AgreesWithTheLenientRuleOnEveryEntry) {
@@ -87,7 +87,8 @@ TEST_F(PartialMatchTest, AgreesWithTheLenientRuleOnEveryEntry) {
         return false;
     });
     for (const std::string partial :
-         {"c", "b/c", "B/C", "shapes/@Polygon", "geometry/shapes", "resources", "@Sample", "x/c"}) {
+         {"c", "b/c", "B/C", "shapes/@Polygon", "geometry/shapes", "resources", "@Sample", "x/c",
+          "Polygon", "Sample", "private"}) {
         for (const auto policy :
              {FilenameMatchingPolicy::Exact, FilenameMatchingPolicy::IgnoreCase}) {
             SCOPED_TRACE(partial);

@@ -123,8 +123,10 @@ class PathCache : public vpath_test::TempTreeTest {
     // A start from the cache file: its entries revalidated against the disk.
     std::shared_ptr<const MainSearchPath> Start() const {
         EntryCache known;
-        known.Retain(LoadPathCache(tree.IRI("path.cache"), kRoot));
-        return Scan(&known);
+        const auto loaded = LoadPathCache(tree.IRI("path.cache"), kRoot);
+        known.Retain(loaded);
+        ScanReport report;
+        return MainSearchPath::Revalidate(folders, loaded, report, &known);
     }
     // Writes the cache as if it were written a few seconds from now, so that it trusts the stamps
     // of folders made just now (a folder's change time cannot be set back).
@@ -154,7 +156,8 @@ TEST_F(PathCache, UnchangedFoldersAreTakenFromTheCacheWithOneStatEach) {
     EntryCache known;
     const auto entries = LoadPathCache(tree.IRI("path.cache"), kRoot);
     known.Retain(entries);
-    const auto started = Scan(&known);
+    ScanReport report;
+    const auto started = MainSearchPath::Revalidate(folders, entries, report, &known);
     EXPECT_EQ(Answers(*started), Answers(*scanned));
     EXPECT_EQ(started->GetFolderEntries(), entries);  // the very objects: nothing changed
     EXPECT_EQ(counts.Calls(FaultSystem::Op::ListFolder), 0);

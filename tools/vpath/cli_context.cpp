@@ -79,7 +79,7 @@ std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
     const auto loaded = LoadCache(cache);
     known.Retain(loaded);
     ScanReport report;
-    auto path = MainSearchPath::Scan(*folders, report, &known);
+    auto path = MainSearchPath::Revalidate(*folders, loaded, report, &known);
     PrintWarnings(report);
     SaveCacheIfChanged(cache, loaded, path->GetFolderEntries());
     KeepUntilExit(path);

@@ -55,12 +55,13 @@ int RunDiff(const DiffOptions& options) {
     EntryCache cache;
     cache.Retain(oldLoaded);
     ScanReport problems;
-    const auto before = MainSearchPath::Scan(oldFolders, problems, &cache);
+    const auto before = MainSearchPath::Revalidate(oldFolders, oldLoaded, problems, &cache);
     const auto newLoaded = LoadCache(newCache);
     auto known = before->GetFolderEntries();
     known.insert(known.end(), newLoaded.begin(), newLoaded.end());
     cache.Retain(known);
-    const auto after = MainSearchPath::Scan(newFolders, problems, &cache);
+    const auto after = MainSearchPath::Revalidate(newFolders, known, problems, &cache,
+                                                  before->GetFolderEntries().size());
     PrintWarnings(problems);
     SaveCacheIfChanged(oldCache, oldLoaded, before->GetFolderEntries());
     SaveCacheIfChanged(newCache, newLoaded, after->GetFolderEntries());

@@ -7,11 +7,15 @@
 //   vpath which --explain area        where it looked, the answer and the near misses
 //   vpath which --json area           one JSON object per name
 
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
 #include <iostream>
 #include <optional>
-#include <unordered_map>
+#include <string>
+#include <vector>
 
-#include <fmt/format.h>
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/pathinterfaces/constants.hpp>
@@ -36,17 +40,70 @@ struct WhichOptions {
     std::optional<std::string> from;
 };
 
-// Answers one name into `out`; false when it resolves to nothing.
+// Appends the bytes of `text` to `out`; most names are ASCII and need no conversion.
+void AppendNative(std::u16string_view text, std::string& out) {
+    if (std::all_of(text.begin(), text.end(), [](char16_t c) { return c < 0x80; })) {
+        out.append(text.begin(), text.end());
+    } else {
+        out += Velmora::text::ToNative(text);
+    }
+}
+
+// Answers one name into `out`, and says on `err` when it resolves to nothing; false then.
 class Answerer {
   public:
     Answerer(const Resolver& resolver, const WhichOptions& options)
         : m_resolver(resolver), m_options(options) {}
 
-    bool operator()(const std::string& arg, std::string& out) const {
+    bool operator()(const std::string& arg, std::string& out, std::string& err) const {
+        // The path does not change while the command runs, so a name asked again gets the same
+        // answer: a batch that repeats names (a build asks for the same few hundred again and
+        // again) looks each up once.
+        if (m_answers.size() >= kRememberedNames || m_texts.size() >= kRememberedBytes) {
+            m_answers.clear();
+            m_texts.clear();
+        }
+        const auto [known, fresh] = m_answers.try_emplace(arg);
+        Remembered& answer = known->second;
+        if (fresh) {
+            const std::size_t start = out.size();
+            answer.found = Answer(arg, out);
+            answer.offset = static_cast<std::uint32_t>(m_texts.size());
+            answer.size = static_cast<std::uint32_t>(out.size() - start);
+            m_texts.append(out, start, answer.size);
+        } else {
+            out.append(m_texts, answer.offset, answer.size);
+        }
+        const bool found = answer.found;
+        if (!found) {
+            err += "vpath: ";
+            err += arg;
+            err += ": not found on the path\n";
+        }
+        return found;
+    }
+
+  private:
+    // An answer kept in m_texts, which holds them all one after another: a small entry per name
+    // and no allocation of its own.
+    struct Remembered {
+        std::uint32_t offset = 0;
+        std::uint32_t size = 0;
+        bool found = false;
+    };
+    // Beyond this many names or bytes the answers are forgotten and gathered afresh, so that a
+    // long co-process fed ever new names stays small.
+    static constexpr std::size_t kRememberedNames = 1 << 18;
+    static constexpr std::size_t kRememberedBytes = std::size_t{1} << 26;
+
+    // Looks the name up and appends its answer to `out`; false when it resolves to nothing.
+    bool Answer(const std::string& arg, std::string& out) const {
         const ustring name = Arg(arg);
         const auto target =
             CreateSearchTargetWithExtensionInFilenamePreferred(name, Constants::LanguageExtensions);
-        std::vector<FoundItem> found;
+        // One list for every name, so that a batch allocates none per name.
+        std::vector<FoundItem>& found = m_found;
+        found.clear();
         if (m_options.all) {
             found = m_resolver.All(target);
         } else if (auto hit = m_resolver.InUse(target)) {
@@ -57,12 +114,9 @@ class Answerer {
         } else {
             Text(found, out);
         }
-        if (found.empty())
-            Fail(fmt::format("{}: not found on the path", arg));
         return !found.empty();
     }
 
-  private:
     void Text(const std::vector<FoundItem>& found, std::string& out) const {
         for (std::size_t i = 0; i < found.size(); ++i) {
             AppendPath(found[i], out);
@@ -87,8 +141,8 @@ class Answerer {
                          "/";
         out += at->second;
         const auto& item = *hit.GetPathItem();
-        out += Velmora::text::ToNative(item.GetName());
-        out += Velmora::text::ToNative(item.GetExtension());
+        AppendNative(item.GetName(), out);
+        AppendNative(item.GetExtension(), out);
     }
 
     static nlohmann::json Json(const std::string& arg, const std::vector<FoundItem>& found) {
@@ -106,8 +160,19 @@ class Answerer {
     const Resolver& m_resolver;
     const WhichOptions& m_options;
     // The entries stay alive with the path, which outlives the answerer.
-    mutable std::unordered_map<const IPathEntry*, std::string> m_folderBytes;
+    mutable boost::unordered_flat_map<const IPathEntry*, std::string> m_folderBytes;
+    mutable std::vector<FoundItem> m_found;
+    mutable boost::unordered_flat_map<std::string, Remembered, std::hash<std::string>> m_answers;
+    mutable std::string m_texts;
 };
+
+// Writes what has been answered and empties the buffers.
+void Flush(std::string& out, std::string& err) {
+    std::fwrite(err.data(), 1, err.size(), stderr);
+    err.clear();
+    Print(out);
+    out.clear();
+}
 
 int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
     const auto path = LoadPath(pathOptions);
@@ -125,12 +190,12 @@ int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
     }
     const Answerer answer(resolver, options);
     std::string out;
+    std::string err;
     for (const std::string& arg : options.names) {
-        if (!answer(arg, out))
+        if (!answer(arg, out, err))
             status = kExitNotFound;
     }
-    Print(out);
-    out.clear();
+    Flush(out, err);
     if (!options.batch)
         return status;
     // Each answer goes out before the next line is awaited, so that another program can ask one
@@ -140,15 +205,14 @@ int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
     for (std::string line; std::getline(std::cin, line);) {
         if (!line.empty() && line.back() == '\r')
             line.pop_back();
-        if (!answer(line, out))
+        if (!answer(line, out, err))
             status = kExitNotFound;
         if (std::cin.rdbuf()->in_avail() <= 0) {
-            Print(out);
-            out.clear();
+            Flush(out, err);
             std::fflush(stdout);
         }
     }
-    Print(out);
+    Flush(out, err);
     return status;
 }
 

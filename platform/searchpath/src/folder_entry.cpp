@@ -131,8 +131,7 @@ FolderEntry::FolderEntry(Parts parts)
       m_kind(parts.kind),
       m_stamp(parts.stamp),
       m_files(std::move(parts.files)),
-      m_subEntries(std::move(parts.subEntries)),
-      m_names(FolderNamesOf(m_location)) {
+      m_subEntries(std::move(parts.subEntries)) {
     auto list = std::make_shared<PathManagement::PathEntryVector>();
     list->reserve(m_subEntries.size());
     for (const auto& sub : m_subEntries) {
@@ -182,18 +181,24 @@ std::shared_ptr<const PathItem> FolderEntry::FindFileNamed(std::u16string_view b
     return nullptr;
 }
 
+const std::vector<ustring>& FolderEntry::GetFolderNames() const {
+    std::call_once(m_namesOnce, [this] { m_names = FolderNamesOf(m_location); });
+    return m_names;
+}
+
 bool FolderEntry::EndsWithFolders(std::span<const std::u16string_view> parts,
                                   FilenameMatchingPolicy policy) const {
-    if (parts.size() > m_names.size())
+    const auto& names = GetFolderNames();
+    if (parts.size() > names.size())
         return false;
-    const std::size_t first = m_names.size() - parts.size();
+    const std::size_t first = names.size() - parts.size();
     for (std::size_t k = 0; k < parts.size(); ++k) {
-        if (!PartNamesFolder(parts[k], m_names[first + k], policy))
+        if (!PartNamesFolder(parts[k], names[first + k], policy))
             return false;
     }
     // Every package folder between the match and its owner must be named.
     for (std::size_t k = first; k-- > 0;) {
-        const auto kind = PathManagement::GetPathEntryTypeFromBaseName(m_names[k]);
+        const auto kind = PathManagement::GetPathEntryTypeFromBaseName(names[k]);
         if (kind == PathEntryType::Ordinary)
             return true;
         if (kind == PathEntryType::PlusFolder)

@@ -390,6 +390,58 @@ std::shared_ptr<const FolderEntry> FolderScanner::ScanMainEntry(const AbsoluteIR
     return entry;
 }
 
+namespace {
+
+// Whether the folder at `native` is still the one `entry` was read from, with the same stamp, and
+// so is every sub-entry beneath it. A special subfolder reached through a symbolic link, or one
+// that had no entry, asks for a scan: only a scan resolves links and reports problems.
+bool Unchanged(const FolderEntry& entry, const std::string& native) {
+    os::FileStatus status;
+    if (os::System().Stat(native, status) != 0 || !status.IsFolder() ||
+        StampOf(status) != entry.GetStamp()) {
+        return false;
+    }
+    const auto& specials = entry.GetFileTable()->Specials();
+    const auto& subs = entry.SubEntries();
+    if (specials.size() != subs.size())
+        return false;
+    for (std::size_t k = 0; k < subs.size(); ++k) {
+        if (specials[k].throughLink || subs[k]->GetPathEntryType() != specials[k].kind ||
+            subs[k]->GetName() != specials[k].name ||
+            !Unchanged(*subs[k], native + "/" + specials[k].nativeName)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool FolderScanner::Unchanged(const FolderEntry& main) {
+    std::string native;
+    try {
+        native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(main.GetLocation()));
+    } catch (const foundation::storage::vfs::Exception&) {
+        return false;
+    }
+    if (!SearchPath::Unchanged(main, native))
+        return false;
+    // A main entry reached through a symbolic link must still lead to the same folder.
+    const AbsoluteIRI canonical = main.GetCanonicalAbsoluteIRI().getIRI();
+    if (canonical == main.GetLocation())
+        return true;
+    os::FileStatus target;
+    try {
+        return os::System().Stat(
+                   text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(canonical)), target) ==
+                   0 &&
+               target.IsFolder() && target.device == main.GetStamp().device &&
+               target.inode == main.GetStamp().inode;
+    } catch (const foundation::storage::vfs::Exception&) {
+        return false;
+    }
+}
+
 std::vector<std::shared_ptr<const FolderEntry>> FolderScanner::ScanMainEntries(
     const std::vector<AbsoluteIRI>& locations, ScanReport& report) const {
     std::vector<std::shared_ptr<const FolderEntry>> entries(locations.size());

@@ -307,18 +307,64 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
 std::shared_ptr<const MainSearchPath> MainSearchPath::Scan(const std::vector<AbsoluteIRI>& folders,
                                                            ScanReport& report,
                                                            const EntryCache* cache) {
+    return Revalidate(folders, {}, report, cache);
+}
+
+std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
+    const std::vector<AbsoluteIRI>& folders,
+    const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
+    const EntryCache* cache, std::size_t fresh) {
     std::vector<AbsoluteIRI> unique;
     unique.reserve(folders.size());
-    boost::unordered_flat_map<AbsoluteIRI, bool, IriHash> seen;
+    boost::unordered_flat_set<AbsoluteIRI, IriHash> seen;
     ScanReport duplicates;
     for (const auto& folder : folders) {
-        if (seen.emplace(folder, true).second) {
+        if (seen.insert(folder).second) {
             unique.push_back(folder);
         } else {
             duplicates.Add(ScanProblem{ScanProblem::Kind::Duplicate, folder, 0});
         }
     }
-    auto entries = FolderScanner(cache).ScanMainEntries(unique, report);
+    // The known entries are matched to the folders in order, passing over folders that have none
+    // (a folder missing when they were read); a path in another order is matched by location.
+    // Each match that is unchanged is taken as it is.
+    std::vector<std::shared_ptr<const FolderEntry>> entries(unique.size());
+    std::vector<char> checked(unique.size(), 0);
+    std::size_t next = 0;
+    boost::unordered_flat_map<const AbsoluteIRI*, std::size_t, IriPointerHash, IriPointerEqual>
+        byLocation;
+    for (std::size_t i = 0; i < unique.size() && next < known.size(); ++i) {
+        if (known[next] && known[next]->GetLocation() == unique[i]) {
+            checked[i] = next < fresh;
+            entries[i] = known[next++];
+            continue;
+        }
+        if (byLocation.empty()) {
+            for (std::size_t k = 0; k < known.size(); ++k) {
+                if (known[k])
+                    byLocation.emplace(&known[k]->GetLocation(), k);
+            }
+        }
+        if (const auto it = byLocation.find(&unique[i]); it != byLocation.end()) {
+            checked[i] = it->second < fresh;
+            entries[i] = known[it->second];
+        }
+    }
+    tbb::parallel_for(std::size_t{0}, unique.size(), [&](std::size_t i) {
+        if (entries[i] && !checked[i] && !FolderScanner::Unchanged(*entries[i]))
+            entries[i] = nullptr;
+    });
+    std::vector<AbsoluteIRI> stale;
+    std::vector<std::size_t> staleAt;
+    for (std::size_t i = 0; i < unique.size(); ++i) {
+        if (!entries[i]) {
+            stale.push_back(unique[i]);
+            staleAt.push_back(i);
+        }
+    }
+    auto scanned = FolderScanner(cache).ScanMainEntries(stale, report);
+    for (std::size_t k = 0; k < scanned.size(); ++k)
+        entries[staleAt[k]] = std::move(scanned[k]);
     report.Append(duplicates);
     return Create(std::move(entries));
 }

@@ -106,10 +106,11 @@ std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options optio
 
 MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options options)
     : m_options(std::move(options)) {
-    m_cache.Retain(std::exchange(m_options.knownEntries, {}));
+    const auto known = std::exchange(m_options.knownEntries, {});
+    m_cache.Retain(known);
     auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
     ScanReport report;
-    auto path = MainSearchPath::Scan(*unique, report, &m_cache);
+    auto path = MainSearchPath::Revalidate(*unique, known, report, &m_cache);
     m_cache.Retain(path->GetFolderEntries());
     m_state = MakeState(std::move(unique), std::move(path), std::move(report));
 }

@@ -216,8 +216,10 @@ class Decoder {
             node.location = AbsoluteIRI(location);
             if (node.location.toString() != location)
                 Bad("location not in normal form");
+            // Most folders are their own canonical location: one IRI serves for both.
+            const ustring canonical = Text(r.canonicalOffset, r.canonicalLength);
             node.canonical = CanonicalAbsoluteIRI(
-                AbsoluteIRI(Text(r.canonicalOffset, r.canonicalLength)), location);
+                canonical == location ? node.location : AbsoluteIRI(canonical), location);
         } else {
             if (r.parent >= index || r.parent < treeStart)
                 Bad("parent after child");

@@ -91,9 +91,12 @@ char16_t FoldUnit(char16_t c) {
 }  // namespace
 
 ustring FromNative(std::string_view bytes) {
-    ustring out;
-    out.reserve(bytes.size());
+    // Most names are ASCII: their leading run is copied in one step.
     std::size_t i = 0;
+    while (i < bytes.size() && static_cast<unsigned char>(bytes[i]) < 0x80)
+        ++i;
+    ustring out(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(i));
+    out.reserve(bytes.size());
     while (i < bytes.size()) {
         char32_t cp = 0;
         const std::size_t n = ValidSequenceLength(bytes, i, cp);
@@ -116,9 +119,12 @@ ustring FromNative(std::string_view bytes) {
 }
 
 std::string ToNative(std::u16string_view text) {
-    std::string out;
+    std::size_t i = 0;
+    while (i < text.size() && text[i] < 0x80)
+        ++i;
+    std::string out(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(i));
     out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
+    for (; i < text.size(); ++i) {
         const char16_t c = text[i];
         if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
             text[i + 1] <= 0xDFFF) {

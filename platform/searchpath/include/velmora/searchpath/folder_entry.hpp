@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -72,7 +73,10 @@ class VELMORA_SEARCHPATH_EXPORT FolderEntry final
                       const PathManagement::EntryCallback& callback) const override;
     PathManagement::SharedNameMatcher GetExtensionMatcher(
         FilenameMatchingPolicy policy) const override;
-    ustring GetName() const override { return m_names.empty() ? ustring() : m_names.back(); }
+    ustring GetName() const override {
+        const auto& names = GetFolderNames();
+        return names.empty() ? ustring() : names.back();
+    }
     PathManagement::SharedPathEntryVector GetSubEntries() const override { return m_subEntryList; }
 
     // The host's own operations.
@@ -83,7 +87,9 @@ class VELMORA_SEARCHPATH_EXPORT FolderEntry final
         return m_subEntries;
     }
     // The names of the folders on the way to this one, root first: {u"home", u"ada", u"tb"}.
-    const std::vector<ustring>& GetFolderNames() const noexcept { return m_names; }
+    // Worked out when first asked for: a start from a path cache makes entries for every folder of
+    // the path, and most are never asked.
+    const std::vector<ustring>& GetFolderNames() const;
     // The number of files in the folder.
     std::size_t GetFileCount() const noexcept;
     // The sorted file names of the folder (name and extension together). A folder loaded from a
@@ -113,7 +119,8 @@ class VELMORA_SEARCHPATH_EXPORT FolderEntry final
     PathManagement::SharedPathEntryVector m_subEntryList;
     std::shared_ptr<const IPathEntry> m_private;
     std::shared_ptr<const IPathEntry> m_resources;
-    std::vector<ustring> m_names;
+    mutable std::once_flag m_namesOnce;
+    mutable std::vector<ustring> m_names;
 };
 
 // SplitPartialName: the non-empty parts of a name between separators:

@@ -108,6 +108,10 @@ class VELMORA_SEARCHPATH_EXPORT FolderScanner {
         const std::vector<foundation::storage::vfs::AbsoluteIRI>& locations,
         ScanReport& report) const;
 
+    // Unchanged: whether the folder of `main`, and every folder of its tree, is still as it was
+    // read (one stat each, the same stamps), so that the entry can stand for it without a scan.
+    static bool Unchanged(const FolderEntry& main);
+
   private:
     const EntryCache* m_cache;
 };
