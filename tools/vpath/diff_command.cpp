@@ -60,7 +60,8 @@ int RunDiff(const DiffOptions& options) {
     auto known = before->GetFolderEntries();
     known.insert(known.end(), newLoaded.begin(), newLoaded.end());
     cache.Retain(known);
-    const auto after = MainSearchPath::Revalidate(newFolders, known, problems, &cache);
+    const auto after = MainSearchPath::Revalidate(newFolders, known, problems, &cache,
+                                                  before->GetFolderEntries().size());
     PrintWarnings(problems);
     SaveCacheIfChanged(oldCache, oldLoaded, before->GetFolderEntries());
     SaveCacheIfChanged(newCache, newLoaded, after->GetFolderEntries());

@@ -293,7 +293,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Scan(const std::vector<Abs
 std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
     const std::vector<AbsoluteIRI>& folders,
     const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
-    const EntryCache* cache) {
+    const EntryCache* cache, std::size_t fresh) {
     std::vector<AbsoluteIRI> unique;
     unique.reserve(folders.size());
     boost::unordered_flat_set<AbsoluteIRI, IriHash> seen;
@@ -309,11 +309,13 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
     // (a folder missing when they were read); a path in another order is matched by location.
     // Each match that is unchanged is taken as it is.
     std::vector<std::shared_ptr<const FolderEntry>> entries(unique.size());
+    std::vector<char> checked(unique.size(), 0);
     std::size_t next = 0;
     boost::unordered_flat_map<const AbsoluteIRI*, std::size_t, IriPointerHash, IriPointerEqual>
         byLocation;
     for (std::size_t i = 0; i < unique.size() && next < known.size(); ++i) {
         if (known[next] && known[next]->GetLocation() == unique[i]) {
+            checked[i] = next < fresh;
             entries[i] = known[next++];
             continue;
         }
@@ -323,11 +325,13 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
                     byLocation.emplace(&known[k]->GetLocation(), k);
             }
         }
-        if (const auto it = byLocation.find(&unique[i]); it != byLocation.end())
+        if (const auto it = byLocation.find(&unique[i]); it != byLocation.end()) {
+            checked[i] = it->second < fresh;
             entries[i] = known[it->second];
+        }
     }
     tbb::parallel_for(std::size_t{0}, unique.size(), [&](std::size_t i) {
-        if (entries[i] && !FolderScanner::Unchanged(*entries[i]))
+        if (entries[i] && !checked[i] && !FolderScanner::Unchanged(*entries[i]))
             entries[i] = nullptr;
     });
     std::vector<AbsoluteIRI> stale;
