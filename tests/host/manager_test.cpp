@@ -259,6 +259,9 @@ TEST_F(Manager, ReadersOnOtherThreadsSeeWholeStatesWhileChangesArePublished) {
     std::vector<std::thread> readers;
     for (int r = 0; r < 3; ++r)
         readers.emplace_back(reader);
+    // Changes take well under a millisecond: let the readers get going first.
+    while (reads.load() < 100)
+        std::this_thread::yield();
     Notification messages;
     for (int round = 0; round < 3; ++round) {
         for (int k = 2; k <= kFolders; ++k)

@@ -132,6 +132,12 @@ FolderEntry::FolderEntry(Parts parts)
       m_stamp(parts.stamp),
       m_files(std::move(parts.files)),
       m_subEntries(std::move(parts.subEntries)) {
+    // Most folders have no sub-entries: they share one empty list.
+    static const auto kNone = std::make_shared<const PathManagement::PathEntryVector>();
+    if (m_subEntries.empty()) {
+        m_subEntryList = kNone;
+        return;
+    }
     auto list = std::make_shared<PathManagement::PathEntryVector>();
     list->reserve(m_subEntries.size());
     for (const auto& sub : m_subEntries) {

@@ -9,6 +9,7 @@
 //   table    per section: u32 id, u32 reserved, u64 XXH3 of the section, u64 offset, u64 size
 //   kRoot    the root the cache was written for: its IRI text, UTF-16
 //   kText    UTF-16 texts of main locations and of canonical locations that a symbolic link made
+//            (a folder that is its own canonical location points at its location text twice)
 //   kFolders u32 count, then one FolderRecord per folder, each main entry followed by its tree in
 //            depth-first order, sub-entries in name order
 //   kNames   per folder: its special subfolders (u8 kind, u8 through a link, name) at

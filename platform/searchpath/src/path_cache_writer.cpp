@@ -41,9 +41,16 @@ class Encoder {
 
     void Main(const FolderEntry& entry) {
         FolderRecord record = Record(entry, kNoParent, 0);
-        Text(entry.GetAbsoluteIRI().toString(), record.locationOffset, record.locationLength);
-        Text(entry.GetCanonicalAbsoluteIRI().toString(), record.canonicalOffset,
-             record.canonicalLength);
+        const ustring& location = entry.GetLocation().toString();
+        Text(location, record.locationOffset, record.locationLength);
+        // A folder that is its own canonical location names the same text twice.
+        const auto canonical = entry.GetCanonicalAbsoluteIRI();
+        if (canonical.toString() == location) {
+            record.canonicalOffset = record.locationOffset;
+            record.canonicalLength = record.locationLength;
+        } else {
+            Text(canonical.toString(), record.canonicalOffset, record.canonicalLength);
+        }
         Tree(entry, std::move(record));
     }
 

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <tbb/parallel_for.h>
 #include <boost/unordered/unordered_flat_map.hpp>
 #include <boost/unordered/unordered_flat_set.hpp>
 
@@ -355,12 +356,19 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
     }
     contents.outcome = Outcome::Loaded;
     boost::unordered_flat_set<AbsoluteIRI> seen;
+    const auto lines = SplitLines(bytes);
+    // Each line's folder is worked out on its own, side by side: a long path is mostly that.
+    std::vector<std::optional<AbsoluteIRI>> folderOf(lines.size());
+    tbb::parallel_for(std::size_t{0}, lines.size(), [&](std::size_t i) {
+        if (IsFolderLine(lines[i].text))
+            folderOf[i] = FolderOfLine(lines[i].text);
+    });
     std::int64_t number = 0;
-    for (const Line& line : SplitLines(bytes)) {
+    for (std::size_t i = 0; i < lines.size(); ++i) {
         ++number;
-        if (!IsFolderLine(line.text))
+        if (!IsFolderLine(lines[i].text))
             continue;
-        const auto folder = FolderOfLine(line.text);
+        const auto& folder = folderOf[i];
         if (!folder) {
             problems.Add(VELMORA::pathdef::badLine(text::FromNative(m_path), number));
             contents.outcome = Outcome::Failed;
