@@ -180,7 +180,7 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         }
     }
     if (kind == PathChangeKind::Added)
-        detail::DropOtherNamesOf(folders, FolderList(added.begin(), added.end()));
+        detail::DropOtherNamesOf(folders, FolderList(added.begin(), added.end()), *old->path);
     if (folders == *old->folders)
         return;
     ScanReport report;

@@ -167,7 +167,7 @@ std::optional<FolderId> IdOf(const AbsoluteIRI& folder) {
 
 }  // namespace
 
-void DropOtherNamesOf(FolderList& folders, const FolderList& added) {
+void DropOtherNamesOf(FolderList& folders, const FolderList& added, const MainSearchPath& current) {
     boost::unordered_flat_set<FolderId> ids;
     for (const AbsoluteIRI& folder : added) {
         if (const auto id = IdOf(folder))
@@ -176,10 +176,15 @@ void DropOtherNamesOf(FolderList& folders, const FolderList& added) {
     if (ids.empty())
         return;
     const boost::unordered_flat_set<AbsoluteIRI> isAdded(added.begin(), added.end());
+    boost::unordered_flat_map<AbsoluteIRI, FolderId> known;
+    for (const auto& entry : current.GetFolderEntries())
+        known.emplace(entry->GetLocation(),
+                      FolderId{entry->GetStamp().device, entry->GetStamp().inode});
     std::erase_if(folders, [&](const AbsoluteIRI& folder) {
         if (isAdded.contains(folder))
             return false;
-        const auto id = IdOf(folder);
+        const auto it = known.find(folder);
+        const auto id = it != known.end() ? std::optional<FolderId>(it->second) : IdOf(folder);
         return id && ids.contains(*id);
     });
 }

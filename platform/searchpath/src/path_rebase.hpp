@@ -12,6 +12,7 @@
 
 #include <foundation/core/except/notification.hpp>
 #include <foundation/storage/vfs/absolute_iri.hpp>
+#include <velmora/searchpath/main_search_path.hpp>
 
 namespace Velmora::SearchPath {
 class PathDefinitionFile;
@@ -50,6 +51,8 @@ bool RebaseOnSavedFile(const PathDefinitionFile& file, FolderList& base, FolderL
 // DropOtherNamesOf: takes out of `folders` each folder that is not in `added` but is the same
 // folder on disk (device and inode) as one that is: adding a folder under a new name moves it
 // rather than putting it on the path twice.
-void DropOtherNamesOf(FolderList& folders, const FolderList& added);
+// `current` is the path as read at this start: the device and inode of its folders are taken from
+// their entries rather than asked of the disk again.
+void DropOtherNamesOf(FolderList& folders, const FolderList& added, const MainSearchPath& current);
 
 }  // namespace Velmora::SearchPath::detail
