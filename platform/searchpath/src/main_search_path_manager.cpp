@@ -3,7 +3,6 @@
 #include <exception>
 #include <utility>
 
-#include <boost/unordered/unordered_flat_map.hpp>
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include <foundation/storage/vfs/exceptions.hpp>
@@ -129,30 +128,6 @@ void MainSearchPathManager::ApplyPathAfterRemoving(const FolderRange& newPath,
     Change(PathChangeKind::Removed, FirstOccurrences(newPath), notification);
 }
 
-std::shared_ptr<const MainSearchPath> MainSearchPathManager::ScanNewFolders(
-    const FolderList& folders, const MainSearchPath& old, ScanReport& report) const {
-    // The folders that stay keep their entries: they were read at this start or kept fresh since,
-    // and listing them again would make a change of one folder cost the whole path.
-    boost::unordered_flat_map<AbsoluteIRI, std::shared_ptr<const FolderEntry>> kept;
-    for (const auto& entry : old.GetFolderEntries())
-        kept.emplace(entry->GetLocation(), entry);
-    std::vector<std::shared_ptr<const FolderEntry>> entries(folders.size());
-    std::vector<AbsoluteIRI> fresh;
-    std::vector<std::size_t> freshAt;
-    for (std::size_t i = 0; i < folders.size(); ++i) {
-        if (const auto it = kept.find(folders[i]); it != kept.end()) {
-            entries[i] = it->second;
-        } else {
-            fresh.push_back(folders[i]);
-            freshAt.push_back(i);
-        }
-    }
-    auto scanned = FolderScanner(&m_cache).ScanMainEntries(fresh, report);
-    for (std::size_t k = 0; k < scanned.size(); ++k)
-        entries[freshAt[k]] = std::move(scanned[k]);
-    return MainSearchPath::Create(std::move(entries));
-}
-
 void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
                                    Notification& notification) {
     std::unique_lock lock(m_changeMutex);
@@ -184,7 +159,10 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
     if (folders == *old->folders)
         return;
     ScanReport report;
-    auto path = ScanNewFolders(folders, *old->path, report);
+    // The folders that stay keep their entries: they were read at this start or kept fresh since,
+    // and listing them again would make a change of one folder cost the whole path.
+    const auto& staying = old->path->GetFolderEntries();
+    auto path = MainSearchPath::Revalidate(folders, staying, report, &m_cache, staying.size());
     ScanReport warnings;
     bool refused = false;
     for (const auto& problem : report.Problems()) {

@@ -112,11 +112,6 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     struct State;
     void Change(PathManagement::PathChangeKind kind, FolderList folders,
                 foundation::core::except::Notification& notification);
-    // ScanNewFolders: the path of `folders`, with the entries of `old` for the folders it has and
-    // a scan of the others.
-    std::shared_ptr<const MainSearchPath> ScanNewFolders(const FolderList& folders,
-                                                         const MainSearchPath& old,
-                                                         ScanReport& report) const;
     std::shared_ptr<const State> MakeState(std::shared_ptr<const FolderList> folders,
                                            std::shared_ptr<const MainSearchPath> path,
                                            ScanReport warnings) const;
