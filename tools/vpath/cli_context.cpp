@@ -28,7 +28,8 @@ AbsoluteIRI ToFolderIRI(const ustring& text) {
     return Velmora::current_working_folder::CurrentWorkingFolder().resolve(text);
 }
 
-std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, Purpose purpose) {
+std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, Purpose purpose,
+                                                   const BeforeScan& beforeScan) {
     if (options.GivesPath() && purpose == Purpose::Change) {
         throw std::runtime_error(
             "--path, --path-file and --example give a path of their own, which cannot be changed; "
@@ -51,6 +52,8 @@ std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
     const auto cache = location.empty() ? std::nullopt : CacheForPathDefinition(location);
     managerOptions.knownEntries = LoadCache(cache);
     const auto loaded = managerOptions.knownEntries;
+    if (beforeScan)
+        beforeScan(location, loaded);
     foundation::core::except::Notification problems;
     auto manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
     PrintMessages(problems);

@@ -1,6 +1,7 @@
 #pragma once
 // What every vpath command shares: how the search path is chosen and how results are printed.
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +11,7 @@
 #include <foundation/storage/vfs/absolute_iri.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/path_cache.hpp>
 #include <velmora/text/ustring.hpp>
 
 #include "exit_status.hpp"
@@ -43,9 +45,12 @@ enum class Purpose { Read, Change, Watch };
 // OpenManager: the manager of the saved path (see PathOptions; a path given on the command line is
 // not taken into account). Prints the messages and returns null when the saved path cannot be
 // read. For a change, throws std::runtime_error when a path was given on the command line, which
-// cannot be changed, and when there is nowhere to save the path.
-std::unique_ptr<Velmora::SearchPath::MainSearchPathManager> OpenManager(const PathOptions& options,
-                                                                        Purpose purpose);
+// cannot be changed, and when there is nowhere to save the path. `beforeScan`, if given, hears the
+// path definition file and the entries its cache knows before the path is read from disk.
+using BeforeScan = std::function<void(const std::string& pathDefinition,
+                                      const Velmora::SearchPath::FolderEntryList& known)>;
+std::unique_ptr<Velmora::SearchPath::MainSearchPathManager> OpenManager(
+    const PathOptions& options, Purpose purpose, const BeforeScan& beforeScan = {});
 
 // LoadPath: scans the path the options choose and prints scan problems as warnings on standard
 // error, and how to add a folder when the saved path is empty. Throws std::runtime_error (after

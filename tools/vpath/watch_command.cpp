@@ -107,9 +107,15 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
         options.count ? std::optional(ParseCount(*options.count)) : std::nullopt;
     // A path given on the command line is watched as it stands; it has no file to follow.
     const auto given = GivenFolders(pathOptions);
+    // The watches are set up while the path is read, from what its cache knows.
+    std::optional<Velmora::SearchPath::EarlyWatches> early;
+    const auto watchEarly = [&](const std::string& pathDefinition, const auto& known) {
+        if (!polling)
+            early.emplace(pathDefinition, known);
+    };
     const auto manager = given ? std::make_unique<Velmora::SearchPath::MainSearchPathManager>(
                                      *given, Velmora::SearchPath::MainSearchPathManager::Options{})
-                               : OpenManager(pathOptions, Purpose::Watch);
+                               : OpenManager(pathOptions, Purpose::Watch, watchEarly);
     if (!manager)
         return kExitTrouble;
     PrintWarnings(*manager->GetWarnings());
@@ -117,16 +123,20 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
     manager->AddPathChangeObserver([&](const auto& change) { printer(change); });
 
     if (!polling) {
+        if (!early)
+            early.emplace(manager->GetPathDefinitionPath(), Velmora::SearchPath::FolderEntryList{});
         Velmora::SearchPath::PathWatcher watcher(
-            *manager, {.warn = [](const std::string& warning) { Warn(warning); },
-                       .failed =
-                           [](std::exception_ptr failure) {
-                               try {
-                                   std::rethrow_exception(failure);
-                               } catch (const std::exception& e) {
-                                   Warn(e.what());
-                               }
-                           }});
+            *manager,
+            {.warn = [](const std::string& warning) { Warn(warning); },
+             .failed =
+                 [](std::exception_ptr failure) {
+                     try {
+                         std::rethrow_exception(failure);
+                     } catch (const std::exception& e) {
+                         Warn(e.what());
+                     }
+                 }},
+            std::move(*early));
         while (!printer.WaitForLimit(std::chrono::hours(24))) {
         }
         FinishCacheSaving();

@@ -1,6 +1,7 @@
 #include "folder_watcher.hpp"
 
 #include <cerrno>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -69,32 +70,50 @@ int FolderWatcher::Open() {
     return 0;
 }
 
+void FolderWatcher::SetWarn(std::function<void(const std::string&)> warn) {
+    m_warn = std::move(warn);
+    if (m_warn && !m_unheard.empty())
+        m_warn(std::exchange(m_unheard, {}));
+}
+
+void FolderWatcher::Reserve(std::size_t folders) {
+    m_byWatch.reserve(folders);
+    m_byNative.reserve(folders);
+}
+
 bool FolderWatcher::Watch(const AbsoluteIRI& location, const std::string& native) {
-    if (m_byNative.contains(native) || m_polled.contains(native))
+    if (!m_polled.empty() && m_polled.contains(native))
+        return false;
+    // Claimed before the call, so that the name is hashed once.
+    const auto [claim, unseen] = m_byNative.try_emplace(native, -1);
+    if (!unseen)
         return false;
     int watch = -1;
     const int err = os::System().WatchAdd(m_queue, native, kFolderMask, watch);
-    if (err == ENOSPC || err == ENOMEM) {
-        Polled polled{location, {}};
-        os::System().Stat(native, polled.status);
-        m_polled.emplace(native, std::move(polled));
-        if (!m_warned && m_warn) {
-            m_warn(fmt::format(
-                "out of inotify watches (see fs.inotify.max_user_watches); polling the folders "
-                "that could not be watched, starting with {}",
-                native));
-        }
-        m_warned = true;
-        return true;
-    }
-    if (err != 0)
-        return false;
     // The kernel gives the same watch for the same folder reached by another name: one record
     // per watch, and no second descent (a symbolic link looping back ends here).
-    const bool fresh = m_byWatch.try_emplace(watch, Watched{location, native}).second;
-    if (fresh)
-        m_byNative.emplace(native, watch);
-    return fresh;
+    if (err == 0 && m_byWatch.try_emplace(watch, Watched{location, native}).second) {
+        claim->second = watch;
+        return true;
+    }
+    m_byNative.erase(claim);
+    if (err != ENOSPC && err != ENOMEM)
+        return false;
+    Polled polled{location, {}};
+    os::System().Stat(native, polled.status);
+    m_polled.emplace(native, std::move(polled));
+    if (!m_warned) {
+        std::string warning = fmt::format(
+            "out of inotify watches (see fs.inotify.max_user_watches); polling the folders that "
+            "could not be watched, starting with {}",
+            native);
+        if (m_warn)
+            m_warn(warning);
+        else
+            m_unheard = std::move(warning);
+    }
+    m_warned = true;
+    return true;
 }
 
 void FolderWatcher::WatchTree(const FolderEntry& entry, std::vector<AbsoluteIRI>* fresh) {

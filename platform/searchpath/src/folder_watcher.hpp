@@ -2,7 +2,7 @@
 // FolderWatcher: the inotify side of PathWatcher. It keeps a watch on each folder it is given and
 // on the special folders created under them later, and turns what the kernel reports into the
 // locations that changed. Folders it cannot watch (the user's watches are used up) are polled by
-// their stamps instead. Used from one thread only.
+// their stamps instead. Used from one thread at a time.
 
 #include <chrono>
 #include <cstdint>
@@ -39,6 +39,10 @@ class FolderWatcher {
 
     // Open: makes the watch queue; an errno value when inotify cannot be had.
     int Open();
+    // SetWarn: who hears the warning from now on; one given while no one listened is told now.
+    void SetWarn(std::function<void(const std::string&)> warn);
+    // Reserve: room for this many folders, so that a large path is watched without regrowing.
+    void Reserve(std::size_t folders);
     // WatchTree: watches `entry`'s folder and every folder beneath it on the path; the folders
     // that were not watched before are added to `fresh` if given.
     void WatchTree(const FolderEntry& entry,
@@ -83,6 +87,7 @@ class FolderWatcher {
     std::string m_pathDefinitionName;
     int m_pathDefinitionWatch = -1;
     std::function<void(const std::string&)> m_warn;
+    std::string m_unheard;  // the warning given while no one listened
     int m_queue = -1;
     boost::unordered_flat_map<int, Watched> m_byWatch;
     boost::unordered_flat_map<std::string, int> m_byNative;

@@ -64,19 +64,29 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
 
     std::vector<std::size_t> stale;
     for (const auto& location : locations) {
-        const auto position = m_mainPositions->Holding(*old->path, location);
-        if (!position)
-            continue;
-        stale.push_back(*position);
-        // A stamp can look unchanged when the change fell within the file system's timestamp
-        // tick; the event is the better witness, so the folder is listed again regardless.
-        m_cache.Forget(location);
-        m_cache.Forget(location.getParent());
+        if (const auto position = m_mainPositions->Holding(*old->path, location))
+            stale.push_back(*position);
     }
     std::sort(stale.begin(), stale.end());
     stale.erase(std::unique(stale.begin(), stale.end()), stale.end());
 
-    const FolderScanner scanner(&m_cache);
+    // What the folders read again may reuse is in their own old entries: a cache of just those
+    // costs far less to build than one of the whole path.
+    EntryCache reusable;
+    {
+        std::vector<std::shared_ptr<const FolderEntry>> entries;
+        entries.reserve(stale.size());
+        for (const std::size_t position : stale)
+            entries.push_back(old->path->GetFolderEntries()[position]);
+        reusable.Retain(entries);
+    }
+    for (const auto& location : locations) {
+        // A stamp can look unchanged when the change fell within the file system's timestamp
+        // tick; the event is the better witness, so the folder is listed again regardless.
+        reusable.Forget(location);
+        reusable.Forget(location.getParent());
+    }
+    const FolderScanner scanner(&reusable);
     ScanReport report;
     std::vector<MainSearchPath::Replacement> replaced;
     for (const std::size_t position : stale) {
@@ -85,8 +95,6 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
         auto fresh = scanner.ScanMainEntry(entry->GetAbsoluteIRI(), report);
         if (fresh && fresh != entry && SameListing(*fresh, *entry))
             fresh = entry;
-        if (fresh)
-            m_cache.Remember(fresh);
         if (fresh == entry)
             continue;
         replaced.push_back({position, std::move(fresh)});
@@ -101,10 +109,8 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
                 continue;
             }
             ScanReport ignored;  // still missing: its warning stands already
-            if (auto entry = scanner.ScanMainEntry(location, ignored)) {
-                m_cache.Remember(entry);
+            if (auto entry = scanner.ScanMainEntry(location, ignored))
                 appearing.push_back(std::move(entry));
-            }
         }
     }
     // Folders that read the same are the same objects: nothing to tell.
@@ -122,6 +128,7 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
         path = MainSearchPath::Create(InListOrder(*old->folders, *path, std::move(appearing)));
     if (path->GetFolderEntries().size() == old->path->GetFolderEntries().size())
         m_mainPositions->CarryTo(path);
+    m_cache.Retain(path->GetFolderEntries());
     Publish(PathChangeKind::Refreshed,
             MakeState(old->folders, std::move(path), std::move(warnings)));
     return true;

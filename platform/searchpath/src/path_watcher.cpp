@@ -25,6 +25,15 @@ using Clock = std::chrono::steady_clock;
 // How long the thread sleeps when nothing happens; it bounds how late a stop is noticed and how
 // late an event sent by another thread is taken up.
 constexpr std::chrono::milliseconds kIdle{100};
+// The stamps are read once more when no change is waiting, or after this long whatever comes.
+constexpr std::chrono::milliseconds kCatchUpAtLatest{1000};
+
+std::size_t CountFolders(const std::vector<std::shared_ptr<const FolderEntry>>& entries) {
+    std::size_t count = entries.size();
+    for (const auto& entry : entries)
+        count += CountFolders(entry->SubEntries());
+    return count;
+}
 
 void Merge(detail::WatchedChanges& into, detail::WatchedChanges& from) {
     into.locations.insert(into.locations.end(), from.locations.begin(), from.locations.end());
@@ -35,9 +44,55 @@ void Merge(detail::WatchedChanges& into, detail::WatchedChanges& from) {
 
 }  // namespace
 
+struct EarlyWatches::Impl {
+    explicit Impl(std::string pathDefinition)
+        : folders(std::make_unique<detail::FolderWatcher>(std::move(pathDefinition), nullptr)) {}
+    ~Impl() { Finish(); }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+    void Finish() {
+        if (thread.joinable())
+            thread.join();
+    }
+
+    std::unique_ptr<detail::FolderWatcher> folders;
+    std::vector<std::shared_ptr<const FolderEntry>> known;
+    int openError = 0;
+    std::exception_ptr failure;
+    std::thread thread;
+};
+
+EarlyWatches::EarlyWatches(std::string pathDefinition,
+                           std::vector<std::shared_ptr<const FolderEntry>> known)
+    : m_impl(std::make_unique<Impl>(std::move(pathDefinition))) {
+    Impl& impl = *m_impl;
+    impl.known = std::move(known);
+    impl.openError = impl.folders->Open();
+    if (impl.openError != 0 || impl.known.empty())
+        return;
+    impl.thread = std::thread([&impl] {
+        try {
+            impl.folders->Reserve(CountFolders(impl.known));
+            for (const auto& entry : impl.known)
+                impl.folders->WatchTree(*entry);
+        } catch (...) {
+            impl.failure = std::current_exception();
+        }
+    });
+}
+
+EarlyWatches::~EarlyWatches() = default;
+EarlyWatches::EarlyWatches(EarlyWatches&&) noexcept = default;
+EarlyWatches& EarlyWatches::operator=(EarlyWatches&&) noexcept = default;
+
 struct PathWatcher::Impl {
-    Impl(MainSearchPathManager& m, Options o)
-        : manager(m), options(std::move(o)), folders(m.GetPathDefinitionPath(), options.warn) {}
+    Impl(MainSearchPathManager& m, Options o, EarlyWatches::Impl& early)
+        : manager(m),
+          options(std::move(o)),
+          folders(std::move(early.folders)),
+          earlyKnown(std::move(early.known)) {
+        folders->SetWarn(options.warn);
+    }
 
     // Watches what the current snapshot has and the last one watched had not, and stops watching
     // what left the path. A folder that entered the path through a refresh was listed before its
@@ -50,13 +105,22 @@ struct PathWatcher::Impl {
         const auto& now = current->GetFolderEntries();
         std::vector<AbsoluteIRI> fresh;
         if (!watchedSnapshot) {
-            for (const auto& entry : now)
-                folders.WatchTree(*entry);
+            // All of them were listed before they were watched: the catch-up reading of the
+            // stamps covers that, and no folder is listed twice at the start.
+            if (earlyKnown.empty()) {
+                folders->Reserve(CountFolders(now));
+                for (const auto& entry : now)
+                    folders->WatchTree(*entry);
+            } else {
+                Rewatch(earlyKnown, *current, fresh);
+                fresh.clear();
+                earlyKnown.clear();
+            }
         } else if (RefreshedInPlace(watchedSnapshot->GetFolderEntries(), now)) {
             const auto& before = watchedSnapshot->GetFolderEntries();
             for (std::size_t i = 0; i < now.size(); ++i) {
                 if (before[i] != now[i])
-                    folders.WatchTree(*now[i], &fresh);
+                    folders->WatchTree(*now[i], &fresh);
             }
         } else {
             Rewatch(watchedSnapshot->GetFolderEntries(), *current, fresh);
@@ -90,22 +154,35 @@ struct PathWatcher::Impl {
     void Rewatch(const std::vector<std::shared_ptr<const FolderEntry>>& before,
                  const MainSearchPath& current, std::vector<AbsoluteIRI>& fresh) {
         const auto& now = current.GetFolderEntries();
-        boost::unordered_flat_set<const FolderEntry*> known;
+        boost::unordered_flat_set<const FolderEntry*> known(before.size());
         for (const auto& entry : before)
             known.insert(entry.get());
-        boost::unordered_flat_set<const FolderEntry*> kept;
+        boost::unordered_flat_set<const FolderEntry*> kept(now.size());
+        // A folder that leaves one entry is most often in the entry read anew in its place: looked
+        // for there first, and in the whole path's index (built on first use) only if not.
+        boost::unordered_flat_set<AbsoluteIRI> inNew;
+        std::vector<const FolderEntry*> below;
         for (const auto& entry : now) {
             kept.insert(entry.get());
-            if (!known.contains(entry.get()))
-                folders.WatchTree(*entry, &fresh);
+            if (known.contains(entry.get()))
+                continue;
+            folders->WatchTree(*entry, &fresh);
+            for (below.push_back(entry.get()); !below.empty();) {
+                const FolderEntry* folder = below.back();
+                below.pop_back();
+                inNew.insert(folder->GetAbsoluteIRI());
+                for (const auto& sub : folder->SubEntries())
+                    below.push_back(sub.get());
+            }
         }
         const auto onPath = [&](const AbsoluteIRI& location) {
-            return current.GetPathEntryFromAbsoluteIRI(
+            return inNew.contains(location) ||
+                   current.GetPathEntryFromAbsoluteIRI(
                        location, PathManagement::FilenameMatchingPolicy::Exact) != nullptr;
         };
         for (const auto& entry : before) {
             if (!kept.contains(entry.get()))
-                folders.Unwatch(*entry, onPath);
+                folders->Unwatch(*entry, onPath);
         }
     }
 
@@ -125,18 +202,18 @@ struct PathWatcher::Impl {
             present.insert(entry->GetAbsoluteIRI());
         for (const auto& folder : *list) {
             if (!present.contains(folder))
-                folders.Await(folder);
+                folders->Await(folder);
         }
     }
 
     // The changes of one burst: what arrives within `settle` of the last, for at most maxSettle.
     detail::WatchedChanges Gather(std::chrono::milliseconds wait) {
         detail::WatchedChanges changes;
-        folders.Wait(wait, changes);
+        folders->Wait(wait, changes);
         const auto deadline = Clock::now() + options.maxSettle;
         while (!changes.Empty() && Clock::now() < deadline) {
             detail::WatchedChanges more;
-            folders.Wait(options.settle, more);
+            folders->Wait(options.settle, more);
             if (more.Empty())
                 break;
             Merge(changes, more);
@@ -167,17 +244,25 @@ struct PathWatcher::Impl {
 
     void Run() {
         auto nextPoll = Clock::now() + options.pollInterval;
+        bool caughtUp = false;
+        const auto catchUpBy = Clock::now() + kCatchUpAtLatest;
         while (!stop.load()) {
             auto wait = kIdle;
-            if (folders.PolledCount() > 0) {
+            if (folders->PolledCount() > 0) {
                 wait = std::min(wait, std::chrono::duration_cast<std::chrono::milliseconds>(
                                           std::max(nextPoll - Clock::now(), Clock::duration{})));
             }
             auto changes = Gather(retired.empty() ? wait : std::chrono::milliseconds(0));
             if (changes.Empty())
                 retired.clear();
-            if (folders.PolledCount() > 0 && Clock::now() >= nextPoll) {
-                folders.Poll(changes);
+            if (!caughtUp && (changes.Empty() || Clock::now() >= catchUpBy)) {
+                // A folder changed between the start's scan and its watch: its stamp tells, as
+                // after lost events.
+                caughtUp = true;
+                changes.overflow = true;
+            }
+            if (folders->PolledCount() > 0 && Clock::now() >= nextPoll) {
+                folders->Poll(changes);
                 nextPoll = Clock::now() + options.pollInterval;
             }
             try {
@@ -187,15 +272,17 @@ struct PathWatcher::Impl {
                     options.failed(std::current_exception());
             }
             Rewatch();
-            owner->m_watched.store(folders.WatchCount());
-            owner->m_polled.store(folders.PolledCount());
+            owner->m_watched.store(folders->WatchCount());
+            owner->m_polled.store(folders->PolledCount());
         }
     }
 
     PathWatcher* owner = nullptr;
     MainSearchPathManager& manager;
     Options options;
-    detail::FolderWatcher folders;
+    std::unique_ptr<detail::FolderWatcher> folders;
+    // The entries the early watches were set up from, until the first snapshot is watched.
+    std::vector<std::shared_ptr<const FolderEntry>> earlyKnown;
     std::shared_ptr<const MainSearchPath> watchedSnapshot;
     std::vector<std::shared_ptr<const MainSearchPath>> retired;
     std::shared_ptr<const MainSearchPathManager::FolderList> awaitedList;
@@ -208,13 +295,21 @@ struct PathWatcher::Impl {
 };
 
 PathWatcher::PathWatcher(MainSearchPathManager& manager, Options options)
-    : m_impl(std::make_unique<Impl>(manager, std::move(options))) {
-    Impl& impl = *m_impl;
-    impl.owner = this;
-    if (const int err = impl.folders.Open(); err != 0) {
+    : PathWatcher(manager, std::move(options), EarlyWatches(manager.GetPathDefinitionPath(), {})) {}
+
+PathWatcher::PathWatcher(MainSearchPathManager& manager, Options options, EarlyWatches early) {
+    if (!early.m_impl)
+        throw std::invalid_argument("PathWatcher: the early watches were taken over already");
+    early.m_impl->Finish();
+    if (const int err = early.m_impl->openError; err != 0) {
         throw std::runtime_error(
             fmt::format("cannot watch folders for changes: {}", os::ErrorText(err)));
     }
+    if (early.m_impl->failure)
+        std::rethrow_exception(early.m_impl->failure);
+    m_impl = std::make_unique<Impl>(manager, std::move(options), *early.m_impl);
+    Impl& impl = *m_impl;
+    impl.owner = this;
     impl.subscription =
         foundation::messaging::createLocalEventMgr(foundation::messaging::SessionEmId)
             ->subscribe<FileFolderChangedEvent>([&impl](const FileFolderChangedEvent& event) {
@@ -227,8 +322,8 @@ PathWatcher::PathWatcher(MainSearchPathManager& manager, Options options)
                 }
             });
     impl.Rewatch();
-    m_watched.store(impl.folders.WatchCount());
-    m_polled.store(impl.folders.PolledCount());
+    m_watched.store(impl.folders->WatchCount());
+    m_polled.store(impl.folders->PolledCount());
     impl.thread = std::thread([&impl] { impl.Run(); });
 }
 

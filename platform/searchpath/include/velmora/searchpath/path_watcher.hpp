@@ -23,17 +23,46 @@
 //   // ... Show runs on the watcher's thread while folders change ...
 //
 // The manager must outlive the watcher. Construction returns once the watches are in place.
+//
+// A large path's watches take a while to set up. EarlyWatches sets them up on a thread of its own
+// while the manager is still being opened, from the entries a path cache knows; the watcher made
+// with it takes them over and adds only what the cache did not know:
+//
+//   auto known = LoadPathCache(cacheFile, root);
+//   EarlyWatches early(pathDefinitionFile, known);
+//   auto manager = MainSearchPathManager::Open({..., .knownEntries = known}, problems);
+//   PathWatcher watcher(*manager, {}, std::move(early));
+//
+// Either way, once its watches are in place and no change is waiting, the watcher reads the
+// folders' stamps once more, as a folder changed between the start's scan and its watch is told
+// by neither.
 
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <velmora/searchpath/export.hpp>
 #include <velmora/searchpath/main_search_path_manager.hpp>
 
 namespace Velmora::SearchPath {
+
+class VELMORA_SEARCHPATH_EXPORT EarlyWatches {
+  public:
+    // Starts watching `pathDefinition` (a native path; empty for none) and the folders of `known`
+    // and of their sub-entries.
+    EarlyWatches(std::string pathDefinition, std::vector<std::shared_ptr<const FolderEntry>> known);
+    ~EarlyWatches();
+    EarlyWatches(EarlyWatches&&) noexcept;
+    EarlyWatches& operator=(EarlyWatches&&) noexcept;
+
+  private:
+    friend class PathWatcher;
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
 
 class VELMORA_SEARCHPATH_EXPORT PathWatcher {
   public:
@@ -52,6 +81,9 @@ class VELMORA_SEARCHPATH_EXPORT PathWatcher {
 
     // Throws std::runtime_error when inotify cannot be used at all.
     PathWatcher(MainSearchPathManager& manager, Options options);
+    // Takes over `early`'s watches, which must be of the manager's path definition file. Waits for
+    // them to be in place.
+    PathWatcher(MainSearchPathManager& manager, Options options, EarlyWatches early);
     ~PathWatcher();
     PathWatcher(const PathWatcher&) = delete;
     PathWatcher& operator=(const PathWatcher&) = delete;
