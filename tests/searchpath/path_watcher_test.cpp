@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -20,6 +21,7 @@
 
 namespace {
 
+using Velmora::SearchPath::EarlyWatches;
 using Velmora::SearchPath::FolderEntry;
 using Velmora::SearchPath::MainSearchPath;
 using Velmora::SearchPath::MainSearchPathManager;
@@ -55,19 +57,28 @@ class PathWatcherTest : public vpath_test::TempTreeTest {
 
     // Starts the manager of `folders` (one and two if none), and its watcher.
     void Start(PathWatcher::Options options = {}, std::vector<std::string> folders = {}) {
+        OpenManager(folders);
+        StartWatcher(std::move(options));
+    }
+    void OpenManager(std::vector<std::string> folders = {},
+                     MainSearchPathManager::Options managerOptions = {}) {
         std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
         for (const auto& folder :
              folders.empty() ? std::vector<std::string>{"one", "two"} : folders)
             locations.push_back(tree.IRI(folder));
-        manager =
-            std::make_unique<MainSearchPathManager>(locations, MainSearchPathManager::Options{});
+        manager = std::make_unique<MainSearchPathManager>(locations, std::move(managerOptions));
         manager->AddPathChangeObserver([this](const auto&) {
             std::lock_guard lock(mutex);
             ++changes;
             changed.notify_all();
         });
+    }
+    void StartWatcher(PathWatcher::Options options = {},
+                      std::optional<EarlyWatches> early = std::nullopt) {
         options.pollInterval = 20ms;
-        watcher = std::make_unique<PathWatcher>(*manager, std::move(options));
+        watcher =
+            early ? std::make_unique<PathWatcher>(*manager, std::move(options), std::move(*early))
+                  : std::make_unique<PathWatcher>(*manager, std::move(options));
     }
 
     // Waits, up to a minute, for a published path for which `done` holds.
@@ -165,6 +176,9 @@ TEST_F(PathWatcherTest, AChangeWithinOneStampTickIsStillSeen) {
     Start();
     tree.File("two/same_tick.vl");
     EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) { return Holds(p, "two/same_tick.vl"); }));
+    // Read again by the stamps, which tell nothing: what the event brought in stays.
+    manager->Refresh();
+    EXPECT_TRUE(Holds(*manager->GetSnapshot(), "two/same_tick.vl"));
 }
 
 TEST_F(PathWatcherTest, AfterLostEventsThePathIsAFreshScan) {
@@ -261,6 +275,34 @@ TEST_F(PathWatcherTest, AFolderOfThePathThatDoesNotExistIsTakenUpWhenItAppears) 
               Describe(*MainSearchPath::Scan({tree.IRI("one"), tree.IRI("two"), tree.IRI("later"),
                                               tree.IRI("not/yet/there"), tree.IRI("moved")},
                                              report)));
+}
+
+TEST_F(PathWatcherTest, AChangeBetweenTheStartsScanAndTheWatchIsTakenUp) {
+    OpenManager();
+    tree.File("two/between.vl");
+    StartWatcher();
+    EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) { return Holds(p, "two/between.vl"); }));
+}
+
+// The early watches come from an older reading of the path: what it no longer holds stops being
+// watched, and what it did not know yet is watched too.
+TEST_F(PathWatcherTest, EarlyWatchesFromAnOlderReadingEndAsThePathsOwn) {
+    ScanReport report;
+    const auto older = MainSearchPath::Scan({tree.IRI("one"), tree.IRI("outside")}, report);
+    EarlyWatches early("", older->GetFolderEntries());
+    std::filesystem::create_directories(tree.Path("one/+later"));
+    MainSearchPathManager::Options options;
+    options.knownEntries = older->GetFolderEntries();
+    OpenManager({}, std::move(options));
+    StartWatcher({}, std::move(early));
+    // one with +pkg, @Point, private and +later, and two; not outside.
+    EXPECT_EQ(watcher->WatchedFolderCount(), 6u);
+    for (const char* file : {"two/new.vl", "one/+later/new.vl", "one/+pkg/new.vl"}) {
+        SCOPED_TRACE(file);
+        tree.File(file);
+        EXPECT_TRUE(WaitFor([&](const MainSearchPath& p) { return Holds(p, file); }));
+    }
+    EXPECT_TRUE(WaitForFreshScan());
 }
 
 }  // namespace
