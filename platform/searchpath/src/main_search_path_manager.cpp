@@ -1,6 +1,7 @@
 #include <velmora/searchpath/main_search_path_manager.hpp>
 
 #include <exception>
+#include <type_traits>
 #include <utility>
 
 #include <boost/unordered/unordered_flat_set.hpp>
@@ -23,9 +24,14 @@ using VorlanComponents::ComponentIdentifier;
 using FolderList = std::vector<AbsoluteIRI>;
 using FolderSet = boost::unordered_flat_set<AbsoluteIRI>;
 
-FolderList FirstOccurrences(const PathManagement::IMainSearchPathManager::FolderRange& range) {
+template <class Range>
+FolderList FirstOccurrences(const Range& range) {
     FolderList folders;
     FolderSet seen;
+    if constexpr (std::is_same_v<Range, FolderList>) {
+        folders.reserve(range.size());
+        seen.reserve(range.size());
+    }
     for (const AbsoluteIRI& folder : range) {
         if (seen.insert(folder).second)
             folders.push_back(folder);

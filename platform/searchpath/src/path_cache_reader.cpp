@@ -141,11 +141,11 @@ class Decoder {
         if (count != 0 && (starts.empty() || starts.front() != 0))
             Bad("parent after child");
         starts.push_back(count);
-        m_nodes.resize(count);
         FolderEntryList mains(starts.size() - 1);
         tbb::parallel_for(tbb::blocked_range<std::size_t>(0, mains.size()), [&](const auto& trees) {
+            std::vector<Node> nodes;
             for (std::size_t t = trees.begin(); t != trees.end(); ++t)
-                mains[t] = Tree(starts[t], starts[t + 1]);
+                mains[t] = Tree(starts[t], starts[t + 1], nodes);
         });
         return mains;
     }
@@ -153,25 +153,6 @@ class Decoder {
   private:
     FolderRecord Record(std::uint32_t i) const {
         return Get<FolderRecord>(Section(kFolders), 4 + std::size_t{i} * sizeof(FolderRecord));
-    }
-
-    // Tree: the main entry of records [first, last), a main entry and its tree.
-    std::shared_ptr<const FolderEntry> Tree(std::uint32_t first, std::uint32_t last) {
-        for (std::uint32_t i = first; i < last; ++i)
-            Read(i, Record(i), first);
-        // Children follow their parents, so building from the last record up makes every
-        // sub-entry before the entry that holds it.
-        for (std::uint32_t i = last; i-- > first;) {
-            Node& node = m_nodes[i];
-            std::reverse(node.subs.begin(), node.subs.end());
-            auto entry = std::make_shared<const FolderEntry>(
-                FolderEntry::Parts{std::move(node.location), std::move(node.canonical), node.kind,
-                                   node.stamp, std::move(node.files), std::move(node.subs)});
-            if (i == first)
-                return entry;
-            m_nodes[node.parent].subs.push_back(std::move(entry));
-        }
-        return nullptr;
     }
 
   private:
@@ -186,23 +167,58 @@ class Decoder {
         FolderEntryList subs;
     };
 
+    // Tree: the main entry of records [first, last), a main entry and its tree, read with `nodes`
+    // as room for the records of the tree.
+    std::shared_ptr<const FolderEntry> Tree(std::uint32_t first, std::uint32_t last,
+                                            std::vector<Node>& nodes) const {
+        nodes.clear();
+        nodes.resize(last - first);
+        for (std::uint32_t i = first; i < last; ++i)
+            Read(i, Record(i), first, nodes);
+        // Children follow their parents, so building from the last record up makes every
+        // sub-entry before the entry that holds it.
+        for (std::uint32_t i = last; i-- > first;) {
+            Node& node = nodes[i - first];
+            std::reverse(node.subs.begin(), node.subs.end());
+            auto entry = std::make_shared<const FolderEntry>(
+                FolderEntry::Parts{std::move(node.location), std::move(node.canonical), node.kind,
+                                   node.stamp, std::move(node.files), std::move(node.subs)});
+            if (i == first)
+                return entry;
+            nodes[node.parent - first].subs.push_back(std::move(entry));
+        }
+        return nullptr;
+    }
+
     std::string_view Section(SectionId id) const { return m_sections[id - 1]; }
 
-    ustring Text(std::uint32_t offset, std::uint32_t length) const {
+    // TextBytes: the bytes of a text of kText, its UTF-16 code units as they lie.
+    std::string_view TextBytes(std::uint32_t offset, std::uint32_t length) const {
         const std::string_view text = Section(kText);
         const std::size_t units = text.size() / sizeof(char16_t);
         if (length == 0 || offset > units || length > units - offset)
             Bad("text out of range");
+        return text.substr(std::size_t{offset} * sizeof(char16_t),
+                           std::size_t{length} * sizeof(char16_t));
+    }
+
+    ustring Text(std::uint32_t offset, std::uint32_t length) const {
+        const std::string_view bytes = TextBytes(offset, length);
         ustring out(length, u'\0');
-        std::memcpy(out.data(), text.data() + std::size_t{offset} * sizeof(char16_t),
-                    std::size_t{length} * sizeof(char16_t));
+        std::memcpy(out.data(), bytes.data(), bytes.size());
         return out;
     }
 
-    void Read(std::uint32_t index, const FolderRecord& r, std::uint32_t treeStart) {
+    static bool SameText(const ustring& text, std::string_view bytes) {
+        return bytes.size() == text.size() * sizeof(char16_t) &&
+               std::memcmp(text.data(), bytes.data(), bytes.size()) == 0;
+    }
+
+    void Read(std::uint32_t index, const FolderRecord& r, std::uint32_t treeStart,
+              std::vector<Node>& nodes) const {
         if (!ValidKind(r.kind) || (r.flags & ~std::uint32_t{kStampKnown | kThroughLink}) != 0)
             Bad("bad folder record");
-        Node& node = m_nodes[index];
+        Node& node = nodes[index - treeStart];
         node.parent = r.parent;
         node.lastSpecial = kNoParent;
         node.kind = static_cast<PathEntryType>(r.kind);
@@ -212,18 +228,20 @@ class Decoder {
         if (r.parent == kNoParent) {
             if (node.kind != PathEntryType::Ordinary || (r.flags & kThroughLink))
                 Bad("bad main entry");
-            const ustring location = Text(r.locationOffset, r.locationLength);
-            node.location = AbsoluteIRI(location);
-            if (node.location.toString() != location)
+            const std::string_view location = TextBytes(r.locationOffset, r.locationLength);
+            node.location = AbsoluteIRI(Text(r.locationOffset, r.locationLength));
+            if (!SameText(node.location.toString(), location))
                 Bad("location not in normal form");
             // Most folders are their own canonical location: one IRI serves for both.
-            const ustring canonical = Text(r.canonicalOffset, r.canonicalLength);
+            const bool ownCanonical = TextBytes(r.canonicalOffset, r.canonicalLength) == location;
             node.canonical = CanonicalAbsoluteIRI(
-                canonical == location ? node.location : AbsoluteIRI(canonical), location);
+                ownCanonical ? node.location
+                             : AbsoluteIRI(Text(r.canonicalOffset, r.canonicalLength)),
+                node.location.toString());
         } else {
             if (r.parent >= index || r.parent < treeStart)
                 Bad("parent after child");
-            Node& parent = m_nodes[r.parent];
+            Node& parent = nodes[r.parent - treeStart];
             if (parent.lastSpecial != kNoParent && r.specialIndex <= parent.lastSpecial)
                 Bad("sub-entries out of order");
             const auto* special = parent.files->Specials().size() > r.specialIndex
@@ -279,7 +297,6 @@ class Decoder {
     std::shared_ptr<CacheImage> m_image;
     std::string_view m_bytes;
     std::string_view m_sections[kSectionCount];
-    std::vector<Node> m_nodes;
 };
 
 FolderEntryList Decode(std::shared_ptr<CacheImage> image, const AbsoluteIRI& root,
