@@ -57,9 +57,8 @@ class NameReader {
         return static_cast<std::uint8_t>(m_names[m_at++]);
     }
     std::string_view Name() {
-        Need(2);
-        const auto length = Get<std::uint16_t>(m_names, m_at);
-        m_at += 2;
+        Need(1);
+        const auto length = static_cast<std::uint8_t>(m_names[m_at++]);
         Need(length);
         const auto name = m_names.substr(m_at, length);
         m_at += length;
@@ -116,8 +115,6 @@ class Decoder {
                                                rootText.size() * sizeof(char16_t))) {
             Bad("written for another root");
         }
-        if (Section(kText).size() % sizeof(char16_t) != 0)
-            Bad("text section misaligned");
     }
 
     FolderEntryList Entries() {
@@ -192,26 +189,26 @@ class Decoder {
 
     std::string_view Section(SectionId id) const { return m_sections[id - 1]; }
 
-    // TextBytes: the bytes of a text of kText, its UTF-16 code units as they lie.
+    // TextBytes: a text of kText, UTF-8 as it lies.
     std::string_view TextBytes(std::uint32_t offset, std::uint32_t length) const {
         const std::string_view text = Section(kText);
-        const std::size_t units = text.size() / sizeof(char16_t);
-        if (length == 0 || offset > units || length > units - offset)
+        if (length == 0 || offset > text.size() || length > text.size() - offset)
             Bad("text out of range");
-        return text.substr(std::size_t{offset} * sizeof(char16_t),
-                           std::size_t{length} * sizeof(char16_t));
+        return text.substr(offset, length);
     }
 
     ustring Text(std::uint32_t offset, std::uint32_t length) const {
-        const std::string_view bytes = TextBytes(offset, length);
-        ustring out(length, u'\0');
-        std::memcpy(out.data(), bytes.data(), bytes.size());
-        return out;
+        return text::FromNative(TextBytes(offset, length));
     }
 
+    // Whether `text` is the UTF-8 `bytes`; an ASCII text is compared unit by byte.
     static bool SameText(const ustring& text, std::string_view bytes) {
-        return bytes.size() == text.size() * sizeof(char16_t) &&
-               std::memcmp(text.data(), bytes.data(), bytes.size()) == 0;
+        if (text.size() == bytes.size() &&
+            std::equal(text.begin(), text.end(), bytes.begin(),
+                       [](char16_t u, char b) { return u == static_cast<unsigned char>(b); })) {
+            return true;
+        }
+        return text::ToNative(text) == bytes;
     }
 
     void Read(std::uint32_t index, const FolderRecord& r, std::uint32_t treeStart,
@@ -266,12 +263,13 @@ class Decoder {
     std::shared_ptr<const FileTable> Files(std::uint32_t index, const FolderRecord& r,
                                            const Node& node) const {
         const std::string_view names = Section(kNames);
-        // Each name takes three bytes at least: a count larger than that is a lie.
+        // Each name takes two bytes at least, and each special subfolder four: a count larger
+        // than that is a lie.
         if (r.filesOffset > names.size() || r.filesBytes > names.size() - r.filesOffset ||
-            r.fileCount > r.filesBytes / 3 || r.specialCount > names.size() / 5) {
+            r.fileCount > r.filesBytes / 2 || r.specialCount > names.size() / 4) {
             Bad("name count");
         }
-        NameReader reader(names, r.specialsOffset);
+        NameReader reader(names, r.filesOffset + r.filesBytes);
         std::vector<SpecialChild> specials;
         specials.reserve(r.specialCount);
         for (std::uint32_t i = 0; i < r.specialCount; ++i) {
