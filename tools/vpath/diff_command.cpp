@@ -69,13 +69,13 @@ int RunDiff(const DiffOptions& options) {
     // Each path's cache supplies its folders; a folder on both paths is taken from the old one.
     const auto oldCache = CacheForPathDefinition(options.oldFile);
     const auto newCache = CacheForPathDefinition(options.newFile);
-    const auto oldLoaded = LoadCache(oldCache);
+    const auto oldLoaded = LoadCache(oldCache, oldFolders);
     EntryCache cache;
     cache.Retain(oldLoaded);
     ScanReport problems;
     const auto before = MainSearchPath::Revalidate(oldFolders, oldLoaded, problems, &cache);
     const bool useNewCache = WorthItsCache(newFolders, oldFolders);
-    const auto newLoaded = useNewCache ? LoadCache(newCache) : EntryList{};
+    const auto newLoaded = useNewCache ? LoadCache(newCache, newFolders) : EntryList{};
     auto known = before->GetFolderEntries();
     known.insert(known.end(), newLoaded.begin(), newLoaded.end());
     cache.Retain(known);

@@ -111,9 +111,10 @@ std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options optio
 
 MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options options)
     : m_options(std::move(options)) {
-    const auto known = std::exchange(m_options.knownEntries, {});
-    m_cache.Retain(known);
     auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
+    const auto load = std::exchange(m_options.loadKnownEntries, {});
+    const auto known = load ? load(*unique) : std::exchange(m_options.knownEntries, {});
+    m_cache.Retain(known);
     ScanReport report;
     auto path = MainSearchPath::Revalidate(*unique, known, report, &m_cache);
     m_cache.Retain(path->GetFolderEntries());
