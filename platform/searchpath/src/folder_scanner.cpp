@@ -310,9 +310,13 @@ std::shared_ptr<const FolderEntry> EntryCache::Find(const AbsoluteIRI& location,
 void EntryCache::Retain(const std::vector<std::shared_ptr<const FolderEntry>>& mainEntries) {
     // Kept as given until the first use: a command that never changes its path never needs the
     // entries by location.
-    auto pending = std::make_unique<std::vector<std::shared_ptr<const FolderEntry>>>(mainEntries);
+    Retain(std::make_shared<const std::vector<std::shared_ptr<const FolderEntry>>>(mainEntries));
+}
+
+void EntryCache::Retain(
+    std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>> mainEntries) {
     std::unique_lock lock(m_mutex);
-    m_pending = std::move(pending);
+    m_pending = std::move(mainEntries);
 }
 
 void EntryCache::Build() const {

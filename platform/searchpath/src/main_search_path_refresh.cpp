@@ -128,7 +128,10 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
         path = MainSearchPath::Create(InListOrder(*old->folders, *path, std::move(appearing)));
     if (path->GetFolderEntries().size() == old->path->GetFolderEntries().size())
         m_mainPositions->CarryTo(path);
-    m_cache.Retain(path->GetFolderEntries());
+    // The new path's entries, shared with it rather than copied: a refresh of one folder of a
+    // large path costs no pass over all of them.
+    m_cache.Retain(std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>>(
+        path, &path->GetFolderEntries()));
     Publish(PathChangeKind::Refreshed,
             MakeState(old->folders, std::move(path), std::move(warnings)));
     return true;

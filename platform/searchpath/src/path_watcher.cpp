@@ -12,6 +12,7 @@
 #include <foundation/storage/vfs/exceptions.hpp>
 #include <velmora/os/system.hpp>
 #include <velmora/pathmanagement/cache_and_notify.hpp>
+#include <velmora/searchpath/folder_scanner.hpp>
 
 #include "folder_watcher.hpp"
 
@@ -25,8 +26,6 @@ using Clock = std::chrono::steady_clock;
 // How long the thread sleeps when nothing happens; it bounds how late a stop is noticed and how
 // late an event sent by another thread is taken up.
 constexpr std::chrono::milliseconds kIdle{100};
-// The stamps are read once more when no change is waiting, or after this long whatever comes.
-constexpr std::chrono::milliseconds kCatchUpAtLatest{1000};
 
 std::size_t CountFolders(const std::vector<std::shared_ptr<const FolderEntry>>& entries) {
     std::size_t count = entries.size();
@@ -105,8 +104,8 @@ struct PathWatcher::Impl {
         const auto& now = current->GetFolderEntries();
         std::vector<AbsoluteIRI> fresh;
         if (!watchedSnapshot) {
-            // All of them were listed before they were watched: the catch-up reading of the
-            // stamps covers that, and no folder is listed twice at the start.
+            // All of them were listed before they were watched: CatchUp covers that, and no
+            // folder is listed twice at the start.
             if (earlyKnown.empty()) {
                 folders->Reserve(CountFolders(now));
                 for (const auto& entry : now)
@@ -242,10 +241,23 @@ struct PathWatcher::Impl {
             manager.RefreshFolders(named);
     }
 
+    // A folder changed between the start's scan and its watch is told by no event, but by its
+    // stamp: the folders of the first snapshot watched are compared with the disk on a thread of
+    // their own, so that no event waits for that, and those that changed are read again.
+    void CatchUp(std::shared_ptr<const MainSearchPath> start) {
+        std::vector<AbsoluteIRI> changed;
+        for (const auto& entry : start->GetFolderEntries()) {
+            if (stop.load())
+                return;
+            if (!FolderScanner::Unchanged(*entry))
+                changed.push_back(entry->GetAbsoluteIRI());
+        }
+        std::lock_guard lock(pendingMutex);
+        pending.insert(pending.end(), changed.begin(), changed.end());
+    }
+
     void Run() {
         auto nextPoll = Clock::now() + options.pollInterval;
-        bool caughtUp = false;
-        const auto catchUpBy = Clock::now() + kCatchUpAtLatest;
         while (!stop.load()) {
             auto wait = kIdle;
             if (folders->PolledCount() > 0) {
@@ -255,12 +267,6 @@ struct PathWatcher::Impl {
             auto changes = Gather(retired.empty() ? wait : std::chrono::milliseconds(0));
             if (changes.Empty())
                 retired.clear();
-            if (!caughtUp && (changes.Empty() || Clock::now() >= catchUpBy)) {
-                // A folder changed between the start's scan and its watch: its stamp tells, as
-                // after lost events.
-                caughtUp = true;
-                changes.overflow = true;
-            }
             if (folders->PolledCount() > 0 && Clock::now() >= nextPoll) {
                 folders->Poll(changes);
                 nextPoll = Clock::now() + options.pollInterval;
@@ -292,6 +298,7 @@ struct PathWatcher::Impl {
     foundation::messaging::Subscription subscription;
     std::atomic<bool> stop{false};
     std::thread thread;
+    std::thread catchUp;
 };
 
 PathWatcher::PathWatcher(MainSearchPathManager& manager, Options options)
@@ -325,10 +332,12 @@ PathWatcher::PathWatcher(MainSearchPathManager& manager, Options options, EarlyW
     m_watched.store(impl.folders->WatchCount());
     m_polled.store(impl.folders->PolledCount());
     impl.thread = std::thread([&impl] { impl.Run(); });
+    impl.catchUp = std::thread([&impl, start = impl.watchedSnapshot] { impl.CatchUp(start); });
 }
 
 PathWatcher::~PathWatcher() {
     m_impl->stop.store(true);
+    m_impl->catchUp.join();
     m_impl->thread.join();
     m_impl->subscription.reset();
 }

@@ -66,6 +66,8 @@ class VELMORA_SEARCHPATH_EXPORT EntryCache {
     // Keep exactly the given entries and everything beneath them, forgetting the rest. Where two
     // given entries are of one folder, the first one given is kept, with everything beneath it.
     void Retain(const std::vector<std::shared_ptr<const FolderEntry>>& mainEntries);
+    // The same for a path's entries held elsewhere: shared, not copied.
+    void Retain(std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>> mainEntries);
     std::size_t size() const;
     // Forget: drops the entries at `location` (of every kind), so that the next scan lists that
     // folder again even if its stamp looks unchanged.
@@ -90,7 +92,7 @@ class VELMORA_SEARCHPATH_EXPORT EntryCache {
 
     mutable std::shared_mutex m_mutex;
     mutable boost::unordered_flat_map<Key, std::shared_ptr<const FolderEntry>, KeyHash> m_entries;
-    mutable std::unique_ptr<std::vector<std::shared_ptr<const FolderEntry>>> m_pending;
+    mutable std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>> m_pending;
 };
 
 class VELMORA_SEARCHPATH_EXPORT FolderScanner {

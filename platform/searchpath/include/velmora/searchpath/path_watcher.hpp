@@ -33,9 +33,9 @@
 //   auto manager = MainSearchPathManager::Open({..., .knownEntries = known}, problems);
 //   PathWatcher watcher(*manager, {}, std::move(early));
 //
-// Either way, once its watches are in place and no change is waiting, the watcher reads the
-// folders' stamps once more, as a folder changed between the start's scan and its watch is told
-// by neither.
+// Either way, once its watches are in place, the watcher compares the folders' stamps with the
+// disk once more, on a thread of its own, and reads again those that changed: a change made
+// between the start's scan and a folder's watch is told by no event.
 
 #include <atomic>
 #include <chrono>
