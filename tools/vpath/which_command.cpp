@@ -21,6 +21,7 @@
 #include <velmora/pathinterfaces/constants.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
 
+#include "answer_memo.hpp"
 #include "commands.hpp"
 #include "explain.hpp"
 #include "lookup_output.hpp"
@@ -56,25 +57,16 @@ class Answerer {
         : m_resolver(resolver), m_options(options) {}
 
     bool operator()(const std::string& arg, std::string& out, std::string& err) const {
-        // The path does not change while the command runs, so a name asked again gets the same
-        // answer: a batch that repeats names (a build asks for the same few hundred again and
-        // again) looks each up once.
-        if (m_answers.size() >= kRememberedNames || m_texts.size() >= kRememberedBytes) {
-            m_answers.clear();
-            m_texts.clear();
-        }
-        const auto [known, fresh] = m_answers.try_emplace(arg);
-        Remembered& answer = known->second;
-        if (fresh) {
-            const std::size_t start = out.size();
-            answer.found = Answer(arg, out);
-            answer.offset = static_cast<std::uint32_t>(m_texts.size());
-            answer.size = static_cast<std::uint32_t>(out.size() - start);
-            m_texts.append(out, start, answer.size);
+        const auto key = AnswerMemo::KeyOf(arg);
+        bool found = false;
+        if (const auto known = m_memo.Find(key)) {
+            out += known->text;
+            found = known->found;
         } else {
-            out.append(m_texts, answer.offset, answer.size);
+            const std::size_t start = out.size();
+            found = Answer(arg, out);
+            m_memo.Remember(key, std::string_view(out).substr(start), found);
         }
-        const bool found = answer.found;
         if (!found) {
             err += "vpath: ";
             err += arg;
@@ -84,18 +76,6 @@ class Answerer {
     }
 
   private:
-    // An answer kept in m_texts, which holds them all one after another: a small entry per name
-    // and no allocation of its own.
-    struct Remembered {
-        std::uint32_t offset = 0;
-        std::uint32_t size = 0;
-        bool found = false;
-    };
-    // Beyond this many names or bytes the answers are forgotten and gathered afresh, so that a
-    // long co-process fed ever new names stays small.
-    static constexpr std::size_t kRememberedNames = 1 << 18;
-    static constexpr std::size_t kRememberedBytes = std::size_t{1} << 26;
-
     // Looks the name up and appends its answer to `out`; false when it resolves to nothing.
     bool Answer(const std::string& arg, std::string& out) const {
         const ustring name = Arg(arg);
@@ -162,9 +142,11 @@ class Answerer {
     // The entries stay alive with the path, which outlives the answerer.
     mutable boost::unordered_flat_map<const IPathEntry*, std::string> m_folderBytes;
     mutable std::vector<FoundItem> m_found;
-    mutable boost::unordered_flat_map<std::string, Remembered, std::hash<std::string>> m_answers;
-    mutable std::string m_texts;
+    mutable AnswerMemo m_memo;
 };
+
+// Answers are written in blocks of about this size when more input is ready.
+constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
 
 // Writes what has been answered and empties the buffers.
 void Flush(std::string& out, std::string& err) {
@@ -207,7 +189,9 @@ int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
             line.pop_back();
         if (!answer(line, out, err))
             status = kExitNotFound;
-        if (std::cin.rdbuf()->in_avail() <= 0) {
+        // A batch read from a file has its next line ready until the end: its answers go out
+        // in blocks, so that the buffer stays small and in the processor's caches.
+        if (out.size() >= kOutputBlock || std::cin.rdbuf()->in_avail() <= 0) {
             Flush(out, err);
             std::fflush(stdout);
         }

@@ -144,8 +144,12 @@ struct MainSearchPath::Index {
     // the cache was written for; visit must not rely on a false return ending the walk.
     template <class Visit>
     void ForEachHolder(const NameKey& key, Visit visit) const {
-        if (const auto it = byFileName.find(key); it != byFileName.end())
-            ForEachSlot(it->second, visit);
+        // A path started from a cache has most or all of its names there: an empty map is not
+        // worth hashing the name for.
+        if (!byFileName.empty()) {
+            if (const auto it = byFileName.find(key); it != byFileName.end())
+                ForEachSlot(it->second, visit);
+        }
         if (image) {
             image->ForEachHolder(key.first, key.second, [&](std::uint32_t record) {
                 if (const auto slot = slotOfRecord[record]; slot != kNone)
@@ -498,6 +502,9 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
     const SplitName name(*target.baseName);
     const std::vector<ustring>& extensions = *target.extensions;
     std::uint32_t best = kNone;
+    // The first extension, in the target's order, under which the index named `best`: the file
+    // the folder's own table then answers first.
+    std::size_t bestExtension = 0;
     // Slots that an index named but whose files turned out not to hold the name: only a path
     // cache written wrongly can name such a slot, and the search then goes on without it.
     boost::container::small_vector<std::uint32_t, 2> rejected;
@@ -531,12 +538,22 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
                 }
             }
         } else {
-            for (const ustring& extension : extensions)
-                m_index->ForEachHolder(NameKey{name.leaf, extension}, consider);
+            for (std::size_t e = 0; e < extensions.size(); ++e) {
+                const std::uint32_t before = best;
+                m_index->ForEachHolder(NameKey{name.leaf, extensions[e]}, consider);
+                if (best != before)
+                    bestExtension = e;
+            }
         }
         if (best == kNone)
             return boost::none;
         const auto& entry = m_index->slots[best].entry;
+        // No extension before the one the index named is in that folder, unless the index is
+        // wrong; the folder's whole list is the answer then.
+        if (auto item = entry->FindFileNamed(
+                name.leaf, std::span(extensions).subspan(bestExtension, 1), policy)) {
+            return FoundItem(std::move(item), entry);
+        }
         if (auto item = entry->FindFileNamed(name.leaf, extensions, policy))
             return FoundItem(std::move(item), entry);
         rejected.push_back(std::exchange(best, kNone));
