@@ -23,11 +23,44 @@ const ustring& EmptyText() {
     return empty;
 }
 
+// Whether `text` is a local location already in normal form whose path is plain printable ASCII,
+// without escapes, runs of separators or a trailing one. Nearly every location the path holds is
+// one, and taking it as it stands spares the rewrite's copies.
+bool IsPlainNormalFileText(std::u16string_view text) noexcept {
+    constexpr std::u16string_view kPrefix = u"file:///";
+    if (!text.starts_with(kPrefix))
+        return false;
+    char16_t previous = u'/';
+    for (std::size_t i = kPrefix.size(); i < text.size(); ++i) {
+        const char16_t c = text[i];
+        if (c <= u' ' || c >= 0x7F || c == u'%' || c == u'?' || c == u'#')
+            return false;
+        if (c == u'/' && previous == u'/')
+            return false;
+        previous = c;
+    }
+    return previous != u'/' || text.size() == kPrefix.size();
+}
+
+// Whether a normal path holds a "." or ".." segment.
+bool HasDotSegment(std::u16string_view path) noexcept {
+    for (std::size_t pos = path.find(u"/."); pos != std::u16string_view::npos;
+         pos = path.find(u"/.", pos + 1)) {
+        std::size_t end = pos + 2;
+        if (end < path.size() && path[end] == u'.')
+            ++end;
+        if (end == path.size() || path[end] == u'/')
+            return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 AbsoluteIRI::AbsoluteIRI(const ustring& text) {
     ustring normal = text;
-    const auto layout = iri_internal::NormalizeIri(normal);
+    const auto layout = IsPlainNormalFileText(normal) ? iri_internal::IriLayout{4, 7}
+                                                      : iri_internal::NormalizeIri(normal);
     const std::size_t hash = std::hash<ustring>{}(normal);
     m_rep = std::make_shared<const Rep>(
         Rep{std::move(normal), layout.schemeLength, layout.pathStart, hash});
@@ -75,6 +108,8 @@ ustring AbsoluteIRI::getPath() const {
 AbsoluteIRI AbsoluteIRI::getResolvedIRI() const {
     if (!m_rep)
         throw InvalidIRIException(ustring(), "an empty location has no resolved form");
+    if (!HasDotSegment(m_rep->Path()))
+        return *this;
     const ustring resolved = iri_internal::RemoveDotSegments(m_rep->Path());
     if (resolved == m_rep->Path())
         return *this;
