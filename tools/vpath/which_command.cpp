@@ -93,6 +93,21 @@ class Answerer {
         const ustring name = Arg(arg);
         const auto target =
             CreateSearchTargetWithExtensionInFilenamePreferred(name, Constants::LanguageExtensions);
+        // A file in use needs only its folder and its name to be told as text.
+        if (!m_options.all && !m_options.json && m_resolver.CanTellQuickly(target)) {
+            const auto holder = m_resolver.QuickInUse(target);
+            if (holder) {
+                const auto& entry = *holder->entry;
+                AppendFolder(
+                    entry, [&]() -> const auto& { return entry.GetItemLocation(); }, out);
+                AppendNative(*target.baseName, out);
+                AppendNative((*target.extensions)[holder->extension], out);
+                out += '\n';
+            } else if (m_options.batch) {
+                out += '\n';
+            }
+            return holder.has_value();
+        }
         // One list for every name, so that a batch allocates none per name.
         std::vector<FoundItem>& found = m_found;
         found.clear();
@@ -122,19 +137,25 @@ class Answerer {
             out += '\n';
     }
 
-    // The file's native path; a folder's own is converted once, as a batch meets it again and
-    // again.
+    // The file's native path.
     void AppendPath(const FoundItem& hit, std::string& out) const {
-        const auto& entry = hit.GetPathEntry();
-        auto [at, fresh] = m_folderBytes.try_emplace(entry.get());
-        if (fresh)
-            at->second = Velmora::text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(
-                             hit.GetPathItem()->GetLocation())) +
-                         "/";
-        out += at->second;
         const auto& item = *hit.GetPathItem();
+        AppendFolder(
+            *hit.GetPathEntry(), [&]() -> const auto& { return item.GetLocation(); }, out);
         AppendNative(item.GetName(), out);
         AppendNative(item.GetExtension(), out);
+    }
+
+    // The native path of the folder in which `entry` holds its files, `location()`, and a
+    // separator; each entry's is converted once, as a batch meets it again and again.
+    template <class Location>
+    void AppendFolder(const IPathEntry& entry, Location location, std::string& out) const {
+        auto [at, fresh] = m_folderBytes.try_emplace(&entry);
+        if (fresh)
+            at->second =
+                Velmora::text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(location())) +
+                "/";
+        out += at->second;
     }
 
     static nlohmann::json Json(const std::string& arg, const std::vector<FoundItem>& found) {
