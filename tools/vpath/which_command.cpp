@@ -99,7 +99,7 @@ class Answerer {
             if (holder) {
                 const auto& entry = *holder->entry;
                 AppendFolder(
-                    entry, [&]() -> const auto& { return entry.GetItemLocation(); }, out);
+                    entry, [&]() -> const auto& { return entry.GetLocation(); }, out);
                 AppendNative(*target.baseName, out);
                 AppendNative((*target.extensions)[holder->extension], out);
                 out += '\n';

@@ -47,7 +47,6 @@ class FileTable {
     FileTable(const FileTable&) = delete;
     FileTable& operator=(const FileTable&) = delete;
 
-    const foundation::storage::vfs::AbsoluteIRI& Location() const noexcept { return m_location; }
     std::size_t Count() const noexcept { return m_count; }
     std::span<const ustring> Names() const {
         Load();

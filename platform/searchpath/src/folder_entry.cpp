@@ -164,10 +164,6 @@ std::span<const ustring> FolderEntry::GetFileNames() const {
     return m_files->Names();
 }
 
-const AbsoluteIRI& FolderEntry::GetItemLocation() const noexcept {
-    return m_files->Location();
-}
-
 std::shared_ptr<const PathItem> FolderEntry::FindFileNamed(std::u16string_view baseName,
                                                            std::span<const ustring> extensions,
                                                            FilenameMatchingPolicy policy) const {

@@ -82,9 +82,6 @@ class VELMORA_SEARCHPATH_EXPORT FolderEntry final
     // The host's own operations.
     const foundation::storage::vfs::AbsoluteIRI& GetLocation() const noexcept { return m_location; }
     const FolderStamp& GetStamp() const noexcept { return m_stamp; }
-    // The location that its files' items have: that of the listing the entry was made from,
-    // which entries for other names of the same folder share.
-    const foundation::storage::vfs::AbsoluteIRI& GetItemLocation() const noexcept;
     const std::shared_ptr<const FileTable>& GetFileTable() const noexcept { return m_files; }
     const std::vector<std::shared_ptr<const FolderEntry>>& SubEntries() const noexcept {
         return m_subEntries;
