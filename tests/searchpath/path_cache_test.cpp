@@ -123,7 +123,7 @@ class PathCache : public vpath_test::TempTreeTest {
     // A start from the cache file: its entries revalidated against the disk.
     std::shared_ptr<const MainSearchPath> Start() const {
         EntryCache known;
-        const auto loaded = LoadPathCache(tree.IRI("path.cache"), kRoot);
+        const auto loaded = LoadPathCache(tree.IRI("path.cache"), kRoot, folders);
         known.Retain(loaded);
         ScanReport report;
         return MainSearchPath::Revalidate(folders, loaded, report, &known);
@@ -152,17 +152,27 @@ TEST_F(PathCache, UnchangedFoldersAreTakenFromTheCacheWithOneStatEach) {
         Answers(*MainSearchPath::Create(LoadPathCache(tree.IRI("path.cache"), kRoot)));
     EXPECT_EQ(loaded, Answers(*scanned));
 
-    FaultSystem counts;
-    EntryCache known;
-    const auto entries = LoadPathCache(tree.IRI("path.cache"), kRoot);
-    known.Retain(entries);
-    ScanReport report;
-    const auto started = MainSearchPath::Revalidate(folders, entries, report, &known);
-    EXPECT_EQ(Answers(*started), Answers(*scanned));
-    EXPECT_EQ(started->GetFolderEntries(), entries);  // the very objects: nothing changed
-    EXPECT_EQ(counts.Calls(FaultSystem::Op::ListFolder), 0);
-    // One realpath remains: the special subfolder reached through a symbolic link.
-    EXPECT_EQ(counts.Calls(FaultSystem::Op::RealPath), 1);
+    const std::vector<AbsoluteIRI> reordered = {folders[1], folders[0]};
+    for (const auto& path : {folders, reordered}) {
+        SCOPED_TRACE(path == folders ? "saved order" : "reordered");
+        ScanReport scanReport;
+        const std::string expected = Answers(*MainSearchPath::Scan(path, scanReport));
+        FaultSystem counts;
+        EntryCache known;
+        const auto entries = LoadPathCache(tree.IRI("path.cache"), kRoot, path);
+        known.Retain(entries);
+        ScanReport report;
+        const auto started = MainSearchPath::Revalidate(path, entries, report, &known);
+        EXPECT_EQ(Answers(*started), expected);
+        EXPECT_EQ(counts.Calls(FaultSystem::Op::ListFolder), 0);
+        // One realpath remains: the special subfolder reached through a symbolic link.
+        EXPECT_EQ(counts.Calls(FaultSystem::Op::RealPath), 1);
+        if (path == folders) {
+            EXPECT_EQ(started->GetFolderEntries(), entries);  // the very objects: nothing changed
+            // Each entry shares its folder's location: matching them compared no text.
+            EXPECT_EQ(&entries[1]->GetLocation().toString(), &folders[1].toString());
+        }
+    }
 }
 
 TEST_F(PathCache, ChangesAfterWritingAreSeenAtTheNextStart) {

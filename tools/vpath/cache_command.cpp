@@ -63,8 +63,10 @@ std::optional<CacheSlot> CacheForFolders(const std::vector<AbsoluteIRI>& folders
     return SlotFor(key, std::nullopt);
 }
 
-FolderEntryList LoadCache(const std::optional<CacheSlot>& slot) {
-    return slot ? Velmora::SearchPath::LoadPathCache(slot->file, slot->root) : FolderEntryList{};
+FolderEntryList LoadCache(const std::optional<CacheSlot>& slot,
+                          const std::vector<AbsoluteIRI>& folders) {
+    return slot ? Velmora::SearchPath::LoadPathCache(slot->file, slot->root, folders)
+                : FolderEntryList{};
 }
 
 void SaveCacheIfChanged(const std::optional<CacheSlot>& slot, const FolderEntryList& loaded,

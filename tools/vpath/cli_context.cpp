@@ -49,16 +49,19 @@ std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
             "there is nowhere to keep the search path (HOME is not set); give --pathdef FILE");
     }
     const auto cache = location.empty() ? std::nullopt : CacheForPathDefinition(location);
-    managerOptions.knownEntries = LoadCache(cache);
-    const auto loaded = managerOptions.knownEntries;
+    auto loaded = std::make_shared<Velmora::SearchPath::FolderEntryList>();
+    managerOptions.loadKnownEntries = [cache, loaded](const auto& folders) {
+        *loaded = LoadCache(cache, folders);
+        return *loaded;
+    };
     foundation::core::except::Notification problems;
     auto manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
     PrintMessages(problems);
     if (manager) {
         if (purpose == Purpose::Watch)
-            UseCacheInBackground(cache, loaded, *manager);
+            UseCacheInBackground(cache, *loaded, *manager);
         else
-            UseCache(cache, loaded, *manager);
+            UseCache(cache, *loaded, *manager);
         KeepUntilExit(manager->GetSnapshot());
     }
     return manager;
@@ -76,7 +79,7 @@ std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
     }
     const auto cache = CacheForFolders(*folders);
     Velmora::SearchPath::EntryCache known;
-    const auto loaded = LoadCache(cache);
+    const auto loaded = LoadCache(cache, *folders);
     known.Retain(loaded);
     ScanReport report;
     auto path = MainSearchPath::Revalidate(*folders, loaded, report, &known);

@@ -1,6 +1,9 @@
 // vpath diff OLD NEW: what changes between two saved search paths.
 
+#include <algorithm>
+
 #include <fmt/format.h>
+#include <boost/unordered/unordered_flat_set.hpp>
 
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/path_change_report.hpp>
@@ -13,6 +16,7 @@
 namespace vpath_cli {
 namespace {
 
+using foundation::storage::vfs::AbsoluteIRI;
 using Velmora::SearchPath::EntryCache;
 using Velmora::SearchPath::MainSearchPath;
 using Velmora::SearchPath::PathDefinitionFile;
@@ -21,6 +25,7 @@ using Velmora::SearchPath::ScanReport;
 // Exit statuses of diff, as diff(1) has them.
 constexpr int kExitSame = 0;
 constexpr int kExitDifferent = 1;
+constexpr std::size_t kFoldersWorthACache = 256;
 
 struct DiffOptions {
     std::string oldFile;
@@ -30,7 +35,7 @@ struct DiffOptions {
 
 // The folders saved in a path definition file; throws std::runtime_error (after printing the
 // messages) when it is missing or cannot be used.
-std::vector<foundation::storage::vfs::AbsoluteIRI> Folders(const std::string& file) {
+std::vector<AbsoluteIRI> Folders(const std::string& file) {
     foundation::core::except::Notification problems;
     auto contents = PathDefinitionFile(file).Load(problems);
     if (contents.outcome == PathDefinitionFile::Outcome::Missing) {
@@ -43,6 +48,19 @@ std::vector<foundation::storage::vfs::AbsoluteIRI> Folders(const std::string& fi
     return std::move(contents.folders);
 }
 
+using EntryList = Velmora::SearchPath::FolderEntryList;
+
+// Whether the new path's own cache is worth reading (and writing back): only when it holds many
+// folders that the old path lacks. Reading and checking a whole cache costs about as much as
+// listing a few hundred folders, and the folders both paths share come from the old one anyway.
+bool WorthItsCache(const std::vector<AbsoluteIRI>& newFolders,
+                   const std::vector<AbsoluteIRI>& oldFolders) {
+    const boost::unordered_flat_set<AbsoluteIRI> old(oldFolders.begin(), oldFolders.end());
+    const auto unshared = static_cast<std::size_t>(std::count_if(
+        newFolders.begin(), newFolders.end(), [&](const auto& f) { return !old.contains(f); }));
+    return unshared > kFoldersWorthACache || unshared * 8 > newFolders.size();
+}
+
 int RunDiff(const DiffOptions& options) {
     const auto oldFolders = Folders(options.oldFile);
     const auto newFolders = Folders(options.newFile);
@@ -51,12 +69,13 @@ int RunDiff(const DiffOptions& options) {
     // Each path's cache supplies its folders; a folder on both paths is taken from the old one.
     const auto oldCache = CacheForPathDefinition(options.oldFile);
     const auto newCache = CacheForPathDefinition(options.newFile);
-    const auto oldLoaded = LoadCache(oldCache);
+    const auto oldLoaded = LoadCache(oldCache, oldFolders);
     EntryCache cache;
     cache.Retain(oldLoaded);
     ScanReport problems;
     const auto before = MainSearchPath::Revalidate(oldFolders, oldLoaded, problems, &cache);
-    const auto newLoaded = LoadCache(newCache);
+    const bool useNewCache = WorthItsCache(newFolders, oldFolders);
+    const auto newLoaded = useNewCache ? LoadCache(newCache, newFolders) : EntryList{};
     auto known = before->GetFolderEntries();
     known.insert(known.end(), newLoaded.begin(), newLoaded.end());
     cache.Retain(known);
@@ -64,7 +83,8 @@ int RunDiff(const DiffOptions& options) {
                                                   before->GetFolderEntries().size());
     PrintWarnings(problems);
     SaveCacheIfChanged(oldCache, oldLoaded, before->GetFolderEntries());
-    SaveCacheIfChanged(newCache, newLoaded, after->GetFolderEntries());
+    if (useNewCache)
+        SaveCacheIfChanged(newCache, newLoaded, after->GetFolderEntries());
     KeepUntilExit(before);
     KeepUntilExit(after);
     const auto report = Velmora::SearchPath::ComparePaths(*before, *after);

@@ -32,8 +32,11 @@ std::optional<CacheSlot> CacheForPathDefinition(const std::string& pathdef);
 std::optional<CacheSlot> CacheForFolders(
     const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
 
-// LoadCache: the entries saved in the cache; none when there is no usable cache.
-Velmora::SearchPath::FolderEntryList LoadCache(const std::optional<CacheSlot>& slot);
+// LoadCache: the entries saved in the cache for the path of `folders`; none when there is no
+// usable cache.
+Velmora::SearchPath::FolderEntryList LoadCache(
+    const std::optional<CacheSlot>& slot,
+    const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
 
 // SaveCacheIfChanged: writes the cache of `entries` unless they are the very entries `loaded`.
 // A failure is printed as a warning: the cache only saves time.

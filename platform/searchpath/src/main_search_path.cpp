@@ -273,6 +273,10 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     std::size_t fileNames = 0;
     // Every location on the path so far: a main entry already there is left out.
     boost::unordered_flat_set<const AbsoluteIRI*, IriPointerHash, IriPointerEqual> seen;
+    seen.reserve(mainEntries.size());
+    index->slots.reserve(mainEntries.size());
+    index->slotOf.reserve(mainEntries.size());
+    std::vector<std::pair<std::shared_ptr<const FolderEntry>, std::uint32_t>> stack;
     for (auto& main : mainEntries) {
         if (!main || !seen.insert(&main->GetLocation()).second)
             continue;
@@ -280,7 +284,6 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
         mains->push_back(main);
         path->m_mainFolders.push_back(main);
         // Depth first, sub-entries in name order, so that every tree stays together.
-        std::vector<std::pair<std::shared_ptr<const FolderEntry>, std::uint32_t>> stack;
         stack.emplace_back(main, kNone);
         while (!stack.empty()) {
             auto [entry, parent] = std::move(stack.back());
@@ -352,6 +355,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
     std::vector<AbsoluteIRI> unique;
     unique.reserve(folders.size());
     boost::unordered_flat_set<AbsoluteIRI, IriHash> seen;
+    seen.reserve(folders.size());
     ScanReport duplicates;
     for (const auto& folder : folders) {
         if (seen.insert(folder).second) {

@@ -1,6 +1,7 @@
 #include <velmora/searchpath/main_search_path_manager.hpp>
 
 #include <exception>
+#include <type_traits>
 #include <utility>
 
 #include <boost/unordered/unordered_flat_set.hpp>
@@ -23,9 +24,14 @@ using VorlanComponents::ComponentIdentifier;
 using FolderList = std::vector<AbsoluteIRI>;
 using FolderSet = boost::unordered_flat_set<AbsoluteIRI>;
 
-FolderList FirstOccurrences(const PathManagement::IMainSearchPathManager::FolderRange& range) {
+template <class Range>
+FolderList FirstOccurrences(const Range& range) {
     FolderList folders;
     FolderSet seen;
+    if constexpr (std::is_same_v<Range, FolderList>) {
+        folders.reserve(range.size());
+        seen.reserve(range.size());
+    }
     for (const AbsoluteIRI& folder : range) {
         if (seen.insert(folder).second)
             folders.push_back(folder);
@@ -105,9 +111,10 @@ std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options optio
 
 MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options options)
     : m_options(std::move(options)) {
-    const auto known = std::exchange(m_options.knownEntries, {});
-    m_cache.Retain(known);
     auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
+    const auto load = std::exchange(m_options.loadKnownEntries, {});
+    const auto known = load ? load(*unique) : std::exchange(m_options.knownEntries, {});
+    m_cache.Retain(known);
     ScanReport report;
     auto path = MainSearchPath::Revalidate(*unique, known, report, &m_cache);
     m_cache.Retain(path->GetFolderEntries());

@@ -8,13 +8,13 @@
 //            section table
 //   table    per section: u32 id, u32 reserved, u64 XXH3 of the section, u64 offset, u64 size
 //   kRoot    the root the cache was written for: its IRI text, UTF-16
-//   kText    UTF-16 texts of main locations and of canonical locations that a symbolic link made
+//   kText    UTF-8 texts of main locations and of canonical locations that a symbolic link made
 //            (a folder that is its own canonical location points at its location text twice)
 //   kFolders u32 count, then one FolderRecord per folder, each main entry followed by its tree in
 //            depth-first order, sub-entries in name order
-//   kNames   per folder: its special subfolders (u8 kind, u8 through a link, name) at
-//            FolderRecord::specialsOffset, and its file names in table order at filesOffset; each
-//            name is a u16 length and its OS bytes
+//   kNames   per folder: its file names in table order at FolderRecord::filesOffset, then its
+//            special subfolders (u8 kind, u8 through a link, name); each name is a u8 length and
+//            its OS bytes (no file system holds a longer name)
 //   kIndex   the path-wide file name index, queried where it lies (see IndexHeader)
 //
 // The name index is a bucketed hash table built once by the writer: a name's bucket is
@@ -40,7 +40,7 @@ namespace Velmora::SearchPath::path_cache_internal {
 static_assert(std::endian::native == std::endian::little, "the path cache is little-endian");
 
 inline constexpr char kMagic[8] = {'V', 'P', 'A', 'T', 'H', 'C', 'C', 'H'};
-inline constexpr std::uint32_t kVersion = 2;
+inline constexpr std::uint32_t kVersion = 3;
 inline constexpr std::uint32_t kByteOrderMark = 0x01020304;
 inline constexpr std::uint32_t kNoParent = UINT32_MAX;
 // The times of a stamp that is not to be trusted: no folder has them, so a folder saved with them
@@ -79,30 +79,30 @@ enum FolderFlags : std::uint32_t {
 };
 
 struct FolderRecord {
-    std::uint32_t parent;        // index of the parent record, kNoParent for a main entry
-    std::uint32_t kind;          // PathEntryType
-    std::uint32_t flags;         // FolderFlags
+    std::uint32_t parent;  // index of the parent record, kNoParent for a main entry
+    std::uint8_t kind;     // PathEntryType
+    std::uint8_t flags;    // FolderFlags
+    std::uint16_t locationLength;
     std::uint32_t specialIndex;  // a sub-entry: its place among the parent's special subfolders
     std::uint32_t fileCount;
     std::uint32_t specialCount;
-    std::uint32_t specialsOffset;  // in kNames
-    std::uint32_t filesOffset;     // in kNames
-    std::uint32_t filesBytes;      // the length of the file names from filesOffset
-    std::uint32_t locationOffset;  // a main entry: its location in kText (code units)
-    std::uint32_t locationLength;
+    std::uint32_t filesOffset;      // in kNames; the special subfolders follow the file names
+    std::uint32_t filesBytes;       // the length of the file names from filesOffset
+    std::uint32_t locationOffset;   // a main entry: its location in kText (bytes)
     std::uint32_t canonicalOffset;  // a main entry, or kThroughLink: the canonical location
-    std::uint32_t canonicalLength;
-    std::uint32_t reserved;
+    std::uint16_t canonicalLength;
+    std::uint16_t reserved;
     std::int64_t modifiedNs;
     std::int64_t changedNs;
     std::uint64_t inode;
     std::uint64_t device;
     std::uint64_t size;
 };
-static_assert(sizeof(FolderRecord) == 96);
+static_assert(sizeof(FolderRecord) == 80);
 
 // kIndex: an IndexHeader, u32 bucketStart[bucketCount + 1] (the entries of bucket b are
-// [bucketStart[b], bucketStart[b + 1])), IndexEntry entries[entryCount], u32 postings[...].
+// [bucketStart[b], bucketStart[b + 1])), IndexEntry entries[entryCount], u8 tags[entryCount] (the
+// low byte of each entry's name hash, compared before the name), u32 postings[...].
 struct IndexHeader {
     std::uint32_t bucketBits;  // bucketCount == 1 << bucketBits
     std::uint32_t entryCount;
@@ -117,11 +117,14 @@ static_assert(sizeof(IndexHeader) == 16);
 inline constexpr std::uint32_t kPostingList = 0x8000'0000u;
 
 struct IndexEntry {
-    std::uint32_t tag;         // the low bits of the name's hash, compared before the name
-    std::uint32_t nameOffset;  // in kNames: the name as u16 length and OS bytes
+    std::uint32_t nameOffset;  // in kNames: the name as u8 length and OS bytes
     std::uint32_t posting;
 };
-static_assert(sizeof(IndexEntry) == 12);
+static_assert(sizeof(IndexEntry) == 8);
+
+// The longest name and location text the cache holds.
+inline constexpr std::size_t kMaxNameBytes = UINT8_MAX;
+inline constexpr std::size_t kMaxTextBytes = UINT16_MAX;
 
 inline std::uint32_t BucketOf(std::uint64_t hash, std::uint32_t bucketBits) noexcept {
     return bucketBits == 0

@@ -24,7 +24,7 @@ bool CacheImage::SetIndex(std::string_view names, std::string_view index,
         return false;
     const std::uint64_t buckets = std::uint64_t{1} << header.bucketBits;
     const std::uint64_t size = sizeof(IndexHeader) + (buckets + 1) * 4 +
-                               std::uint64_t{header.entryCount} * sizeof(IndexEntry) +
+                               std::uint64_t{header.entryCount} * (sizeof(IndexEntry) + 1) +
                                std::uint64_t{header.postingCount} * 4;
     if (size != index.size())
         return false;
@@ -33,7 +33,8 @@ bool CacheImage::SetIndex(std::string_view names, std::string_view index,
     m_recordCount = recordCount;
     m_header = header;
     m_entriesAt = sizeof(IndexHeader) + static_cast<std::size_t>(buckets + 1) * 4;
-    m_postingsAt = m_entriesAt + std::size_t{header.entryCount} * sizeof(IndexEntry);
+    m_tagsAt = m_entriesAt + std::size_t{header.entryCount} * sizeof(IndexEntry);
+    m_postingsAt = m_tagsAt + header.entryCount;
     return true;
 }
 

@@ -45,11 +45,11 @@ class CacheImage {
         const std::uint32_t begin = BucketStart(bucket);
         const std::uint32_t end = BucketStart(bucket + 1);
         for (std::uint32_t e = begin; e < end && e < m_header.entryCount; ++e) {
-            const auto entry = EntryAt(e);
-            if (entry.tag != static_cast<std::uint32_t>(hash) ||
-                !SameName(NameAt(entry.nameOffset), first, second)) {
+            if (TagAt(e) != static_cast<std::uint8_t>(hash))
                 continue;
-            }
+            const auto entry = EntryAt(e);
+            if (!SameName(NameAt(entry.nameOffset), first, second))
+                continue;
             ForEachRecord(entry.posting, visit);
             return;
         }
@@ -66,16 +66,16 @@ class CacheImage {
         }
     }
 
-    // ForEachSavedName: calls visit(name) for each name of a saved block of names (u16 length
-    // and OS bytes each); false, once seen, when the block is not exactly `count` file names.
+    // ForEachSavedName: calls visit(name) for each name of a saved block of names (u8 length and
+    // OS bytes each); false, once seen, when the block is not exactly `count` file names.
     template <class Visit>
     static bool ForEachSavedName(std::string_view block, std::uint32_t count, Visit visit) {
         std::size_t at = 0;
         for (std::uint32_t i = 0; i < count; ++i) {
-            if (block.size() - at < 2)
+            if (block.size() - at < 1)
                 return false;
-            const auto length = path_cache_internal::Get<std::uint16_t>(block, at);
-            at += 2;
+            const auto length = static_cast<std::uint8_t>(block[at]);
+            at += 1;
             if (block.size() - at < length)
                 return false;
             const std::string_view name = block.substr(at, length);
@@ -104,14 +104,17 @@ class CacheImage {
         return path_cache_internal::Get<path_cache_internal::IndexEntry>(
             m_index, m_entriesAt + std::size_t{e} * sizeof(path_cache_internal::IndexEntry));
     }
+    std::uint8_t TagAt(std::uint32_t e) const noexcept {
+        return static_cast<std::uint8_t>(m_index[m_tagsAt + e]);
+    }
     // The name at `offset` in the names section; empty when it does not lie inside it.
     std::string_view NameAt(std::uint32_t offset) const noexcept {
-        if (offset > m_names.size() || m_names.size() - offset < 2)
+        if (offset >= m_names.size())
             return {};
-        const auto length = path_cache_internal::Get<std::uint16_t>(m_names, offset);
-        if (m_names.size() - offset - 2 < length)
+        const auto length = static_cast<std::uint8_t>(m_names[offset]);
+        if (m_names.size() - offset - 1 < length)
             return {};
-        return m_names.substr(offset + 2, length);
+        return m_names.substr(offset + 1, length);
     }
     template <class Visit>
     void ForEachRecord(std::uint32_t posting, Visit&& visit) const {
@@ -144,6 +147,7 @@ class CacheImage {
     std::uint32_t m_recordCount = 0;
     path_cache_internal::IndexHeader m_header{};
     std::size_t m_entriesAt = 0;
+    std::size_t m_tagsAt = 0;
     std::size_t m_postingsAt = 0;
 };
 

@@ -57,9 +57,8 @@ class NameReader {
         return static_cast<std::uint8_t>(m_names[m_at++]);
     }
     std::string_view Name() {
-        Need(2);
-        const auto length = Get<std::uint16_t>(m_names, m_at);
-        m_at += 2;
+        Need(1);
+        const auto length = static_cast<std::uint8_t>(m_names[m_at++]);
         Need(length);
         const auto name = m_names.substr(m_at, length);
         m_at += length;
@@ -81,8 +80,9 @@ class NameReader {
 
 class Decoder {
   public:
-    Decoder(std::shared_ptr<CacheImage> image, const AbsoluteIRI& root)
-        : m_image(std::move(image)), m_bytes(m_image->Bytes()) {
+    Decoder(std::shared_ptr<CacheImage> image, const AbsoluteIRI& root,
+            const std::vector<AbsoluteIRI>& folders)
+        : m_image(std::move(image)), m_bytes(m_image->Bytes()), m_folders(folders) {
         const std::string_view bytes = m_bytes;
         if (bytes.size() < sizeof(Header))
             Bad("shorter than its header");
@@ -116,8 +116,6 @@ class Decoder {
                                                rootText.size() * sizeof(char16_t))) {
             Bad("written for another root");
         }
-        if (Section(kText).size() % sizeof(char16_t) != 0)
-            Bad("text section misaligned");
     }
 
     FolderEntryList Entries() {
@@ -141,11 +139,12 @@ class Decoder {
         if (count != 0 && (starts.empty() || starts.front() != 0))
             Bad("parent after child");
         starts.push_back(count);
-        m_nodes.resize(count);
         FolderEntryList mains(starts.size() - 1);
         tbb::parallel_for(tbb::blocked_range<std::size_t>(0, mains.size()), [&](const auto& trees) {
+            std::vector<Node> nodes;
+            std::ptrdiff_t skew = 0;
             for (std::size_t t = trees.begin(); t != trees.end(); ++t)
-                mains[t] = Tree(starts[t], starts[t + 1]);
+                mains[t] = Tree(starts[t], starts[t + 1], nodes, t, skew);
         });
         return mains;
     }
@@ -153,25 +152,6 @@ class Decoder {
   private:
     FolderRecord Record(std::uint32_t i) const {
         return Get<FolderRecord>(Section(kFolders), 4 + std::size_t{i} * sizeof(FolderRecord));
-    }
-
-    // Tree: the main entry of records [first, last), a main entry and its tree.
-    std::shared_ptr<const FolderEntry> Tree(std::uint32_t first, std::uint32_t last) {
-        for (std::uint32_t i = first; i < last; ++i)
-            Read(i, Record(i), first);
-        // Children follow their parents, so building from the last record up makes every
-        // sub-entry before the entry that holds it.
-        for (std::uint32_t i = last; i-- > first;) {
-            Node& node = m_nodes[i];
-            std::reverse(node.subs.begin(), node.subs.end());
-            auto entry = std::make_shared<const FolderEntry>(
-                FolderEntry::Parts{std::move(node.location), std::move(node.canonical), node.kind,
-                                   node.stamp, std::move(node.files), std::move(node.subs)});
-            if (i == first)
-                return entry;
-            m_nodes[node.parent].subs.push_back(std::move(entry));
-        }
-        return nullptr;
     }
 
   private:
@@ -186,74 +166,146 @@ class Decoder {
         FolderEntryList subs;
     };
 
-    std::string_view Section(SectionId id) const { return m_sections[id - 1]; }
-
-    ustring Text(std::uint32_t offset, std::uint32_t length) const {
-        const std::string_view text = Section(kText);
-        const std::size_t units = text.size() / sizeof(char16_t);
-        if (length == 0 || offset > units || length > units - offset)
-            Bad("text out of range");
-        ustring out(length, u'\0');
-        std::memcpy(out.data(), text.data() + std::size_t{offset} * sizeof(char16_t),
-                    std::size_t{length} * sizeof(char16_t));
-        return out;
+    // Tree: the main entry of records [first, last), a main entry and its tree, read with `nodes`
+    // as room for the records of the tree.
+    // `tree` is the tree's place among the trees; `skew` how far the path's folders have run
+    // ahead of the trees so far (a folder without an entry, say).
+    std::shared_ptr<const FolderEntry> Tree(std::uint32_t first, std::uint32_t last,
+                                            std::vector<Node>& nodes, std::size_t tree,
+                                            std::ptrdiff_t& skew) const {
+        nodes.clear();
+        nodes.resize(last - first);
+        ReadMain(first, Record(first), nodes.front(), tree, skew);
+        for (std::uint32_t i = first + 1; i < last; ++i)
+            Read(i, Record(i), first, nodes);
+        // Children follow their parents, so building from the last record up makes every
+        // sub-entry before the entry that holds it.
+        for (std::uint32_t i = last; i-- > first;) {
+            Node& node = nodes[i - first];
+            std::reverse(node.subs.begin(), node.subs.end());
+            auto entry = std::make_shared<const FolderEntry>(
+                FolderEntry::Parts{std::move(node.location), std::move(node.canonical), node.kind,
+                                   node.stamp, std::move(node.files), std::move(node.subs)});
+            if (i == first)
+                return entry;
+            nodes[node.parent - first].subs.push_back(std::move(entry));
+        }
+        return nullptr;
     }
 
-    void Read(std::uint32_t index, const FolderRecord& r, std::uint32_t treeStart) {
+    std::string_view Section(SectionId id) const { return m_sections[id - 1]; }
+
+    // TextBytes: a text of kText, UTF-8 as it lies.
+    std::string_view TextBytes(std::uint32_t offset, std::uint32_t length) const {
+        const std::string_view text = Section(kText);
+        if (length == 0 || offset > text.size() || length > text.size() - offset)
+            Bad("text out of range");
+        return text.substr(offset, length);
+    }
+
+    ustring Text(std::uint32_t offset, std::uint32_t length) const {
+        return text::FromNative(TextBytes(offset, length));
+    }
+
+    // Whether `text` is the UTF-8 `bytes`; an ASCII text is compared unit by byte.
+    static bool SameText(const ustring& text, std::string_view bytes) {
+        if (text.size() == bytes.size() &&
+            std::equal(text.begin(), text.end(), bytes.begin(),
+                       [](char16_t u, char b) { return u == static_cast<unsigned char>(b); })) {
+            return true;
+        }
+        return text::ToNative(text) == bytes;
+    }
+
+    // The path's folder saved at `location`, looked for where the trees read so far lead; null
+    // when the path has no folder near there with that text.
+    const AbsoluteIRI* FolderAt(std::string_view location, std::size_t tree,
+                                std::ptrdiff_t& skew) const {
+        constexpr std::ptrdiff_t kLookAhead = 8;
+        for (std::ptrdiff_t ahead = 0; ahead <= kLookAhead; ++ahead) {
+            const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(tree) + skew + ahead;
+            if (at < 0 || at >= static_cast<std::ptrdiff_t>(m_folders.size()))
+                break;
+            if (SameText(m_folders[static_cast<std::size_t>(at)].toString(), location)) {
+                skew += ahead;
+                return &m_folders[static_cast<std::size_t>(at)];
+            }
+        }
+        return nullptr;
+    }
+
+    void ReadMain(std::uint32_t index, const FolderRecord& r, Node& node, std::size_t tree,
+                  std::ptrdiff_t& skew) const {
+        if (r.parent != kNoParent)
+            Bad("parent after child");
+        ReadStamp(r, node);
+        if (node.kind != PathEntryType::Ordinary || (r.flags & kThroughLink))
+            Bad("bad main entry");
+        const std::string_view location = TextBytes(r.locationOffset, r.locationLength);
+        if (const AbsoluteIRI* folder = FolderAt(location, tree, skew)) {
+            node.location = *folder;
+        } else {
+            node.location = AbsoluteIRI(Text(r.locationOffset, r.locationLength));
+            if (!SameText(node.location.toString(), location))
+                Bad("location not in normal form");
+        }
+        // Most folders are their own canonical location: one IRI serves for both.
+        const bool ownCanonical = TextBytes(r.canonicalOffset, r.canonicalLength) == location;
+        node.canonical = CanonicalAbsoluteIRI(
+            ownCanonical ? node.location : AbsoluteIRI(Text(r.canonicalOffset, r.canonicalLength)),
+            node.location.toString());
+        node.files = Files(index, r, node);
+    }
+
+    void ReadStamp(const FolderRecord& r, Node& node) const {
         if (!ValidKind(r.kind) || (r.flags & ~std::uint32_t{kStampKnown | kThroughLink}) != 0)
             Bad("bad folder record");
-        Node& node = m_nodes[index];
         node.parent = r.parent;
         node.lastSpecial = kNoParent;
         node.kind = static_cast<PathEntryType>(r.kind);
         node.stamp = (r.flags & kStampKnown)
                          ? FolderStamp{r.modifiedNs, r.changedNs, r.inode, r.device, r.size}
                          : FolderStamp{kUnknownTime, kUnknownTime, r.inode, r.device, r.size};
-        if (r.parent == kNoParent) {
-            if (node.kind != PathEntryType::Ordinary || (r.flags & kThroughLink))
-                Bad("bad main entry");
-            const ustring location = Text(r.locationOffset, r.locationLength);
-            node.location = AbsoluteIRI(location);
-            if (node.location.toString() != location)
-                Bad("location not in normal form");
-            // Most folders are their own canonical location: one IRI serves for both.
-            const ustring canonical = Text(r.canonicalOffset, r.canonicalLength);
-            node.canonical = CanonicalAbsoluteIRI(
-                canonical == location ? node.location : AbsoluteIRI(canonical), location);
-        } else {
-            if (r.parent >= index || r.parent < treeStart)
-                Bad("parent after child");
-            Node& parent = m_nodes[r.parent];
-            if (parent.lastSpecial != kNoParent && r.specialIndex <= parent.lastSpecial)
-                Bad("sub-entries out of order");
-            const auto* special = parent.files->Specials().size() > r.specialIndex
-                                      ? &parent.files->Specials()[r.specialIndex]
-                                      : nullptr;
-            if (!special || special->kind != node.kind ||
-                special->throughLink != ((r.flags & kThroughLink) != 0)) {
-                Bad("sub-entry does not match its special subfolder");
-            }
-            parent.lastSpecial = r.specialIndex;
-            node.location = parent.location.getChild(special->name);
-            node.canonical =
-                special->throughLink
-                    ? CanonicalAbsoluteIRI(AbsoluteIRI(Text(r.canonicalOffset, r.canonicalLength)),
-                                           node.location.toString())
-                    : CanonicalAbsoluteIRI(parent.canonical.getIRI().getChild(special->name),
-                                           node.location.toString());
+    }
+
+    // Read: a sub-entry's record.
+    void Read(std::uint32_t index, const FolderRecord& r, std::uint32_t treeStart,
+              std::vector<Node>& nodes) const {
+        Node& node = nodes[index - treeStart];
+        ReadStamp(r, node);
+        if (r.parent >= index || r.parent < treeStart)
+            Bad("parent after child");
+        Node& parent = nodes[r.parent - treeStart];
+        if (parent.lastSpecial != kNoParent && r.specialIndex <= parent.lastSpecial)
+            Bad("sub-entries out of order");
+        const auto* special = parent.files->Specials().size() > r.specialIndex
+                                  ? &parent.files->Specials()[r.specialIndex]
+                                  : nullptr;
+        if (!special || special->kind != node.kind ||
+            special->throughLink != ((r.flags & kThroughLink) != 0)) {
+            Bad("sub-entry does not match its special subfolder");
         }
+        parent.lastSpecial = r.specialIndex;
+        node.location = parent.location.getChild(special->name);
+        node.canonical =
+            special->throughLink
+                ? CanonicalAbsoluteIRI(AbsoluteIRI(Text(r.canonicalOffset, r.canonicalLength)),
+                                       node.location.toString())
+                : CanonicalAbsoluteIRI(parent.canonical.getIRI().getChild(special->name),
+                                       node.location.toString());
         node.files = Files(index, r, node);
     }
 
     std::shared_ptr<const FileTable> Files(std::uint32_t index, const FolderRecord& r,
                                            const Node& node) const {
         const std::string_view names = Section(kNames);
-        // Each name takes three bytes at least: a count larger than that is a lie.
+        // Each name takes two bytes at least, and each special subfolder four: a count larger
+        // than that is a lie.
         if (r.filesOffset > names.size() || r.filesBytes > names.size() - r.filesOffset ||
-            r.fileCount > r.filesBytes / 3 || r.specialCount > names.size() / 5) {
+            r.fileCount > r.filesBytes / 2 || r.specialCount > names.size() / 4) {
             Bad("name count");
         }
-        NameReader reader(names, r.specialsOffset);
+        NameReader reader(names, r.filesOffset + r.filesBytes);
         std::vector<SpecialChild> specials;
         specials.reserve(r.specialCount);
         for (std::uint32_t i = 0; i < r.specialCount; ++i) {
@@ -279,13 +331,13 @@ class Decoder {
     std::shared_ptr<CacheImage> m_image;
     std::string_view m_bytes;
     std::string_view m_sections[kSectionCount];
-    std::vector<Node> m_nodes;
+    const std::vector<AbsoluteIRI>& m_folders;
 };
 
-FolderEntryList Decode(std::shared_ptr<CacheImage> image, const AbsoluteIRI& root,
-                       std::string& why) {
+FolderEntryList Decode(std::shared_ptr<CacheImage> image, const AbsoluteIRI& root, std::string& why,
+                       const std::vector<AbsoluteIRI>& folders) {
     try {
-        return Decoder(std::move(image), root).Entries();
+        return Decoder(std::move(image), root, folders).Entries();
     } catch (const BadCache& bad) {
         why = bad.why;
     } catch (const foundation::storage::vfs::Exception& e) {
@@ -296,11 +348,13 @@ FolderEntryList Decode(std::shared_ptr<CacheImage> image, const AbsoluteIRI& roo
 
 }  // namespace
 
-FolderEntryList ParsePathCache(std::string_view bytes, const AbsoluteIRI& root, std::string& why) {
-    return Decode(std::make_shared<CacheImage>(std::string(bytes)), root, why);
+FolderEntryList ParsePathCache(std::string_view bytes, const AbsoluteIRI& root, std::string& why,
+                               const std::vector<AbsoluteIRI>& folders) {
+    return Decode(std::make_shared<CacheImage>(std::string(bytes)), root, why, folders);
 }
 
-FolderEntryList LoadPathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& root) {
+FolderEntryList LoadPathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& root,
+                              const std::vector<AbsoluteIRI>& folders) {
     std::string native;
     try {
         native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(cacheFile));
@@ -311,7 +365,8 @@ FolderEntryList LoadPathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& r
     std::string why;
     if (const int err = os::System().MapFile(native, mapped); err != 0) {
         why = os::ErrorText(err);
-    } else if (auto entries = Decode(std::make_shared<CacheImage>(std::move(mapped)), root, why);
+    } else if (auto entries =
+                   Decode(std::make_shared<CacheImage>(std::move(mapped)), root, why, folders);
                why.empty()) {
         return entries;
     }

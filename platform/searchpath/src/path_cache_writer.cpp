@@ -64,10 +64,9 @@ class Encoder {
         Put(folders, static_cast<std::uint32_t>(m_records.size()));
         folders.append(reinterpret_cast<const char*>(m_records.data()),
                        m_records.size() * sizeof(FolderRecord));
-        const std::string_view text(reinterpret_cast<const char*>(m_text.data()),
-                                    m_text.size() * sizeof(char16_t));
         const std::string index = Index();
-        const std::string_view sections[kSectionCount] = {rootBytes, text, folders, m_names, index};
+        const std::string_view sections[kSectionCount] = {rootBytes, m_text, folders, m_names,
+                                                          index};
         const SectionId ids[kSectionCount] = {kRoot, kText, kFolders, kNames, kIndex};
 
         Header header{};
@@ -97,28 +96,27 @@ class Encoder {
         const FileTable& files = *entry.GetFileTable();
         FolderRecord r{};
         r.parent = parent;
-        r.kind = static_cast<std::uint32_t>(entry.GetPathEntryType());
+        r.kind = static_cast<std::uint8_t>(entry.GetPathEntryType());
         r.specialIndex = specialIndex;
         r.specialCount = static_cast<std::uint32_t>(files.Specials().size());
         // A change in the same tick as the stamp could leave the stamp as it is: don't trust it.
         const bool racy =
             stamp.modifiedNs == kUnknownTime || stamp.changedNs == kUnknownTime ||
             std::max(stamp.modifiedNs, stamp.changedNs) > m_writtenAtNs - kRacyStampWindowNs;
-        r.flags = racy ? 0u : std::uint32_t{kStampKnown};
+        r.flags = racy ? 0 : std::uint8_t{kStampKnown};
         r.modifiedNs = racy ? kUnknownTime : stamp.modifiedNs;
         r.changedNs = racy ? kUnknownTime : stamp.changedNs;
         r.inode = stamp.inode;
         r.device = stamp.device;
         r.size = stamp.size;
-        r.specialsOffset = Offset();
+        r.filesOffset = Offset();
+        r.fileCount = static_cast<std::uint32_t>(Files(files));
+        r.filesBytes = Offset() - r.filesOffset;
         for (const SpecialChild& special : files.Specials()) {
             m_names.push_back(static_cast<char>(special.kind));
             m_names.push_back(special.throughLink ? 1 : 0);
             Name(special.nativeName);
         }
-        r.filesOffset = Offset();
-        r.fileCount = static_cast<std::uint32_t>(Files(files));
-        r.filesBytes = Offset() - r.filesOffset;
         if (entry.GetPathEntryType() != PathEntryType::ResourcesFolder)
             m_indexed.push_back({static_cast<std::uint32_t>(m_records.size()), r.filesOffset,
                                  r.filesBytes, r.fileCount});
@@ -188,11 +186,12 @@ class Encoder {
             CacheImage::ForEachSavedName(
                 names.substr(f.offset, f.bytes), f.count, [&](std::string_view name) {
                     all.push_back({CacheImage::HashOfNative(name), at, f.record});
-                    at += 2 + static_cast<std::uint32_t>(name.size());
+                    at += 1 + static_cast<std::uint32_t>(name.size());
                 });
         }
         std::uint32_t bits = 0;
-        while ((std::size_t{1} << bits) < all.size() / 2 && bits < 31)
+        // About four names a bucket: their tags lie side by side, so a lookup reads one line.
+        while ((std::size_t{1} << bits) < all.size() / 4 && bits < 31)
             ++bits;
         const std::size_t buckets = std::size_t{1} << bits;
 
@@ -209,11 +208,12 @@ class Encoder {
                 sorted[next[BucketOf(o.hash, bits)]++] = o;
         }
         const auto nameAt = [&](std::uint32_t offset) {
-            return names.substr(offset + 2, Get<std::uint16_t>(names, offset));
+            return names.substr(offset + 1, static_cast<std::uint8_t>(names[offset]));
         };
 
         std::vector<std::uint32_t> bucketStart(buckets + 1, 0);
         std::vector<IndexEntry> entries;
+        std::string tags;
         std::vector<std::uint32_t> postings;
         for (std::size_t b = 0; b < buckets; ++b) {
             bucketStart[b] = static_cast<std::uint32_t>(entries.size());
@@ -235,7 +235,8 @@ class Encoder {
                        nameAt(end->nameOffset) == nameAt(it->nameOffset)) {
                     ++end;
                 }
-                IndexEntry entry{static_cast<std::uint32_t>(it->hash), it->nameOffset, it->record};
+                IndexEntry entry{it->nameOffset, it->record};
+                tags.push_back(static_cast<char>(static_cast<std::uint8_t>(it->hash)));
                 if (end - it > 1) {
                     entry.posting = kPostingList | static_cast<std::uint32_t>(postings.size());
                     postings.push_back(static_cast<std::uint32_t>(end - it));
@@ -252,32 +253,36 @@ class Encoder {
 
         std::string out;
         out.reserve(sizeof(IndexHeader) + bucketStart.size() * 4 +
-                    entries.size() * sizeof(IndexEntry) + postings.size() * 4);
+                    entries.size() * (sizeof(IndexEntry) + 1) + postings.size() * 4);
         Put(out, IndexHeader{bits, static_cast<std::uint32_t>(entries.size()),
                              static_cast<std::uint32_t>(postings.size()), 0});
         out.append(reinterpret_cast<const char*>(bucketStart.data()), bucketStart.size() * 4);
         out.append(reinterpret_cast<const char*>(entries.data()),
                    entries.size() * sizeof(IndexEntry));
+        out.append(tags);
         out.append(reinterpret_cast<const char*>(postings.data()), postings.size() * 4);
         return out;
     }
 
     void Name(std::string_view bytes) {
-        if (bytes.size() > UINT16_MAX)
+        if (bytes.size() > kMaxNameBytes)
             throw std::length_error("name too long for the path cache");
-        Put(m_names, static_cast<std::uint16_t>(bytes.size()));
+        m_names.push_back(static_cast<char>(bytes.size()));
         m_names.append(bytes);
     }
 
-    void Text(const ustring& text, std::uint32_t& offset, std::uint32_t& length) {
+    void Text(const ustring& text, std::uint32_t& offset, std::uint16_t& length) {
+        const std::string bytes = text::ToNative(text);
+        if (bytes.size() > kMaxTextBytes || m_text.size() > UINT32_MAX - bytes.size())
+            throw std::length_error("location too long for the path cache");
         offset = static_cast<std::uint32_t>(m_text.size());
-        length = static_cast<std::uint32_t>(text.size());
-        m_text += text;
+        length = static_cast<std::uint16_t>(bytes.size());
+        m_text += bytes;
     }
 
     std::int64_t m_writtenAtNs;
     std::vector<FolderRecord> m_records;
-    ustring m_text;
+    std::string m_text;
     std::string m_names;
     struct IndexedFiles {
         std::uint32_t record;

@@ -115,10 +115,34 @@ std::string Normalised(std::string_view path) {
     return out.empty() ? "/" : out;
 }
 
+// Whether an absolute path is plain: printable ASCII that no IRI escapes, with neither runs of
+// separators, a trailing one, nor "." and ".." segments. Such a path is its own normal form, and
+// its IRI is its text behind the scheme.
+bool IsPlainPath(std::string_view path) {
+    std::size_t segmentStart = 1;
+    for (std::size_t i = 1; i <= path.size(); ++i) {
+        const char c = i < path.size() ? path[i] : '/';
+        if (c == '/') {
+            const std::string_view segment = path.substr(segmentStart, i - segmentStart);
+            if (segment.empty() || segment == "." || segment == "..")
+                return path == "/";
+            segmentStart = i + 1;
+        } else if (c <= ' ' || c >= 0x7F || c == '%' || c == '?' || c == '#') {
+            return false;
+        }
+    }
+    return true;
+}
+
 // The folder that a line names; nullopt for a line that is not an absolute path.
 std::optional<AbsoluteIRI> FolderOfLine(std::string_view line) {
     if (line.empty() || line.front() != '/' || line.find('\0') != std::string_view::npos)
         return std::nullopt;
+    if (IsPlainPath(line)) {
+        ustring text = u"file://";
+        text.append(line.begin(), line.end());
+        return AbsoluteIRI(text);
+    }
     try {
         return foundation::storage::vfs::toAbsoluteIRI(
             u"file", fl::filesystem::path(text::FromNative(Normalised(line))));
@@ -359,6 +383,7 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
     const auto lines = SplitLines(bytes);
     // Each line's folder is worked out on its own, side by side: a long path is mostly that.
     std::vector<std::optional<AbsoluteIRI>> folderOf(lines.size());
+    seen.reserve(lines.size());
     tbb::parallel_for(std::size_t{0}, lines.size(), [&](std::size_t i) {
         if (IsFolderLine(lines[i].text))
             folderOf[i] = FolderOfLine(lines[i].text);

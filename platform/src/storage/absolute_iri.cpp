@@ -57,8 +57,8 @@ bool HasDotSegment(std::u16string_view path) noexcept {
 
 }  // namespace
 
-AbsoluteIRI::AbsoluteIRI(const ustring& text) {
-    ustring normal = text;
+AbsoluteIRI::AbsoluteIRI(ustring text) {
+    ustring normal = std::move(text);
     const auto layout = IsPlainNormalFileText(normal) ? iri_internal::IriLayout{4, 7}
                                                       : iri_internal::NormalizeIri(normal);
     const std::size_t hash = std::hash<ustring>{}(normal);

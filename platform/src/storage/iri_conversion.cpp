@@ -42,6 +42,10 @@ AbsoluteIRI toAbsoluteIRI(const ustring& scheme, const fl::filesystem::path& pat
 }
 
 ustring fromAbsoluteIRI(const AbsoluteIRI& iri) {
+    // A local location without escapes is its path as it stands.
+    const ustring& plain = iri.toString();
+    if (plain.starts_with(u"file:///") && plain.find(u'%') == ustring::npos)
+        return plain.substr(7);
     if (iri.getScheme() != u"file") {
         throw Exception("\"" + Velmora::text::ToNative(iri.toString()) +
                         "\" is not on the local file system");

@@ -32,7 +32,7 @@ class VELMORA_PLATFORM_EXPORT AbsoluteIRI {
     // Parses and normalises `text`. Throws InvalidIRIException if it is not an absolute IRI of the
     // form scheme://authority/path (or file:/path), or holds a query, a fragment or a lone
     // surrogate that does not stand for a byte.
-    explicit AbsoluteIRI(const ustring& text);
+    explicit AbsoluteIRI(ustring text);
 
     bool empty() const noexcept { return m_rep == nullptr; }
     // The normalised text.

@@ -61,6 +61,10 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
         // Entries known from an earlier start (a path cache): the first scan keeps those whose
         // folders did not change instead of listing them again.
         std::vector<std::shared_ptr<const FolderEntry>> knownEntries;
+        // Or the function that reads them once the path's folders are known, so that entries and
+        // folders can share their locations.
+        std::function<std::vector<std::shared_ptr<const FolderEntry>>(const FolderList&)>
+            loadKnownEntries;
     };
 
     // Open: the manager of the path saved in the options' path definition file, or of the default

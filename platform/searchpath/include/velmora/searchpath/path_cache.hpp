@@ -60,14 +60,18 @@ class VELMORA_SEARCHPATH_EXPORT PathCacheFactory final : public PathManagement::
 
 // ParsePathCache: the main entries saved in `bytes` for `root`; empty, with the reason in `why`,
 // when the bytes are not a whole, intact cache of `root`. Never throws for bad bytes.
+// `folders`, when given, is the path the entries are read for: a main entry saved at one of its
+// locations shares that location's IRI, so that matching entries to folders compares nothing.
 VELMORA_SEARCHPATH_EXPORT FolderEntryList ParsePathCache(
-    std::string_view bytes, const foundation::storage::vfs::AbsoluteIRI& root, std::string& why);
+    std::string_view bytes, const foundation::storage::vfs::AbsoluteIRI& root, std::string& why,
+    const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders = {});
 
 // LoadPathCache: ParsePathCache of the file at `cacheFile` (memory-mapped); empty when there is no
 // usable cache there.
 VELMORA_SEARCHPATH_EXPORT FolderEntryList
 LoadPathCache(const foundation::storage::vfs::AbsoluteIRI& cacheFile,
-              const foundation::storage::vfs::AbsoluteIRI& root);
+              const foundation::storage::vfs::AbsoluteIRI& root,
+              const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders = {});
 
 // SavePathCache: writes the cache of `mainEntries` for `root` to a temporary file beside
 // `cacheFile` and renames it over `cacheFile`, creating the folder if needed: a reader sees the
