@@ -91,7 +91,9 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     // matched exactly, told by the path's index of file names alone without reading the entry's
     // files, and the position in the target's extensions of the extension the file has there:
     // the file is the target's base name (its last part) followed by that extension. For callers
-    // that need only where the file is. Nothing when no entry in the scope holds it.
+    // that need only where the file is. Nothing when no entry in the scope holds it. The index is
+    // trusted: where a path cache's index and its folders' lists disagree (a cache written
+    // wrongly), FindFirstInScope passes over the folder and this does not.
     struct Holder {
         const FolderEntry* entry;  // lives as long as the path
         std::size_t extension;
