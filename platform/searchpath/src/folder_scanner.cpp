@@ -407,7 +407,7 @@ bool Unchanged(const FolderEntry& entry, const std::string& native) {
         return false;
     for (std::size_t k = 0; k < subs.size(); ++k) {
         if (specials[k].throughLink || subs[k]->GetPathEntryType() != specials[k].kind ||
-            subs[k]->GetName() != specials[k].name ||
+            subs[k]->GetLocation().getName() != specials[k].name ||
             !Unchanged(*subs[k], native + "/" + specials[k].nativeName)) {
             return false;
         }

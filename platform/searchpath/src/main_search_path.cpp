@@ -75,7 +75,6 @@ struct MainSearchPath::Index {
         PathEntryType kind;
     };
     std::vector<Slot> slots;  // every entry, in path order: each main entry, then its tree
-    boost::unordered_flat_map<const IPathEntry*, std::uint32_t> slotOf;
     // The entries that hold each file name, in path order, as chains through one array of
     // postings: a name costs the map two numbers and no allocation of its own, which keeps the
     // index of a large path compact and quick to build.
@@ -97,7 +96,24 @@ struct MainSearchPath::Index {
     bool SavedIn(const FileTable& table) const {
         return image && table.Image() == image && table.Record() < slotOfRecord.size();
     }
-    boost::unordered_flat_map<std::u16string_view, SlotList, NameHash, NameEqual> methodsByName;
+    // The class folders by name without their "@", in path order; built on first use.
+    using MethodsByName =
+        boost::unordered_flat_map<std::u16string_view, SlotList, NameHash, NameEqual>;
+    const MethodsByName& Methods() const {
+        std::call_once(methodsOnce, [this] {
+            auto built = std::make_unique<MethodsByName>();
+            for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
+                if (slots[slot].kind == PathEntryType::AtFolder) {
+                    const ustring& name = slots[slot].entry->GetFolderNames().back();
+                    (*built)[std::u16string_view(name).substr(1)].push_back(slot);
+                }
+            }
+            methodsByName = std::move(built);
+        });
+        return *methodsByName;
+    }
+    mutable std::once_flag methodsOnce;
+    mutable std::unique_ptr<const MethodsByName> methodsByName;
     // The entries by location and by canonical location, built on first use: most commands
     // never ask.
     struct Locations {
@@ -189,9 +205,20 @@ struct MainSearchPath::Index {
         return best;
     }
     std::uint32_t SlotOf(const IPathEntry& entry) const {
-        const auto it = slotOf.find(&entry);
-        return it == slotOf.end() ? kNone : it->second;
+        std::call_once(slotOfOnce, [this] {
+            auto built = std::make_unique<SlotOfEntry>();
+            built->reserve(slots.size());
+            for (std::uint32_t slot = 0; slot < slots.size(); ++slot)
+                built->emplace(slots[slot].entry.get(), slot);
+            slotOf = std::move(built);
+        });
+        const auto it = slotOf->find(&entry);
+        return it == slotOf->end() ? kNone : it->second;
     }
+    // Each entry's slot, built on first use.
+    using SlotOfEntry = boost::unordered_flat_map<const IPathEntry*, std::uint32_t>;
+    mutable std::once_flag slotOfOnce;
+    mutable std::unique_ptr<const SlotOfEntry> slotOf;
 
     // The entries by the last folder name of their location and by the last two, case folded, in
     // path order; a "+" or "@" folder is also listed without that character, since a partial
@@ -275,7 +302,6 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     boost::unordered_flat_set<const AbsoluteIRI*, IriPointerHash, IriPointerEqual> seen;
     seen.reserve(mainEntries.size());
     index->slots.reserve(mainEntries.size());
-    index->slotOf.reserve(mainEntries.size());
     std::vector<std::pair<std::shared_ptr<const FolderEntry>, std::uint32_t>> stack;
     for (auto& main : mainEntries) {
         if (!main || !seen.insert(&main->GetLocation()).second)
@@ -290,7 +316,6 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
             stack.pop_back();
             const auto slot = static_cast<std::uint32_t>(index->slots.size());
             index->slots.push_back({entry, mainIndex, parent, entry->GetPathEntryType()});
-            index->slotOf.emplace(entry.get(), slot);
             seen.insert(&entry->GetLocation());
             if (entry->GetPathEntryType() != PathEntryType::ResourcesFolder) {
                 fileNames += entry->GetFileCount();
@@ -330,11 +355,8 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
             for (const ustring& name : s.entry->GetFileNames())
                 index->AddFile(name, slot);
         }
-        if (s.kind == PathEntryType::AtFolder) {
+        if (s.kind == PathEntryType::AtFolder)
             path->m_methods.push_back(s.entry);
-            const ustring& folderName = s.entry->GetFolderNames().back();
-            index->methodsByName[std::u16string_view(folderName).substr(1)].push_back(slot);
-        }
     }
     path->m_fileCount = fileNames;
     path->m_mains = std::move(mains);
@@ -423,8 +445,8 @@ PathEntryVector MainSearchPath::GetMethodEntriesByName(SearchScope scope, const 
         }
     };
     if (policy != FilenameMatchingPolicy::IgnoreCase) {
-        const auto it = m_index->methodsByName.find(std::u16string_view(name));
-        if (it != m_index->methodsByName.end()) {
+        const auto it = m_index->Methods().find(std::u16string_view(name));
+        if (it != m_index->Methods().end()) {
             for (const auto slot : it->second)
                 take(slot);
         }

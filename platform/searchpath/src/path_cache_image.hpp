@@ -28,6 +28,11 @@ class CacheImage {
     CacheImage& operator=(const CacheImage&) = delete;
 
     std::string_view Bytes() const noexcept { return m_bytes; }
+    // Release: gives back the memory that holds `part` of the bytes until it is read again.
+    void Release(std::string_view part) const noexcept {
+        if (m_mapped)
+            m_mapped->Release(part);
+    }
     // The number of folder records in the cache.
     std::uint32_t RecordCount() const noexcept { return m_recordCount; }
 

@@ -108,8 +108,10 @@ class Decoder {
                 Bad("section out of range");
             }
             m_sections[i] = bytes.substr(entry.offset, entry.size);
-            if (Checksum(m_sections[i]) != entry.checksum)
+            if (Verified(m_sections[i], entry.id == kNames || entry.id == kIndex) !=
+                entry.checksum) {
                 Bad(fmt::format("section {} checksum", entry.id));
+            }
         }
         const ustring& rootText = root.toString();
         if (Section(kRoot) != std::string_view(reinterpret_cast<const char*>(rootText.data()),
@@ -146,10 +148,31 @@ class Decoder {
             for (std::size_t t = trees.begin(); t != trees.end(); ++t)
                 mains[t] = Tree(starts[t], starts[t + 1], nodes, t, skew);
         });
+        // Nothing reads the folders and texts again, nor the special subfolders that were read
+        // from among the file names.
+        for (const SectionId read : {kText, kFolders, kNames})
+            m_image->Release(Section(read));
         return mains;
     }
 
   private:
+    // Verified: the checksum of a section. The file names and their index are most of a cache,
+    // and a start reads few of them: once checked, a piece at a time, their memory is given back
+    // (`release`), so that a start holds little more than its folders.
+    std::uint64_t Verified(std::string_view section, bool release) const {
+        if (!release)
+            return Checksum(section);
+        constexpr std::size_t kPiece = std::size_t{1} << 22;
+        XXH3_state_t state;
+        XXH3_64bits_reset(&state);
+        for (std::size_t at = 0; at < section.size(); at += kPiece) {
+            const std::string_view piece = section.substr(at, kPiece);
+            XXH3_64bits_update(&state, piece.data(), piece.size());
+            m_image->Release(piece);
+        }
+        return XXH3_64bits_digest(&state);
+    }
+
     FolderRecord Record(std::uint32_t i) const {
         return Get<FolderRecord>(Section(kFolders), 4 + std::size_t{i} * sizeof(FolderRecord));
     }

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -66,6 +67,16 @@ class MappedRegion final : public MappedFile {
     MappedRegion& operator=(const MappedRegion&) = delete;
     std::string_view Bytes() const noexcept override {
         return {static_cast<const char*>(m_address), m_size};
+    }
+    void Release(std::string_view part) const noexcept override {
+        // Only whole pages inside the part; the mapping is read-only and private, so a page given
+        // back is read again from the file when it is next touched.
+        const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+        const auto begin = (reinterpret_cast<std::uintptr_t>(part.data()) + page - 1) / page * page;
+        const auto end =
+            (reinterpret_cast<std::uintptr_t>(part.data()) + part.size()) / page * page;
+        if (end > begin)
+            ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
     }
 
   private:
@@ -340,6 +351,7 @@ bool FileStatus::IsRegularFile() const noexcept {
 
 ISystem::~ISystem() = default;
 MappedFile::~MappedFile() = default;
+void MappedFile::Release(std::string_view) const noexcept {}
 
 int ISystem::ReadRegularFile(const std::string& path, std::uint64_t maxBytes, std::string& out) {
     return RealInstance().ReadRegularFile(path, maxBytes, out);

@@ -146,6 +146,9 @@ std::strong_ordering operator<=>(const AbsoluteIRI& a, const AbsoluteIRI& b) noe
 }
 
 CanonicalAbsoluteIRI::CanonicalAbsoluteIRI(const AbsoluteIRI& location, const ustring& resolvedFrom)
-    : m_iri(location.getResolvedIRI()), m_resolvedFrom(resolvedFrom) {}
+    : m_iri(location.getResolvedIRI()), m_resolvedFromItself(resolvedFrom == m_iri.toString()) {
+    if (!m_resolvedFromItself)
+        m_resolvedFrom = resolvedFrom;
+}
 
 }  // namespace foundation::storage::vfs

@@ -52,6 +52,9 @@ class VELMORA_PLATFORM_EXPORT MappedFile {
   public:
     virtual ~MappedFile();
     virtual std::string_view Bytes() const noexcept = 0;
+    // Release: a hint that `part` of Bytes() is not needed again soon, so the memory that holds
+    // it may be given back; reading it later still gives the same bytes.
+    virtual void Release(std::string_view part) const noexcept;
 };
 
 // WatchEvent: one record of a folder-watch queue: which watch, what happened (Watch* bits) and

@@ -80,7 +80,9 @@ class VELMORA_PLATFORM_EXPORT CanonicalAbsoluteIRI {
 
     const AbsoluteIRI& getIRI() const noexcept { return m_iri; }
     const ustring& toString() const noexcept { return m_iri.toString(); }
-    const ustring& getResolvedFrom() const noexcept { return m_resolvedFrom; }
+    const ustring& getResolvedFrom() const noexcept {
+        return m_resolvedFromItself ? m_iri.toString() : m_resolvedFrom;
+    }
     std::size_t hashValue() const noexcept { return m_iri.hashValue(); }
 
     friend bool operator==(const CanonicalAbsoluteIRI& a, const CanonicalAbsoluteIRI& b) noexcept {
@@ -93,6 +95,8 @@ class VELMORA_PLATFORM_EXPORT CanonicalAbsoluteIRI {
 
   private:
     AbsoluteIRI m_iri;
+    // A location resolved from its own text, as most are, keeps no second copy of it.
+    bool m_resolvedFromItself = false;
     ustring m_resolvedFrom;
 };
 
