@@ -48,21 +48,17 @@ class FileTable {
     FileTable& operator=(const FileTable&) = delete;
 
     std::size_t Count() const noexcept { return m_count; }
-    std::span<const ustring> Names() const {
-        Load();
-        return m_names;
-    }
+    std::span<const ustring> Names() const { return Load().names; }
     const std::shared_ptr<const PathManagement::PathItemVector>& Items() const {
-        Load();
-        return m_items;
+        return Load().items;
     }
     const std::vector<SpecialChild>& Specials() const noexcept { return m_specials; }
 
     // Find: the position of the file named `first` followed by `second`, or -1.
     std::ptrdiff_t Find(std::u16string_view first, std::u16string_view second) const {
-        Load();
-        const auto it = m_index.find(searchpath_internal::NameKey{first, second});
-        return it == m_index.end() ? -1 : static_cast<std::ptrdiff_t>(it->second);
+        const auto& index = Load().index;
+        const auto it = index.find(searchpath_internal::NameKey{first, second});
+        return it == index.end() ? -1 : static_cast<std::ptrdiff_t>(it->second);
     }
 
     // The cache this table was read from and its record there; null for a table read from disk.
@@ -75,9 +71,18 @@ class FileTable {
     bool SameFiles(const FileTable& other) const;
 
   private:
-    void Load() const {
+    // The names and what is made of them: filled by Make, or by the first Load of a saved table.
+    struct Listing {
+        std::vector<ustring> names;                                   // sorted
+        std::shared_ptr<const PathManagement::PathItemVector> items;  // parallel to names
+        boost::unordered_flat_map<std::u16string_view, std::uint32_t, searchpath_internal::NameHash,
+                                  searchpath_internal::NameEqual>
+            index;
+    };
+    const Listing& Load() const {
         if (m_image)
             std::call_once(m_loaded, [this] { LoadSaved(); });
+        return *m_listing;
     }
     void LoadSaved() const;
     void Fill(std::vector<ustring> names) const;
@@ -89,12 +94,8 @@ class FileTable {
     std::uint32_t m_record = 0;
     std::string_view m_block;
     mutable std::once_flag m_loaded;
-    // Filled by Make, or by the first Load of a saved table.
-    mutable std::vector<ustring> m_names;                                   // sorted
-    mutable std::shared_ptr<const PathManagement::PathItemVector> m_items;  // parallel to m_names
-    mutable boost::unordered_flat_map<std::u16string_view, std::uint32_t,
-                                      searchpath_internal::NameHash, searchpath_internal::NameEqual>
-        m_index;
+    // Apart, so that a saved table that is never read costs none of it.
+    mutable std::unique_ptr<const Listing> m_listing;
 };
 
 }  // namespace Velmora::SearchPath

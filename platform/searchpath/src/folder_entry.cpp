@@ -59,12 +59,13 @@ void FileTable::LoadSaved() const {
 }
 
 void FileTable::Fill(std::vector<ustring> names) const {
-    m_names = std::move(names);
+    auto listing = std::make_unique<Listing>();
+    listing->names = std::move(names);
     // One block holds every item; the item pointers share its ownership, so that handing out an
     // item costs no allocation and keeps only the block alive.
     auto storage = std::make_shared<std::vector<PathItem>>();
-    storage->reserve(m_names.size());
-    for (const ustring& name : m_names) {
+    storage->reserve(listing->names.size());
+    for (const ustring& name : listing->names) {
         ustring extension = fl::filesystem::detail::extract_extension(name);
         storage->emplace_back(m_location, name.substr(0, name.size() - extension.size()),
                               std::move(extension));
@@ -74,11 +75,12 @@ void FileTable::Fill(std::vector<ustring> names) const {
     std::shared_ptr<const std::vector<PathItem>> block = std::move(storage);
     for (const PathItem& item : *block)
         items->emplace_back(block, &item);
-    m_items = std::move(items);
+    listing->items = std::move(items);
 
-    m_index.reserve(m_names.size());
-    for (std::uint32_t i = 0; i < m_names.size(); ++i)
-        m_index.emplace(std::u16string_view(m_names[i]), i);
+    listing->index.reserve(listing->names.size());
+    for (std::uint32_t i = 0; i < listing->names.size(); ++i)
+        listing->index.emplace(std::u16string_view(listing->names[i]), i);
+    m_listing = std::move(listing);
 }
 
 bool FileTable::SameFiles(const FileTable& other) const {

@@ -176,6 +176,17 @@ bool IsFolderLine(std::string_view text) {
     return !text.empty() && text.front() != '#';
 }
 
+// The folder that each line names, none for other lines. Each line is worked out on its own, side
+// by side: a long path is mostly that.
+std::vector<std::optional<AbsoluteIRI>> FoldersOfLines(const std::vector<Line>& lines) {
+    std::vector<std::optional<AbsoluteIRI>> folderOf(lines.size());
+    tbb::parallel_for(std::size_t{0}, lines.size(), [&](std::size_t i) {
+        if (IsFolderLine(lines[i].text))
+            folderOf[i] = FolderOfLine(lines[i].text);
+    });
+    return folderOf;
+}
+
 // The content of the file that held `bytes` once it holds `folders`: the lines of the folders that
 // stay and every other line are kept where they are, the lines of folders that go are dropped, and
 // each new or moved folder is written right after the folder before it, or, when it comes first,
@@ -186,17 +197,16 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
         !lines.empty() && lines.front().ending == "\r\n" ? "\r\n" : "\n";
 
     boost::unordered_flat_map<AbsoluteIRI, std::ptrdiff_t> rankOf;
+    rankOf.reserve(folders.size());
     for (std::size_t i = 0; i < folders.size(); ++i)
         rankOf.emplace(folders[i], static_cast<std::ptrdiff_t>(i));
     // The first line of each folder, in file order; later lines of the same folder are dropped.
     std::vector<std::size_t> folderLines;
     std::vector<std::ptrdiff_t> ranks;
     boost::unordered_flat_set<AbsoluteIRI> seen;
-    std::vector<std::optional<AbsoluteIRI>> folderOf(lines.size());
+    seen.reserve(lines.size());
+    const auto folderOf = FoldersOfLines(lines);
     for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (!IsFolderLine(lines[i].text))
-            continue;
-        folderOf[i] = FolderOfLine(lines[i].text);
         if (folderOf[i] && seen.insert(*folderOf[i]).second) {
             const auto it = rankOf.find(*folderOf[i]);
             folderLines.push_back(i);
@@ -381,13 +391,8 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
     contents.outcome = Outcome::Loaded;
     boost::unordered_flat_set<AbsoluteIRI> seen;
     const auto lines = SplitLines(bytes);
-    // Each line's folder is worked out on its own, side by side: a long path is mostly that.
-    std::vector<std::optional<AbsoluteIRI>> folderOf(lines.size());
     seen.reserve(lines.size());
-    tbb::parallel_for(std::size_t{0}, lines.size(), [&](std::size_t i) {
-        if (IsFolderLine(lines[i].text))
-            folderOf[i] = FolderOfLine(lines[i].text);
-    });
+    const auto folderOf = FoldersOfLines(lines);
     std::int64_t number = 0;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         ++number;
