@@ -54,11 +54,11 @@ def python_loop(names_file, index):
         return time.process_time() - start
 
 
-def vpath_run(vpath, path, names_file):
+def vpath_run(vpath, options, path, names_file):
     with open(names_file, "rb") as names, open(os.devnull, "wb") as out:
         before = resource.getrusage(resource.RUSAGE_CHILDREN)
-        subprocess.run([vpath, "--path", path, "which", "--batch"], stdin=names, stdout=out,
-                       stderr=subprocess.DEVNULL, check=False)
+        subprocess.run([vpath, *options, "--path", path, "which", "--batch"], stdin=names,
+                       stdout=out, stderr=subprocess.DEVNULL, check=False)
         after = resource.getrusage(resource.RUSAGE_CHILDREN)
         return (after.ru_utime + after.ru_stime) - (before.ru_utime + before.ru_stime)
 
@@ -71,6 +71,8 @@ def main():
     parser.add_argument("--files", type=int, default=50)
     parser.add_argument("--names", type=int, default=400000)
     parser.add_argument("--repetitions", type=int, default=5)
+    parser.add_argument("--no-cache", action="store_true",
+                        help="scan the path at each start instead of reading its path cache")
     args = parser.parse_args()
 
     with tempfile.TemporaryDirectory() as scratch:
@@ -91,12 +93,14 @@ def main():
 
         vp, py = [], []
         for _ in range(args.repetitions):
-            full = vpath_run(args.vpath, path, names_file)
-            start = vpath_run(args.vpath, path, empty_file)
+            options = ["--no-cache"] if args.no_cache else []
+            full = vpath_run(args.vpath, options, path, names_file)
+            start = vpath_run(args.vpath, options, path, empty_file)
             vp.append(max(full - start, 0.0) / args.names)
             py.append(python_loop(names_file, index) / args.names)
         v, p = statistics.median(vp), statistics.median(py)
         print(f"which --batch on {args.folders} folders x {args.files} files, {args.names} names, "
+              f"{'no path cache, ' if args.no_cache else ''}"
               f"median of {args.repetitions} runs (load {os.getloadavg()[0]:.1f})")
         print(f"{'vpath which --batch':<24} {v * 1e9:10.1f} ns/name")
         print(f"{'baseline (Python dict)':<24} {p * 1e9:10.1f} ns/name")

@@ -7,8 +7,35 @@ namespace vpath_cli {
 
 using namespace Velmora::PathManagement;
 
+namespace {
+
+const std::uint32_t kPrimary[] = {0};
+
+}  // namespace
+
+// The quick answer matches names exactly, as every lookup of the command does.
+static_assert(kPolicy != FilenameMatchingPolicy::IgnoreCase);
+
 Resolver::Resolver(const IPath& path, std::optional<foundation::storage::vfs::AbsoluteIRI> from)
-    : m_path(path), m_from(std::move(from)) {}
+    : m_path(path),
+      m_mainPath(dynamic_cast<const Velmora::SearchPath::MainSearchPath*>(&path)),
+      m_from(std::move(from)) {}
+
+bool Resolver::CanTellQuickly(const detail::SearchTarget& target) const {
+    // A name with folders is a partial pathname, and a class folder's file can come first: both
+    // take the whole lookup.
+    return m_mainPath != nullptr && !m_from &&
+           target.baseName->find_first_of(Constants::PathnameSeparatorStr) == ustring::npos &&
+           m_path
+               .GetMethodEntriesByName(SearchScope(kPrimary), *target.baseName,
+                                       FilenameMatchingPolicy::Exact)
+               .empty();
+}
+
+std::optional<Velmora::SearchPath::MainSearchPath::Holder> Resolver::QuickInUse(
+    const detail::SearchTarget& target) const {
+    return m_mainPath->FindFirstHolderInScope(SearchScope(kPrimary), target);
+}
 
 OptionalFoundItem Resolver::InUse(const detail::SearchTarget& target) const {
     return m_from ? FindFirstFileVisibleFromFolder(m_path, *m_from, target, kPolicy)
@@ -31,7 +58,6 @@ std::vector<FoundItem> Resolver::All(const detail::SearchTarget& target) const {
 std::vector<FoundItem> Resolver::Candidates(const detail::SearchTarget& target) const {
     const bool qualified =
         target.baseName->find_first_of(Constants::PathnameSeparatorStr) != ustring::npos;
-    static const std::uint32_t kPrimary[] = {0};
     static const std::uint32_t kFull[] = {0, 1, 2, 3, 4};
     const SearchScope scope = qualified ? SearchScope(kFull) : SearchScope(kPrimary);
     auto inFolders = m_path.FindAllInScope(scope, target, kPolicy);

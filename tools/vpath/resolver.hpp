@@ -8,6 +8,7 @@
 #include <foundation/storage/vfs/absolute_iri.hpp>
 #include <velmora/pathinterfaces/ipath.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
+#include <velmora/searchpath/main_search_path.hpp>
 
 namespace vpath_cli {
 
@@ -22,6 +23,16 @@ class Resolver {
 
     // The file in use for the target, or nothing.
     Velmora::PathManagement::OptionalFoundItem InUse(
+        const Velmora::PathManagement::detail::SearchTarget& target) const;
+
+    // CanTellQuickly: whether QuickInUse can tell the file in use for the target: a name without
+    // folders, on the host's path, not looked up as seen from a folder, and no class folder of
+    // that name.
+    bool CanTellQuickly(const Velmora::PathManagement::detail::SearchTarget& target) const;
+    // QuickInUse: the file in use for the target, as the entry that holds it and the position of
+    // its extension in the target's extensions, told by the path's index of file names alone.
+    // REQUIRES: CanTellQuickly(target).
+    std::optional<Velmora::SearchPath::MainSearchPath::Holder> QuickInUse(
         const Velmora::PathManagement::detail::SearchTarget& target) const;
 
     // Every file the target can resolve to: the one in use first, then the shadowed ones in path
@@ -39,6 +50,8 @@ class Resolver {
         const Velmora::PathManagement::detail::SearchTarget& target) const;
 
     const Velmora::PathManagement::IPath& m_path;
+    // The same path when it is the host's, which can tell where a file is from its index alone.
+    const Velmora::SearchPath::MainSearchPath* m_mainPath;
     std::optional<foundation::storage::vfs::AbsoluteIRI> m_from;
 };
 

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <iostream>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,7 @@
 #include <velmora/pathinterfaces/constants.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
 
+#include "answer_memo.hpp"
 #include "commands.hpp"
 #include "explain.hpp"
 #include "lookup_output.hpp"
@@ -56,25 +58,16 @@ class Answerer {
         : m_resolver(resolver), m_options(options) {}
 
     bool operator()(const std::string& arg, std::string& out, std::string& err) const {
-        // The path does not change while the command runs, so a name asked again gets the same
-        // answer: a batch that repeats names (a build asks for the same few hundred again and
-        // again) looks each up once.
-        if (m_answers.size() >= kRememberedNames || m_texts.size() >= kRememberedBytes) {
-            m_answers.clear();
-            m_texts.clear();
-        }
-        const auto [known, fresh] = m_answers.try_emplace(arg);
-        Remembered& answer = known->second;
-        if (fresh) {
-            const std::size_t start = out.size();
-            answer.found = Answer(arg, out);
-            answer.offset = static_cast<std::uint32_t>(m_texts.size());
-            answer.size = static_cast<std::uint32_t>(out.size() - start);
-            m_texts.append(out, start, answer.size);
+        const auto key = AnswerMemo::KeyOf(arg);
+        bool found = false;
+        if (const auto known = m_memo.Find(key)) {
+            out += known->text;
+            found = known->found;
         } else {
-            out.append(m_texts, answer.offset, answer.size);
+            const std::size_t start = out.size();
+            found = Answer(arg, out);
+            m_memo.Remember(key, std::string_view(out).substr(start), found);
         }
-        const bool found = answer.found;
         if (!found) {
             err += "vpath: ";
             err += arg;
@@ -83,24 +76,38 @@ class Answerer {
         return found;
     }
 
-  private:
-    // An answer kept in m_texts, which holds them all one after another: a small entry per name
-    // and no allocation of its own.
-    struct Remembered {
-        std::uint32_t offset = 0;
-        std::uint32_t size = 0;
-        bool found = false;
-    };
-    // Beyond this many names or bytes the answers are forgotten and gathered afresh, so that a
-    // long co-process fed ever new names stays small.
-    static constexpr std::size_t kRememberedNames = 1 << 18;
-    static constexpr std::size_t kRememberedBytes = std::size_t{1} << 26;
+    // Prepare: reads into the processor's caches what answering these names will read first.
+    // Their lookups do not depend on each other, so that the processor overlaps their waits for
+    // memory, which it cannot do while answering one name at a time.
+    void Prepare(std::span<const std::string> names) const {
+        for (const std::string& name : names) {
+            if (const auto known = m_memo.Find(AnswerMemo::KeyOf(name));
+                known && !known->text.empty())
+                __builtin_prefetch(&known->text.back());
+        }
+    }
 
+  private:
     // Looks the name up and appends its answer to `out`; false when it resolves to nothing.
     bool Answer(const std::string& arg, std::string& out) const {
         const ustring name = Arg(arg);
         const auto target =
             CreateSearchTargetWithExtensionInFilenamePreferred(name, Constants::LanguageExtensions);
+        // A file in use needs only its folder and its name to be told as text.
+        if (!m_options.all && !m_options.json && m_resolver.CanTellQuickly(target)) {
+            const auto holder = m_resolver.QuickInUse(target);
+            if (holder) {
+                const auto& entry = *holder->entry;
+                AppendFolder(
+                    entry, [&]() -> const auto& { return entry.GetLocation(); }, out);
+                AppendNative(*target.baseName, out);
+                AppendNative((*target.extensions)[holder->extension], out);
+                out += '\n';
+            } else if (m_options.batch) {
+                out += '\n';
+            }
+            return holder.has_value();
+        }
         // One list for every name, so that a batch allocates none per name.
         std::vector<FoundItem>& found = m_found;
         found.clear();
@@ -130,19 +137,25 @@ class Answerer {
             out += '\n';
     }
 
-    // The file's native path; a folder's own is converted once, as a batch meets it again and
-    // again.
+    // The file's native path.
     void AppendPath(const FoundItem& hit, std::string& out) const {
-        const auto& entry = hit.GetPathEntry();
-        auto [at, fresh] = m_folderBytes.try_emplace(entry.get());
-        if (fresh)
-            at->second = Velmora::text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(
-                             hit.GetPathItem()->GetLocation())) +
-                         "/";
-        out += at->second;
         const auto& item = *hit.GetPathItem();
+        AppendFolder(
+            *hit.GetPathEntry(), [&]() -> const auto& { return item.GetLocation(); }, out);
         AppendNative(item.GetName(), out);
         AppendNative(item.GetExtension(), out);
+    }
+
+    // The native path of the folder in which `entry` holds its files, `location()`, and a
+    // separator; each entry's is converted once, as a batch meets it again and again.
+    template <class Location>
+    void AppendFolder(const IPathEntry& entry, Location location, std::string& out) const {
+        auto [at, fresh] = m_folderBytes.try_emplace(&entry);
+        if (fresh)
+            at->second =
+                Velmora::text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(location())) +
+                "/";
+        out += at->second;
     }
 
     static nlohmann::json Json(const std::string& arg, const std::vector<FoundItem>& found) {
@@ -162,9 +175,28 @@ class Answerer {
     // The entries stay alive with the path, which outlives the answerer.
     mutable boost::unordered_flat_map<const IPathEntry*, std::string> m_folderBytes;
     mutable std::vector<FoundItem> m_found;
-    mutable boost::unordered_flat_map<std::string, Remembered, std::hash<std::string>> m_answers;
-    mutable std::string m_texts;
+    mutable AnswerMemo m_memo;
 };
+
+// Lines are read and answered up to this many at a time when more input is ready.
+constexpr std::size_t kLinesTogether = 16;
+
+// Reads into `lines` the next line and those after it that are already read in, up to their
+// number; returns how many, 0 at the end of the input.
+std::size_t ReadReadyLines(std::vector<std::string>& lines) {
+    std::size_t count = 0;
+    while (count < lines.size() && std::getline(std::cin, lines[count])) {
+        std::string& line = lines[count++];
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (std::cin.rdbuf()->in_avail() <= 0)
+            break;
+    }
+    return count;
+}
+
+// Answers are written in blocks of about this size when more input is ready.
+constexpr std::size_t kOutputBlock = std::size_t{1} << 16;
 
 // Writes what has been answered and empties the buffers.
 void Flush(std::string& out, std::string& err) {
@@ -202,12 +234,20 @@ int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
     // name, read its answer and ask the next; lines already read in are answered together.
     std::ios::sync_with_stdio(false);
     std::fflush(stdout);
-    for (std::string line; std::getline(std::cin, line);) {
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        if (!answer(line, out, err))
-            status = kExitNotFound;
-        if (std::cin.rdbuf()->in_avail() <= 0) {
+    std::vector<std::string> lines(kLinesTogether);
+    for (;;) {
+        const std::size_t count = ReadReadyLines(lines);
+        if (count == 0)
+            break;
+        const std::span<const std::string> ready(lines.data(), count);
+        answer.Prepare(ready);
+        for (const std::string& line : ready) {
+            if (!answer(line, out, err))
+                status = kExitNotFound;
+        }
+        // A batch read from a file has its next line ready until the end: its answers go out
+        // in blocks, so that the buffer stays small and in the processor's caches.
+        if (out.size() >= kOutputBlock || std::cin.rdbuf()->in_avail() <= 0) {
             Flush(out, err);
             std::fflush(stdout);
         }

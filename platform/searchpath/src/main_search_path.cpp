@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <utility>
 
 #include <tbb/parallel_for.h>
@@ -160,14 +162,47 @@ struct MainSearchPath::Index {
     // the cache was written for; visit must not rely on a false return ending the walk.
     template <class Visit>
     void ForEachHolder(const NameKey& key, Visit visit) const {
-        if (const auto it = byFileName.find(key); it != byFileName.end())
-            ForEachSlot(it->second, visit);
+        // A path started from a cache has most or all of its names there: an empty map is not
+        // worth hashing the name for.
+        if (!byFileName.empty()) {
+            if (const auto it = byFileName.find(key); it != byFileName.end())
+                ForEachSlot(it->second, visit);
+        }
         if (image) {
             image->ForEachHolder(key.first, key.second, [&](std::uint32_t record) {
                 if (const auto slot = slotOfRecord[record]; slot != kNone)
                     visit(slot);
             });
         }
+    }
+    // Whether a slot that holds the name's file may answer it: searchable in the scope, not
+    // rejected, and ending with the name's folders.
+    bool Takes(std::uint32_t slot, SearchScope scope, const SplitName& name,
+               FilenameMatchingPolicy policy, std::span<const std::uint32_t> rejected) const {
+        return Searchable(slot, scope) &&
+               std::find(rejected.begin(), rejected.end(), slot) == rejected.end() &&
+               (name.folders.empty() || slots[slot].entry->EndsWithFolders(name.folders, policy));
+    }
+    // The first slot in path order that takes the name under one of `extensions`, matched
+    // exactly, and in `extension` the position of the first extension it holds it under; kNone
+    // when there is none.
+    std::uint32_t FirstHolder(SearchScope scope, const SplitName& name,
+                              std::span<const ustring> extensions, FilenameMatchingPolicy policy,
+                              std::span<const std::uint32_t> rejected,
+                              std::size_t& extension) const {
+        std::uint32_t best = kNone;
+        for (std::size_t e = 0; e < extensions.size(); ++e) {
+            ForEachHolder(NameKey{name.leaf, extensions[e]}, [&](std::uint32_t slot) {
+                if (slot >= best)
+                    return false;
+                if (!Takes(slot, scope, name, policy, rejected))
+                    return true;
+                best = slot;
+                extension = e;
+                return false;
+            });
+        }
+        return best;
     }
     std::uint32_t SlotOf(const IPathEntry& entry) const {
         std::call_once(slotOfOnce, [this] {
@@ -524,24 +559,12 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
     const SplitName name(*target.baseName);
     const std::vector<ustring>& extensions = *target.extensions;
     std::uint32_t best = kNone;
+    // The first extension, in the target's order, under which the index named `best`: the file
+    // the folder's own table then answers first.
+    std::size_t bestExtension = 0;
     // Slots that an index named but whose files turned out not to hold the name: only a path
     // cache written wrongly can name such a slot, and the search then goes on without it.
     boost::container::small_vector<std::uint32_t, 2> rejected;
-    // Takes the first slot of a list, in path order, that can hold the file; false to stop.
-    auto consider = [&](std::uint32_t slot) {
-        if (slot >= best)
-            return false;
-        if (!m_index->Searchable(slot, scope) ||
-            std::find(rejected.begin(), rejected.end(), slot) != rejected.end()) {
-            return true;
-        }
-        if (!name.folders.empty() &&
-            !m_index->slots[slot].entry->EndsWithFolders(name.folders, policy)) {
-            return true;
-        }
-        best = slot;
-        return false;
-    };
     for (;;) {
         if (policy == FilenameMatchingPolicy::IgnoreCase) {
             const auto& folded = Folded();
@@ -551,22 +574,43 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
                 const auto it = folded.byFileName.find(key);
                 if (it == folded.byFileName.end())
                     continue;
+                // The first slot of the list, in path order, that can hold the file.
                 for (const auto slot : it->second) {
-                    if (!consider(slot))
+                    if (slot >= best)
                         break;
+                    if (m_index->Takes(slot, scope, name, policy, rejected)) {
+                        best = slot;
+                        break;
+                    }
                 }
             }
         } else {
-            for (const ustring& extension : extensions)
-                m_index->ForEachHolder(NameKey{name.leaf, extension}, consider);
+            best = m_index->FirstHolder(scope, name, extensions, policy, rejected, bestExtension);
         }
         if (best == kNone)
             return boost::none;
         const auto& entry = m_index->slots[best].entry;
+        // No extension before the one the index named is in that folder, unless the index is
+        // wrong; the folder's whole list is the answer then.
+        if (auto item = entry->FindFileNamed(
+                name.leaf, std::span(extensions).subspan(bestExtension, 1), policy)) {
+            return FoundItem(std::move(item), entry);
+        }
         if (auto item = entry->FindFileNamed(name.leaf, extensions, policy))
             return FoundItem(std::move(item), entry);
         rejected.push_back(std::exchange(best, kNone));
     }
+}
+
+std::optional<MainSearchPath::Holder> MainSearchPath::FindFirstHolderInScope(
+    SearchScope scope, const PathManagement::detail::SearchTarget& target) const {
+    const SplitName name(*target.baseName);
+    std::size_t extension = 0;
+    const std::uint32_t slot = m_index->FirstHolder(scope, name, *target.extensions,
+                                                    FilenameMatchingPolicy::Exact, {}, extension);
+    if (slot == kNone)
+        return std::nullopt;
+    return Holder{m_index->slots[slot].entry.get(), extension};
 }
 
 std::vector<FoundItem> MainSearchPath::FindAllInScope(

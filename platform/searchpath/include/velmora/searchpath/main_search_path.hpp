@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include <velmora/pathinterfaces/ipath.hpp>
@@ -86,6 +87,20 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     PathManagement::OptionalFoundItem FindFirstInScope(
         PathManagement::SearchScope scope, const PathManagement::detail::SearchTarget& target,
         FilenameMatchingPolicy policy) const override;
+    // FindFirstHolderInScope: the entry in which FindFirstInScope finds the target with names
+    // matched exactly, told by the path's index of file names alone without reading the entry's
+    // files, and the position in the target's extensions of the extension the file has there:
+    // the file is the target's base name (its last part) followed by that extension. For callers
+    // that need only where the file is. Nothing when no entry in the scope holds it. The index is
+    // trusted: where a path cache's index and its folders' lists disagree (a cache written
+    // wrongly), FindFirstInScope passes over the folder and this does not.
+    struct Holder {
+        const FolderEntry* entry;  // lives as long as the path
+        std::size_t extension;
+    };
+    std::optional<Holder> FindFirstHolderInScope(
+        PathManagement::SearchScope scope,
+        const PathManagement::detail::SearchTarget& target) const;
     std::vector<PathManagement::FoundItem> FindAllInScope(
         PathManagement::SearchScope scope, const PathManagement::detail::SearchTarget& target,
         FilenameMatchingPolicy policy) const override;
