@@ -1,8 +1,10 @@
 // vpath diff OLD NEW: what changes between two saved search paths.
 
 #include <algorithm>
+#include <optional>
 
 #include <fmt/format.h>
+#include <tbb/task_group.h>
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include <velmora/searchpath/main_search_path.hpp>
@@ -62,18 +64,31 @@ bool WorthItsCache(const std::vector<AbsoluteIRI>& newFolders,
 }
 
 int RunDiff(const DiffOptions& options) {
-    const auto oldFolders = Folders(options.oldFile);
-    const auto newFolders = Folders(options.newFile);
-    // One cache for both scans: a folder on both paths is the same entry in both, so it counts as
-    // unchanged unless it changed on disk between the two scans.
-    // Each path's cache supplies its folders; a folder on both paths is taken from the old one.
-    const auto oldCache = CacheForPathDefinition(options.oldFile);
-    const auto newCache = CacheForPathDefinition(options.newFile);
-    const auto oldLoaded = LoadCache(oldCache, oldFolders);
+    // The new path's file is read while the old path starts: neither waits for the other.
+    std::vector<AbsoluteIRI> newFolders;
+    tbb::task_group reading;
+    reading.run([&] { newFolders = Folders(options.newFile); });
+    std::vector<AbsoluteIRI> oldFolders;
+    std::optional<CacheSlot> oldCache;
+    EntryList oldLoaded;
     EntryCache cache;
-    cache.Retain(oldLoaded);
     ScanReport problems;
-    const auto before = MainSearchPath::Revalidate(oldFolders, oldLoaded, problems, &cache);
+    std::shared_ptr<const MainSearchPath> before;
+    try {
+        oldFolders = Folders(options.oldFile);
+        // One cache for both scans: a folder on both paths is the same entry in both, so it
+        // counts as unchanged unless it changed on disk between the two scans. Each path's cache
+        // supplies its folders; a folder on both paths is taken from the old one.
+        oldCache = CacheForPathDefinition(options.oldFile);
+        oldLoaded = LoadCache(oldCache, oldFolders);
+        cache.Retain(oldLoaded);
+        before = MainSearchPath::Revalidate(oldFolders, oldLoaded, problems, &cache);
+    } catch (...) {
+        reading.wait();
+        throw;
+    }
+    reading.wait();
+    const auto newCache = CacheForPathDefinition(options.newFile);
     const bool useNewCache = WorthItsCache(newFolders, oldFolders);
     const auto newLoaded = useNewCache ? LoadCache(newCache, newFolders) : EntryList{};
     auto known = before->GetFolderEntries();
