@@ -67,6 +67,22 @@ struct SplitName {
 
 }  // namespace
 
+// A table of the path built once, on first use, by whichever thread asks first: most commands
+// never ask for most tables.
+template <class T>
+class BuiltOnFirstUse {
+  public:
+    template <class Build>
+    const T& Get(Build build) const {
+        std::call_once(m_once, [&] { m_value = std::make_unique<const T>(build()); });
+        return *m_value;
+    }
+
+  private:
+    mutable std::once_flag m_once;
+    mutable std::unique_ptr<const T> m_value;
+};
+
 struct MainSearchPath::Index {
     struct Slot {
         std::shared_ptr<const FolderEntry> entry;
@@ -100,20 +116,18 @@ struct MainSearchPath::Index {
     using MethodsByName =
         boost::unordered_flat_map<std::u16string_view, SlotList, NameHash, NameEqual>;
     const MethodsByName& Methods() const {
-        std::call_once(methodsOnce, [this] {
-            auto built = std::make_unique<MethodsByName>();
+        return methodsByName.Get([this] {
+            MethodsByName built;
             for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
                 if (slots[slot].kind == PathEntryType::AtFolder) {
                     const ustring& name = slots[slot].entry->GetFolderNames().back();
-                    (*built)[std::u16string_view(name).substr(1)].push_back(slot);
+                    built[std::u16string_view(name).substr(1)].push_back(slot);
                 }
             }
-            methodsByName = std::move(built);
+            return built;
         });
-        return *methodsByName;
     }
-    mutable std::once_flag methodsOnce;
-    mutable std::unique_ptr<const MethodsByName> methodsByName;
+    BuiltOnFirstUse<MethodsByName> methodsByName;
     // The entries by location and by canonical location, built on first use: most commands
     // never ask.
     struct Locations {
@@ -121,21 +135,19 @@ struct MainSearchPath::Index {
         boost::unordered_flat_map<AbsoluteIRI, std::uint32_t, IriHash> byCanonical;
     };
     const Locations& ByLocation() const {
-        std::call_once(locationsOnce, [this] {
-            auto built = std::make_unique<Locations>();
-            built->byLocation.reserve(slots.size());
-            built->byCanonical.reserve(slots.size());
+        return locations.Get([this] {
+            Locations built;
+            built.byLocation.reserve(slots.size());
+            built.byCanonical.reserve(slots.size());
             for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
                 const auto& entry = *slots[slot].entry;
-                built->byLocation.emplace(entry.GetLocation(), slot);
-                built->byCanonical.emplace(entry.GetCanonicalAbsoluteIRI().getIRI(), slot);
+                built.byLocation.emplace(entry.GetLocation(), slot);
+                built.byCanonical.emplace(entry.GetCanonicalAbsoluteIRI().getIRI(), slot);
             }
-            locations = std::move(built);
+            return built;
         });
-        return *locations;
     }
-    mutable std::once_flag locationsOnce;
-    mutable std::unique_ptr<const Locations> locations;
+    BuiltOnFirstUse<Locations> locations;
 
     bool Searchable(std::uint32_t slot, SearchScope scope) const {
         const auto kind = slots[slot].kind;
@@ -204,21 +216,20 @@ struct MainSearchPath::Index {
         }
         return best;
     }
-    std::uint32_t SlotOf(const IPathEntry& entry) const {
-        std::call_once(slotOfOnce, [this] {
-            auto built = std::make_unique<SlotOfEntry>();
-            built->reserve(slots.size());
-            for (std::uint32_t slot = 0; slot < slots.size(); ++slot)
-                built->emplace(slots[slot].entry.get(), slot);
-            slotOf = std::move(built);
-        });
-        const auto it = slotOf->find(&entry);
-        return it == slotOf->end() ? kNone : it->second;
-    }
-    // Each entry's slot, built on first use.
+    // Each entry's slot.
     using SlotOfEntry = boost::unordered_flat_map<const IPathEntry*, std::uint32_t>;
-    mutable std::once_flag slotOfOnce;
-    mutable std::unique_ptr<const SlotOfEntry> slotOf;
+    std::uint32_t SlotOf(const IPathEntry& entry) const {
+        const auto& slotOfEntry = slotOf.Get([this] {
+            SlotOfEntry built;
+            built.reserve(slots.size());
+            for (std::uint32_t slot = 0; slot < slots.size(); ++slot)
+                built.emplace(slots[slot].entry.get(), slot);
+            return built;
+        });
+        const auto it = slotOfEntry.find(&entry);
+        return it == slotOfEntry.end() ? kNone : it->second;
+    }
+    BuiltOnFirstUse<SlotOfEntry> slotOf;
 
     // The entries by the last folder name of their location and by the last two, case folded, in
     // path order; a "+" or "@" folder is also listed without that character, since a partial
@@ -235,30 +246,28 @@ struct MainSearchPath::Index {
         return spellings;
     }
     const FolderNames& ByFolderName() const {
-        std::call_once(folderNamesOnce, [this] {
-            auto index = std::make_unique<FolderNames>();
-            index->last.reserve(slots.size());
-            index->lastTwo.reserve(slots.size());
+        return folderNames.Get([this] {
+            FolderNames index;
+            index.last.reserve(slots.size());
+            index.lastTwo.reserve(slots.size());
             for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
                 const auto& names = slots[slot].entry->GetFolderNames();
                 if (names.empty())
                     continue;
                 const auto lasts = Spellings(names.back());
                 for (const ustring& last : lasts)
-                    index->last[last].push_back(slot);
+                    index.last[last].push_back(slot);
                 if (names.size() < 2)
                     continue;
                 for (const ustring& parent : Spellings(names[names.size() - 2])) {
                     for (const ustring& last : lasts)
-                        index->lastTwo[parent + u'/' + last].push_back(slot);
+                        index.lastTwo[parent + u'/' + last].push_back(slot);
                 }
             }
-            folderNames = std::move(index);
+            return index;
         });
-        return *folderNames;
     }
-    mutable std::once_flag folderNamesOnce;
-    mutable std::unique_ptr<const FolderNames> folderNames;
+    BuiltOnFirstUse<FolderNames> folderNames;
 };
 
 // Built on first use by a lookup that ignores case.
