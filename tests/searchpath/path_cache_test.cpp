@@ -309,3 +309,51 @@ TEST_F(PathCache, StampsNearTheTimeOfWritingAreNotTrusted) {
 }
 
 }  // namespace
+
+// A start writes the cache again only once the folders and files it would list again, or holds
+// for folders gone from the path, are more than a 64th of the path's: 64 folders of two files
+// are 192 items, and a folder is three.
+TEST(PathCacheWorth, WrittenOnceMoreThanA64thOfThePathWouldBeListedAgain) {
+    vpath_test::TempTree tree;
+    std::vector<AbsoluteIRI> folders;
+    for (int i = 0; i < 65; ++i) {
+        const std::string folder = "f" + std::to_string(i);
+        tree.File(folder + "/a.vl");
+        tree.File(folder + "/b.vl");
+        folders.push_back(tree.IRI(folder));
+    }
+    ScanReport report;
+    const std::vector<AbsoluteIRI> path(folders.begin(), folders.begin() + 64);
+    const auto saved = MainSearchPath::Scan(path, report)->GetFolderEntries();
+    fs::rename(tree.Path("f0/a.vl"), tree.Path("f0/c.vl"));
+    fs::rename(tree.Path("f1/a.vl"), tree.Path("f1/c.vl"));
+    const auto fresh = MainSearchPath::Scan(folders, report)->GetFolderEntries();
+    const auto with = [&](std::initializer_list<int> changed) {
+        FolderEntryList entries = saved;
+        for (const int i : changed)
+            entries[static_cast<std::size_t>(i)] = fresh[static_cast<std::size_t>(i)];
+        return entries;
+    };
+    FolderEntryList added = saved;
+    added.push_back(fresh[64]);
+    const FolderEntryList dropped(saved.begin() + 1, saved.end());
+    struct Case {
+        const char* name;
+        FolderEntryList entries;
+        FolderEntryList saved;
+        bool worth;
+    };
+    const Case cases[] = {
+        {"nothing changed", saved, saved, false},
+        {"one folder changed: 3 of 192", with({0}), saved, false},
+        {"two folders changed", with({0, 1}), saved, true},
+        {"one folder added: 3 of 195", added, saved, false},
+        {"one folder gone: 3 of 189", dropped, saved, true},
+        {"no cache yet", saved, {}, true},
+        {"an empty path and no cache", {}, {}, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(Velmora::SearchPath::CacheWorthSaving(c.saved, c.entries), c.worth);
+    }
+}

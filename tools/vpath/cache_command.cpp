@@ -69,27 +69,35 @@ FolderEntryList LoadCache(const std::optional<CacheSlot>& slot,
                 : FolderEntryList{};
 }
 
-void SaveCacheIfChanged(const std::optional<CacheSlot>& slot, const FolderEntryList& loaded,
+bool SaveCacheIfWorthIt(const std::optional<CacheSlot>& slot, const FolderEntryList& saved,
                         const FolderEntryList& entries) {
-    if (!slot || Velmora::SearchPath::SameEntries(loaded, entries))
-        return;
+    if (!slot || !Velmora::SearchPath::CacheWorthSaving(saved, entries))
+        return false;
     try {
         Velmora::SearchPath::SavePathCache(slot->file, slot->root, entries);
+        return true;
     } catch (const Velmora::PathManagement::UnableToSaveToolboxCacheException&) {
         Warn(fmt::format("cannot save the path cache {}", Native(slot->file)));
     } catch (const foundation::storage::vfs::Exception& e) {
         Warn(fmt::format("cannot save the path cache: {}", e.what()));
     }
+    return false;
 }
 
 void UseCache(const std::optional<CacheSlot>& slot, const FolderEntryList& loaded,
               Velmora::SearchPath::MainSearchPathManager& manager) {
     if (!slot)
         return;
-    SaveCacheIfChanged(slot, loaded, manager.GetSnapshot()->GetFolderEntries());
-    manager.AddPathChangeObserver([slot](const Velmora::PathManagement::PathChange& change) {
-        if (const auto after = std::dynamic_pointer_cast<const MainSearchPath>(change.after))
-            SaveCacheIfChanged(slot, {}, after->GetFolderEntries());
+    // What the cache file holds now: a change is weighed against it, not against the start.
+    auto saved = std::make_shared<FolderEntryList>(loaded);
+    if (const auto start = manager.GetSnapshot();
+        SaveCacheIfWorthIt(slot, *saved, start->GetFolderEntries()))
+        *saved = start->GetFolderEntries();
+    manager.AddPathChangeObserver([slot, saved](const Velmora::PathManagement::PathChange& change) {
+        if (const auto after = std::dynamic_pointer_cast<const MainSearchPath>(change.after)) {
+            if (SaveCacheIfWorthIt(slot, *saved, after->GetFolderEntries()))
+                *saved = after->GetFolderEntries();
+        }
     });
 }
 

@@ -65,7 +65,7 @@ class CacheSaver {
             m_latest = nullptr;
             if (path) {
                 lock.unlock();
-                SaveCacheIfChanged(m_slot, {}, path->GetFolderEntries());
+                SaveCacheIfWorthIt(m_slot, {}, path->GetFolderEntries());
                 path.reset();
                 lock.lock();
             }

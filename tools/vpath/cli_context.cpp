@@ -87,7 +87,7 @@ std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
     ScanReport report;
     auto path = MainSearchPath::Revalidate(*folders, loaded, report, &known);
     PrintWarnings(report);
-    SaveCacheIfChanged(cache, loaded, path->GetFolderEntries());
+    SaveCacheIfWorthIt(cache, loaded, path->GetFolderEntries());
     KeepUntilExit(path);
     return path;
 }

@@ -97,9 +97,9 @@ int RunDiff(const DiffOptions& options) {
     const auto after = MainSearchPath::Revalidate(newFolders, known, problems, &cache,
                                                   before->GetFolderEntries().size());
     PrintWarnings(problems);
-    SaveCacheIfChanged(oldCache, oldLoaded, before->GetFolderEntries());
+    SaveCacheIfWorthIt(oldCache, oldLoaded, before->GetFolderEntries());
     if (useNewCache)
-        SaveCacheIfChanged(newCache, newLoaded, after->GetFolderEntries());
+        SaveCacheIfWorthIt(newCache, newLoaded, after->GetFolderEntries());
     KeepUntilExit(before);
     KeepUntilExit(after);
     const auto report = Velmora::SearchPath::ComparePaths(*before, *after);

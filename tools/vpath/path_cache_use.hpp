@@ -3,8 +3,9 @@
 //
 // Each path has its own cache file under $XDG_CACHE_HOME/vpath/ (else ~/.cache/vpath/): one per
 // path definition file, one per --path folder list. A start reads it and lists again only the
-// folders whose stamps changed; a start that found a change writes it anew (to a temporary file,
-// renamed over the old one). --no-cache turns all of this off.
+// folders whose stamps changed or that it lacks; a start or a change that leaves enough of the path
+// to be listed again writes it anew (to a temporary file, renamed over the old one). --no-cache
+// turns all of this off.
 
 #include <optional>
 #include <string>
@@ -38,14 +39,15 @@ Velmora::SearchPath::FolderEntryList LoadCache(
     const std::optional<CacheSlot>& slot,
     const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
 
-// SaveCacheIfChanged: writes the cache of `entries` unless they are the very entries `loaded`.
-// A failure is printed as a warning: the cache only saves time.
-void SaveCacheIfChanged(const std::optional<CacheSlot>& slot,
-                        const Velmora::SearchPath::FolderEntryList& loaded,
+// SaveCacheIfWorthIt: writes the cache of `entries` over the one that holds `saved` when that is
+// worth its time (CacheWorthSaving); returns whether it was written. A failure is printed as a
+// warning: the cache only saves time.
+bool SaveCacheIfWorthIt(const std::optional<CacheSlot>& slot,
+                        const Velmora::SearchPath::FolderEntryList& saved,
                         const Velmora::SearchPath::FolderEntryList& entries);
 
-// UseCache: starts `manager`'s cache bookkeeping: writes the cache now if the start found a change
-// since `loaded`, and again after every change of the path.
+// UseCache: starts `manager`'s cache bookkeeping: writes the cache now if the start found changes
+// since `loaded` worth saving, and again after each change of the path that is.
 void UseCache(const std::optional<CacheSlot>& slot,
               const Velmora::SearchPath::FolderEntryList& loaded,
               Velmora::SearchPath::MainSearchPathManager& manager);

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include <fmt/format.h>
+#include <boost/unordered/unordered_flat_set.hpp>
 
 #include <fl/filesystem/path.hpp>
 
@@ -391,6 +392,51 @@ bool SameTree(const FolderEntry& a, const FolderEntry& b) {
 bool SameEntries(const FolderEntryList& a, const FolderEntryList& b) {
     return std::ranges::equal(
         a, b, [](const auto& x, const auto& y) { return x == y || (x && y && SameTree(*x, *y)); });
+}
+
+namespace {
+
+// The folders and files of an entry's tree: what a start lists again when the cache lacks it.
+std::size_t Items(const FolderEntry& entry) {
+    std::size_t items = 1 + entry.GetFileCount();
+    for (const auto& sub : entry.SubEntries()) {
+        if (sub)
+            items += Items(*sub);
+    }
+    return items;
+}
+
+}  // namespace
+
+bool CacheWorthSaving(const FolderEntryList& saved, const FolderEntryList& entries) {
+    if (SameEntries(saved, entries))
+        return false;
+    boost::unordered_flat_set<const FolderEntry*> unused;
+    unused.reserve(saved.size());
+    for (const auto& entry : saved) {
+        if (entry)
+            unused.insert(entry.get());
+    }
+    std::size_t all = 0;
+    std::size_t unsaved = 0;
+    // The folders listed anew: the cache holds an older listing of some of them.
+    boost::unordered_flat_set<AbsoluteIRI> relisted;
+    for (const auto& entry : entries) {
+        if (!entry)
+            continue;
+        const std::size_t items = Items(*entry);
+        all += items;
+        if (!unused.erase(entry.get())) {
+            unsaved += items;
+            relisted.insert(entry->GetLocation());
+        }
+    }
+    // The cache's entries of folders that left the path are carried for nothing.
+    for (const FolderEntry* gone : unused) {
+        if (!relisted.contains(gone->GetLocation()))
+            unsaved += Items(*gone);
+    }
+    return unsaved * kUnsavedShareWorthSaving > all;
 }
 
 }  // namespace Velmora::SearchPath

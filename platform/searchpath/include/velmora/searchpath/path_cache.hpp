@@ -94,4 +94,15 @@ VELMORA_SEARCHPATH_EXPORT std::string PathCacheFileName(std::u16string_view key)
 // same as the cached ones found no change, and its cache need not be written again.
 VELMORA_SEARCHPATH_EXPORT bool SameEntries(const FolderEntryList& a, const FolderEntryList& b);
 
+// CacheWorthSaving: whether a cache of `entries` is worth writing over the cache that holds
+// `saved`. A start lists again every folder the cache lacks or holds stale, and writing a cache
+// costs about what listing a fifth of its folders does: the cache is written once the folders and
+// files it would make a start list again, or holds for folders no longer on the path, are more
+// than 1/kUnsavedShareWorthSaving of the path's. Adding a folder to a large path thus costs one
+// folder's listing at each later start, not a rewrite of the whole cache; a small path, or a
+// large change, is written at once.
+inline constexpr std::size_t kUnsavedShareWorthSaving = 64;
+VELMORA_SEARCHPATH_EXPORT bool CacheWorthSaving(const FolderEntryList& saved,
+                                                const FolderEntryList& entries);
+
 }  // namespace Velmora::SearchPath
