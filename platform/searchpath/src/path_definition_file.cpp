@@ -187,11 +187,39 @@ std::vector<std::optional<AbsoluteIRI>> FoldersOfLines(const std::vector<Line>& 
     return folderOf;
 }
 
+}  // namespace
+
+struct PathDefinitionFile::Reading {
+    std::string bytes;
+    std::vector<std::optional<AbsoluteIRI>> folderOf;  // of each line of `bytes`
+    std::vector<AbsoluteIRI> folders;                  // the path they hold, each folder once
+};
+
+class PathDefinitionFile::LastReading {
+  public:
+    // The reading of `bytes`, if they are the bytes last read.
+    std::shared_ptr<const Reading> Of(std::string_view bytes) const {
+        std::lock_guard lock(m_mutex);
+        return m_reading && m_reading->bytes == bytes ? m_reading : nullptr;
+    }
+    void Keep(std::shared_ptr<const Reading> reading) {
+        std::lock_guard lock(m_mutex);
+        m_reading = std::move(reading);
+    }
+
+  private:
+    mutable std::mutex m_mutex;
+    std::shared_ptr<const Reading> m_reading;
+};
+
+namespace {
+
 // The content of the file that held `bytes` once it holds `folders`: the lines of the folders that
 // stay and every other line are kept where they are, the lines of folders that go are dropped, and
 // each new or moved folder is written right after the folder before it, or, when it comes first,
 // before the first folder line that stays.
-std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& folders) {
+std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& folders,
+                     const PathDefinitionFile::Reading* reading) {
     const std::vector<Line> lines = SplitLines(bytes);
     const std::string_view newline =
         !lines.empty() && lines.front().ending == "\r\n" ? "\r\n" : "\n";
@@ -205,7 +233,8 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     std::vector<std::ptrdiff_t> ranks;
     boost::unordered_flat_set<AbsoluteIRI> seen;
     seen.reserve(lines.size());
-    const auto folderOf = FoldersOfLines(lines);
+    const auto parsed = reading ? std::vector<std::optional<AbsoluteIRI>>() : FoldersOfLines(lines);
+    const auto& folderOf = reading ? reading->folderOf : parsed;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         if (folderOf[i] && seen.insert(*folderOf[i]).second) {
             const auto it = rankOf.find(*folderOf[i]);
@@ -366,7 +395,8 @@ std::string ReadFailure(int err) {
 
 }  // namespace
 
-PathDefinitionFile::PathDefinitionFile(std::string nativePath) : m_path(std::move(nativePath)) {}
+PathDefinitionFile::PathDefinitionFile(std::string nativePath)
+    : m_path(std::move(nativePath)), m_lastReading(std::make_shared<LastReading>()) {}
 
 std::string PathDefinitionFile::DefaultLocation() {
     if (const char* chosen = std::getenv("VPATH_PATHDEF"); chosen != nullptr && *chosen != '\0')
@@ -389,16 +419,21 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
         return contents;
     }
     contents.outcome = Outcome::Loaded;
+    if (const auto known = m_lastReading->Of(bytes)) {
+        contents.folders = known->folders;
+        return contents;
+    }
+    auto reading = std::make_shared<Reading>();
     boost::unordered_flat_set<AbsoluteIRI> seen;
     const auto lines = SplitLines(bytes);
     seen.reserve(lines.size());
-    const auto folderOf = FoldersOfLines(lines);
+    reading->folderOf = FoldersOfLines(lines);
     std::int64_t number = 0;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         ++number;
         if (!IsFolderLine(lines[i].text))
             continue;
-        const auto& folder = folderOf[i];
+        const auto& folder = reading->folderOf[i];
         if (!folder) {
             problems.Add(VELMORA::pathdef::badLine(text::FromNative(m_path), number));
             contents.outcome = Outcome::Failed;
@@ -406,8 +441,13 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
             contents.folders.push_back(*folder);
         }
     }
-    if (contents.outcome == Outcome::Failed)
+    if (contents.outcome == Outcome::Failed) {
         contents.folders.clear();
+        return contents;
+    }
+    reading->folders = contents.folders;
+    reading->bytes = std::move(bytes);
+    m_lastReading->Keep(std::move(reading));
     return contents;
 }
 
@@ -453,8 +493,9 @@ bool PathDefinitionFile::Save(const std::vector<AbsoluteIRI>& folders,
         err = os::System().Stat(target, status);
     if (err == 0) {
         RemoveStaleTemporaries(target);
-        err = ReplaceAtomically(target, exists ? Relayout(old, folders) : Format(folders),
-                                exists ? &status : nullptr);
+        err = ReplaceAtomically(
+            target, exists ? Relayout(old, folders, m_lastReading->Of(old).get()) : Format(folders),
+            exists ? &status : nullptr);
     }
     if (err != 0) {
         problems.Add(VELMORA::pathdef::cannotSave(file, ReadFailure(err)));

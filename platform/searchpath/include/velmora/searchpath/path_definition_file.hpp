@@ -31,6 +31,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -110,9 +111,17 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
     // a second for the lock, so that a user can learn why a change takes its time.
     void SetSlowLockNotice(std::function<void()> notice) { m_slowLockNotice = std::move(notice); }
 
+    // What a reading of the file worked out, kept for the next reading of the same bytes.
+    struct Reading;
+
   private:
+    class LastReading;
+
     std::string m_path;
     std::function<void()> m_slowLockNotice;
+    // A change reads the file again under its lock and once more before saving over it; while no
+    // one else changed it, those readings find the bytes already parsed.
+    std::shared_ptr<LastReading> m_lastReading;
 };
 
 }  // namespace Velmora::SearchPath
