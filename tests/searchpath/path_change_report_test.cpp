@@ -78,23 +78,29 @@ TEST_F(PathChangeReportTest, ReportsAddedRemovedMovedAndRefreshedFolders) {
 
 TEST_F(PathChangeReportTest, TellsWhatTheDifferentiatorTellsOverTheWholePath) {
     using Velmora::PathManagement::PathEntryVectorDifferentiator;
-    std::vector<std::string> order = {"a", "b", "c", "d"};
-    const auto before = Scan(order);
+    tree.File("e/m.vl");
+    const auto before = Scan({"a", "b", "c", "d"});
     tree.File("b/new.vl");
     tree.File("d/private/new.vl");
-    // Every order of the four folders, two of them read anew.
+    // Every order of five folders, two of them read anew and one new, and every path that is the
+    // first two to five of them: folders added, taken off and moved, at either end or between.
+    std::vector<std::string> order = {"a", "b", "c", "d", "e"};
     do {
-        SCOPED_TRACE(order[0] + order[1] + order[2] + order[3]);
-        const auto after = Scan(order);
-        PathEntryVectorDifferentiator whole;
-        whole.Compare(*before->GetMainEntries(), *after->GetMainEntries(),
-                      PathEntryVectorDifferentiator::IncludeSpecialSubfolders);
-        const auto report = ComparePaths(*before, *after);
-        EXPECT_EQ(Names(report.added), Names(whole.GetAdded()));
-        EXPECT_EQ(Names(report.removed), Names(whole.GetRemoved()));
-        EXPECT_EQ(*report.reordered, *whole.GetReordered());
-        EXPECT_EQ(*report.refreshedBefore, *whole.GetRefreshedBefore());
-        EXPECT_EQ(*report.refreshedAfter, *whole.GetRefreshedAfter());
+        for (std::size_t length = 2; length <= order.size(); ++length) {
+            const std::vector<std::string> folders(order.begin(),
+                                                   order.begin() + static_cast<long>(length));
+            SCOPED_TRACE(::testing::PrintToString(folders));
+            const auto after = Scan(folders);
+            PathEntryVectorDifferentiator whole;
+            whole.Compare(*before->GetMainEntries(), *after->GetMainEntries(),
+                          PathEntryVectorDifferentiator::IncludeSpecialSubfolders);
+            const auto report = ComparePaths(*before, *after);
+            EXPECT_EQ(Names(report.added), Names(whole.GetAdded()));
+            EXPECT_EQ(Names(report.removed), Names(whole.GetRemoved()));
+            EXPECT_EQ(*report.reordered, *whole.GetReordered());
+            EXPECT_EQ(*report.refreshedBefore, *whole.GetRefreshedBefore());
+            EXPECT_EQ(*report.refreshedAfter, *whole.GetRefreshedAfter());
+        }
     } while (std::next_permutation(order.begin(), order.end()));
 }
 

@@ -71,15 +71,34 @@ int RunPath(const PathOptions& pathOptions, bool json) {
 void PrintRemovedWithoutEntry(const std::vector<foundation::storage::vfs::AbsoluteIRI>& before,
                               const Velmora::SearchPath::MainSearchPath& beforePath,
                               const std::vector<foundation::storage::vfs::AbsoluteIRI>& after) {
+    // Only folders between the runs that both lists share at the front and at the back can have
+    // left: a change of a long path touches a few.
+    std::size_t front = 0;
+    while (front < before.size() && front < after.size() && before[front] == after[front])
+        ++front;
+    std::size_t back = 0;
+    while (back < before.size() - front && back < after.size() - front &&
+           before[before.size() - 1 - back] == after[after.size() - 1 - back]) {
+        ++back;
+    }
     // By set, not by search: a path of many folders would make a search of each quadratic.
-    boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> kept(after.begin(),
-                                                                          after.end());
+    const boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> kept(
+        after.begin() + static_cast<std::ptrdiff_t>(front),
+        after.end() - static_cast<std::ptrdiff_t>(back));
+    std::vector<foundation::storage::vfs::AbsoluteIRI> gone;
+    for (std::size_t i = front; i < before.size() - back; ++i) {
+        if (!kept.contains(before[i]))
+            gone.push_back(before[i]);
+    }
+    if (gone.empty())
+        return;
+    boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> withEntry;
     for (const auto& entry : beforePath.GetFolderEntries()) {
         if (entry)
-            kept.insert(entry->GetLocation());
+            withEntry.insert(entry->GetLocation());
     }
-    for (const auto& folder : before) {
-        if (!kept.contains(folder))
+    for (const auto& folder : gone) {
+        if (!withEntry.contains(folder))
             PrintLine("removed " + DisplayBytes(folder));
     }
 }

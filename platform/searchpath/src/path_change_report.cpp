@@ -8,6 +8,35 @@ namespace {
 
 using PathManagement::PathEntryVector;
 
+// The main entries of two snapshots that may differ: those between the longest run of the same
+// objects in the same places at the front and at the back. A change of a long path (a folder added
+// at the front, one taken off) touches a few folders, and the differentiator then reports over
+// them what it would report over the whole path: the runs are common to both, and every longest
+// common subsequence holds them whole, since no entry appears twice in a path.
+// False when either is not a MainSearchPath.
+bool DifferingMiddles(const PathManagement::IPath& before, const PathManagement::IPath& after,
+                      PathEntryVector& beforeMiddle, PathEntryVector& afterMiddle) {
+    const auto* a = dynamic_cast<const MainSearchPath*>(&before);
+    const auto* b = dynamic_cast<const MainSearchPath*>(&after);
+    if (a == nullptr || b == nullptr)
+        return false;
+    const auto& x = a->GetFolderEntries();
+    const auto& y = b->GetFolderEntries();
+    std::size_t front = 0;
+    while (front < x.size() && front < y.size() && x[front] == y[front])
+        ++front;
+    std::size_t back = 0;
+    while (back < x.size() - front && back < y.size() - front &&
+           x[x.size() - 1 - back] == y[y.size() - 1 - back]) {
+        ++back;
+    }
+    beforeMiddle.assign(x.begin() + static_cast<std::ptrdiff_t>(front),
+                        x.end() - static_cast<std::ptrdiff_t>(back));
+    afterMiddle.assign(y.begin() + static_cast<std::ptrdiff_t>(front),
+                       y.end() - static_cast<std::ptrdiff_t>(back));
+    return true;
+}
+
 // The entries that differ between two snapshots with the same folders in the same places, the
 // common case of a refresh: false when the folders differ. Entries that are the same objects
 // compare equal in place, so only these few need the differentiator, which then reports what it
@@ -44,8 +73,15 @@ PathChangeReport ComparePaths(const PathManagement::IPath& before,
         differences.Compare(std::move(beforeOnly), std::move(afterOnly),
                             PathEntryVectorDifferentiator::IncludeSpecialSubfolders);
     } else {
-        differences.Compare(*before.GetMainEntries(), *after.GetMainEntries(),
-                            PathEntryVectorDifferentiator::IncludeSpecialSubfolders);
+        PathEntryVector beforeMiddle;
+        PathEntryVector afterMiddle;
+        if (DifferingMiddles(before, after, beforeMiddle, afterMiddle)) {
+            differences.Compare(std::move(beforeMiddle), std::move(afterMiddle),
+                                PathEntryVectorDifferentiator::IncludeSpecialSubfolders);
+        } else {
+            differences.Compare(*before.GetMainEntries(), *after.GetMainEntries(),
+                                PathEntryVectorDifferentiator::IncludeSpecialSubfolders);
+        }
     }
     return {differences.GetAdded(), differences.GetRemoved(), differences.GetReordered(),
             differences.GetRefreshedBefore(), differences.GetRefreshedAfter()};
