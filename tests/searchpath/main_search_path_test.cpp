@@ -283,6 +283,9 @@ TEST_F(MainSearchPathTest, RepeatedFoldersAreReportedAndKeptOnce) {
     ASSERT_EQ(report.Problems().size(), 1u);
     EXPECT_EQ(report.Problems()[0].kind, ScanProblem::Kind::Duplicate);
     EXPECT_EQ(report.Problems()[0].location, tree.IRI("one"));
+    // A folder that an earlier folder already holds as a special subfolder is left out too.
+    const auto nested = MainSearchPath::Scan({tree.IRI("one"), tree.IRI("one/+pkg")}, report);
+    EXPECT_EQ(nested->GetMainEntries()->size(), 1u);
 }
 
 TEST_F(MainSearchPathTest, NamesThatAreNotUtf8AreFoundByTheirExactBytes) {

@@ -28,7 +28,7 @@ AbsoluteIRI ToFolderIRI(const ustring& text) {
     return Velmora::current_working_folder::CurrentWorkingFolder().resolve(text);
 }
 
-std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, Purpose purpose,
+std::shared_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, Purpose purpose,
                                                    const BeforeScan& beforeScan) {
     if (options.GivesPath() && purpose == Purpose::Change) {
         throw std::runtime_error(
@@ -58,13 +58,16 @@ std::unique_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
         return *loaded;
     };
     foundation::core::except::Notification problems;
-    auto manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
+    std::shared_ptr<MainSearchPathManager> manager =
+        MainSearchPathManager::Open(std::move(managerOptions), problems);
     PrintMessages(problems);
     if (manager) {
-        if (purpose == Purpose::Watch)
+        if (purpose == Purpose::Watch) {
             UseCacheInBackground(cache, *loaded, *manager);
-        else
+        } else {
             UseCache(cache, *loaded, *manager);
+            KeepUntilExit(manager);
+        }
         KeepUntilExit(manager->GetSnapshot());
     }
     return manager;

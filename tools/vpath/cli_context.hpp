@@ -46,10 +46,11 @@ enum class Purpose { Read, Change, Watch };
 // not taken into account). Prints the messages and returns null when the saved path cannot be
 // read. For a change, throws std::runtime_error when a path was given on the command line, which
 // cannot be changed, and when there is nowhere to save the path. `beforeScan`, if given, hears the
-// path definition file and the entries its cache knows before the path is read from disk.
+// path definition file and the entries its cache knows before the path is read from disk. A manager
+// opened to read or change the path is kept until the process ends (see KeepUntilExit).
 using BeforeScan = std::function<void(const std::string& pathDefinition,
                                       const Velmora::SearchPath::FolderEntryList& known)>;
-std::unique_ptr<Velmora::SearchPath::MainSearchPathManager> OpenManager(
+std::shared_ptr<Velmora::SearchPath::MainSearchPathManager> OpenManager(
     const PathOptions& options, Purpose purpose, const BeforeScan& beforeScan = {});
 
 // LoadPath: scans the path the options choose and prints scan problems as warnings on standard

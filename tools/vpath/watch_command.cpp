@@ -113,7 +113,7 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
         if (!polling)
             early.emplace(pathDefinition, known);
     };
-    const auto manager = given ? std::make_unique<Velmora::SearchPath::MainSearchPathManager>(
+    const auto manager = given ? std::make_shared<Velmora::SearchPath::MainSearchPathManager>(
                                      *given, Velmora::SearchPath::MainSearchPathManager::Options{})
                                : OpenManager(pathOptions, Purpose::Watch, watchEarly);
     if (!manager)

@@ -302,73 +302,65 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     std::vector<std::shared_ptr<const FolderEntry>> mainEntries) {
     std::shared_ptr<MainSearchPath> path(new MainSearchPath());
     auto index = std::make_unique<Index>();
-    auto mains = std::make_shared<PathEntryVector>();
-    mains->reserve(mainEntries.size());
-    path->m_mainFolders.reserve(mainEntries.size());
-
+    // One walk over the entries, which on a large path are far apart in memory: each is visited
+    // once, and counted references are moved, never copied.
     std::size_t fileNames = 0;
+    std::size_t unsaved = 0;
+    std::vector<std::uint32_t> unsavedSlots;  // those whose names the index must hold itself
     // Every location on the path so far: a main entry already there is left out.
     boost::unordered_flat_set<const AbsoluteIRI*, IriPointerHash, IriPointerEqual> seen;
     seen.reserve(mainEntries.size());
     index->slots.reserve(mainEntries.size());
-    std::vector<std::pair<std::shared_ptr<const FolderEntry>, std::uint32_t>> stack;
+    std::vector<std::pair<const std::shared_ptr<const FolderEntry>*, std::uint32_t>> stack;
+    std::size_t kept = 0;
     for (auto& main : mainEntries) {
         if (!main || !seen.insert(&main->GetLocation()).second)
             continue;
-        const auto mainIndex = static_cast<std::uint32_t>(mains->size());
-        mains->push_back(main);
-        path->m_mainFolders.push_back(main);
+        const auto mainIndex = static_cast<std::uint32_t>(kept);
+        if (&mainEntries[kept] != &main)
+            mainEntries[kept] = std::move(main);
         // Depth first, sub-entries in name order, so that every tree stays together.
-        stack.emplace_back(main, kNone);
+        stack.emplace_back(&mainEntries[kept++], kNone);
         while (!stack.empty()) {
-            auto [entry, parent] = std::move(stack.back());
+            const auto [entry, parent] = stack.back();
             stack.pop_back();
             const auto slot = static_cast<std::uint32_t>(index->slots.size());
-            index->slots.push_back({entry, mainIndex, parent, entry->GetPathEntryType()});
-            seen.insert(&entry->GetLocation());
-            if (entry->GetPathEntryType() != PathEntryType::ResourcesFolder) {
-                fileNames += entry->GetFileCount();
-            }
-            const auto& subs = entry->SubEntries();
+            const auto kind = (*entry)->GetPathEntryType();
+            index->slots.push_back({*entry, mainIndex, parent, kind});
+            if (parent != kNone)
+                seen.insert(&(*entry)->GetLocation());
+            const auto& subs = (*entry)->SubEntries();
             for (auto it = subs.rbegin(); it != subs.rend(); ++it)
-                stack.emplace_back(*it, slot);
+                stack.emplace_back(&*it, slot);
+            if (kind == PathEntryType::ResourcesFolder)
+                continue;
+            fileNames += (*entry)->GetFileCount();
+            if (kind == PathEntryType::AtFolder)
+                path->m_methods.push_back(*entry);
+            // The files of entries from one path cache are found through its index; only the
+            // others' names are read.
+            const auto& table = *(*entry)->GetFileTable();
+            if (table.Image() && !index->image) {
+                index->image = table.Image();
+                index->slotOfRecord.assign(index->image->RecordCount(), kNone);
+            }
+            if (index->SavedIn(table) && index->slotOfRecord[table.Record()] == kNone) {
+                index->slotOfRecord[table.Record()] = slot;
+            } else {
+                unsaved += table.Count();
+                unsavedSlots.push_back(slot);
+            }
         }
     }
-
-    // The files of entries from one path cache are found through its index; only the others'
-    // names are read.
-    std::size_t unsaved = 0;
-    for (std::uint32_t slot = 0; slot < index->slots.size(); ++slot) {
-        const auto& s = index->slots[slot];
-        if (s.kind == PathEntryType::ResourcesFolder)
-            continue;
-        const auto& table = *s.entry->GetFileTable();
-        if (table.Image() && !index->image) {
-            index->image = table.Image();
-            index->slotOfRecord.assign(index->image->RecordCount(), kNone);
-        }
-        if (index->SavedIn(table) && index->slotOfRecord[table.Record()] == kNone) {
-            index->slotOfRecord[table.Record()] = slot;
-        } else {
-            unsaved += table.Count();
-        }
-    }
+    mainEntries.resize(kept);
     index->byFileName.reserve(unsaved);
     index->postings.reserve(unsaved);
-    for (std::uint32_t slot = 0; slot < index->slots.size(); ++slot) {
-        const auto& s = index->slots[slot];
-        if (s.kind == PathEntryType::ResourcesFolder)
-            continue;
-        const auto& table = *s.entry->GetFileTable();
-        if (!index->SavedIn(table) || index->slotOfRecord[table.Record()] != slot) {
-            for (const ustring& name : s.entry->GetFileNames())
-                index->AddFile(name, slot);
-        }
-        if (s.kind == PathEntryType::AtFolder)
-            path->m_methods.push_back(s.entry);
+    for (const std::uint32_t slot : unsavedSlots) {
+        for (const ustring& name : index->slots[slot].entry->GetFileNames())
+            index->AddFile(name, slot);
     }
+    path->m_mainFolders = std::move(mainEntries);
     path->m_fileCount = fileNames;
-    path->m_mains = std::move(mains);
     path->m_index.Set(std::move(index));
     return path;
 }

@@ -87,6 +87,13 @@ std::vector<ComponentIdentifier> PackagesOn(const PackageRegistry::IPackageRegis
     return packages;
 }
 
+// The path's main entries, shared with it rather than copied: a path of many folders would cost a
+// counted reference each.
+std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>> EntriesOf(
+    const std::shared_ptr<const MainSearchPath>& path) {
+    return {path, &path->GetFolderEntries()};
+}
+
 bool SameEntries(const MainSearchPath& a, const MainSearchPath& b) {
     return a.GetFolderEntries() == b.GetFolderEntries();
 }
@@ -113,11 +120,12 @@ MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options 
     : m_options(std::move(options)) {
     auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
     const auto load = std::exchange(m_options.loadKnownEntries, {});
-    const auto known = load ? load(*unique) : std::exchange(m_options.knownEntries, {});
+    const auto known = std::make_shared<const std::vector<std::shared_ptr<const FolderEntry>>>(
+        load ? load(*unique) : std::exchange(m_options.knownEntries, {}));
     m_cache.Retain(known);
     ScanReport report;
-    auto path = MainSearchPath::Revalidate(*unique, known, report, &m_cache);
-    m_cache.Retain(path->GetFolderEntries());
+    auto path = MainSearchPath::Revalidate(*unique, *known, report, &m_cache);
+    m_cache.Retain(EntriesOf(path));
     m_state = MakeState(std::move(unique), std::move(path), std::move(report));
 }
 
@@ -187,7 +195,7 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         !m_options.pathDefinition->Save(folders, notification))
         return;
     fileLock = {};
-    m_cache.Retain(path->GetFolderEntries());
+    m_cache.Retain(EntriesOf(path));
     Publish(kind, MakeState(std::make_shared<const FolderList>(std::move(folders)), std::move(path),
                             std::move(warnings)));
 }
@@ -200,7 +208,7 @@ void MainSearchPathManager::Refresh() {
     auto path = MainSearchPath::Scan(*old->folders, report, &m_cache);
     if (SameEntries(*path, *old->path))
         return;
-    m_cache.Retain(path->GetFolderEntries());
+    m_cache.Retain(EntriesOf(path));
     Publish(PathChangeKind::Refreshed, MakeState(old->folders, std::move(path), std::move(report)));
 }
 

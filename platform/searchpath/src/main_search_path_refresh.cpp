@@ -153,7 +153,8 @@ bool MainSearchPathManager::ReloadPathDefinition(Notification& problems) {
                                   [&](const AbsoluteIRI& f) { return !before.contains(f); });
     ScanReport warnings;
     auto path = MainSearchPath::Scan(contents.folders, warnings, &m_cache);
-    m_cache.Retain(path->GetFolderEntries());
+    m_cache.Retain(std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>>(
+        path, &path->GetFolderEntries()));
     Publish(grew ? PathChangeKind::Added : PathChangeKind::Removed,
             MakeState(std::make_shared<const FolderList>(std::move(contents.folders)),
                       std::move(path), std::move(warnings)));
