@@ -4,6 +4,7 @@
 #include <type_traits>
 #include <utility>
 
+#include <tbb/task_group.h>
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include <foundation/storage/vfs/exceptions.hpp>
@@ -120,11 +121,25 @@ MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options 
     : m_options(std::move(options)) {
     auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
     const auto load = std::exchange(m_options.loadKnownEntries, {});
-    const auto known = std::make_shared<const std::vector<std::shared_ptr<const FolderEntry>>>(
-        load ? load(*unique) : std::exchange(m_options.knownEntries, {}));
+    // The folders are checked against the disk while their known entries are read: the stats
+    // and the reading each leave the other's processor idle at times.
+    std::vector<FolderStatus> taken;
+    tbb::task_group statting;
+    if (load && m_options.statWhileLoading)
+        statting.run([&] { taken = StatFolders(*unique); });
+    std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>> known;
+    try {
+        known = std::make_shared<const std::vector<std::shared_ptr<const FolderEntry>>>(
+            load ? load(*unique) : std::exchange(m_options.knownEntries, {}));
+    } catch (...) {
+        statting.wait();
+        throw;
+    }
+    statting.wait();
     m_cache.Retain(known);
     ScanReport report;
-    auto path = MainSearchPath::Revalidate(*unique, *known, report, &m_cache);
+    auto path = MainSearchPath::Revalidate(*unique, *known, report, &m_cache, 0,
+                                           taken.empty() ? nullptr : &taken);
     m_cache.Retain(EntriesOf(path));
     m_state = MakeState(std::move(unique), std::move(path), std::move(report));
 }
