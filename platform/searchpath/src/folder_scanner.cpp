@@ -292,6 +292,42 @@ void ScanReport::Append(const ScanReport& other) {
     m_problems.insert(m_problems.end(), other.m_problems.begin(), other.m_problems.end());
 }
 
+namespace {
+
+// The first entry at `location` of `kind` in the trees of `mains`, taken in order, as building the
+// map would keep it.
+std::shared_ptr<const FolderEntry> Search(
+    const std::vector<std::shared_ptr<const FolderEntry>>& mains, const AbsoluteIRI& location,
+    PathEntryType kind) {
+    std::vector<const FolderEntry*> pending;
+    for (const auto& main : mains) {
+        if (!main)
+            continue;
+        // A main entry is kept as an ordinary folder, whatever its name.
+        if (kind == PathEntryType::Ordinary && main->GetAbsoluteIRI() == location)
+            return main;
+        if (main->SubEntries().empty())
+            continue;
+        pending.push_back(main.get());
+        while (!pending.empty()) {
+            const FolderEntry* entry = pending.back();
+            pending.pop_back();
+            for (const auto& sub : entry->SubEntries()) {
+                if (sub->GetPathEntryType() == kind && sub->GetAbsoluteIRI() == location)
+                    return sub;
+                pending.push_back(sub.get());
+            }
+        }
+    }
+    return nullptr;
+}
+
+// How many finds search the retained entries before the map is built: a search costs a pass over
+// them, a build about three.
+constexpr int kSearchesBeforeBuilding = 2;
+
+}  // namespace
+
 std::shared_ptr<const FolderEntry> EntryCache::Find(const AbsoluteIRI& location,
                                                     PathEntryType kind) const {
     {
@@ -300,6 +336,8 @@ std::shared_ptr<const FolderEntry> EntryCache::Find(const AbsoluteIRI& location,
             const auto it = m_entries.find(Key{location, kind});
             return it == m_entries.end() ? nullptr : it->second;
         }
+        if (m_searches.fetch_add(1, std::memory_order_relaxed) < kSearchesBeforeBuilding)
+            return Search(*m_pending, location, kind);
     }
     std::unique_lock lock(m_mutex);
     Build();
@@ -317,6 +355,7 @@ void EntryCache::Retain(
     std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>> mainEntries) {
     std::unique_lock lock(m_mutex);
     m_pending = std::move(mainEntries);
+    m_searches.store(0, std::memory_order_relaxed);
 }
 
 void EntryCache::Build() const {

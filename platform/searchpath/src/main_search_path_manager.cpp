@@ -176,16 +176,10 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
             return;
         }
     }
-    FolderSet added;
-    {
-        const FolderSet before(base.begin(), base.end());
-        for (const auto& folder : folders) {
-            if (!before.contains(folder))
-                added.insert(folder);
-        }
-    }
+    const FolderList newFolders = detail::FoldersNotIn(folders, base);
+    const FolderSet added(newFolders.begin(), newFolders.end());
     if (kind == PathChangeKind::Added)
-        detail::DropOtherNamesOf(folders, FolderList(added.begin(), added.end()), *old->path);
+        detail::DropOtherNamesOf(folders, newFolders, *old->path);
     if (folders == *old->folders)
         return;
     ScanReport report;

@@ -142,6 +142,26 @@ bool RebaseOnSavedFile(const PathDefinitionFile& file, FolderList& base, FolderL
     return true;
 }
 
+FolderList FoldersNotIn(const FolderList& after, const FolderList& before) {
+    std::size_t front = 0;
+    while (front < after.size() && front < before.size() && after[front] == before[front])
+        ++front;
+    std::size_t back = 0;
+    while (back < after.size() - front && back < before.size() - front &&
+           after[after.size() - 1 - back] == before[before.size() - 1 - back]) {
+        ++back;
+    }
+    const boost::unordered_flat_set<AbsoluteIRI> old(
+        before.begin() + static_cast<std::ptrdiff_t>(front),
+        before.end() - static_cast<std::ptrdiff_t>(back));
+    FolderList fresh;
+    for (std::size_t i = front; i < after.size() - back; ++i) {
+        if (!old.contains(after[i]))
+            fresh.push_back(after[i]);
+    }
+    return fresh;
+}
+
 namespace {
 
 struct FolderId {

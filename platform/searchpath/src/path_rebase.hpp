@@ -48,6 +48,11 @@ FolderList RebaseChange(const FolderList& base, const FolderList& wanted,
 bool RebaseOnSavedFile(const PathDefinitionFile& file, FolderList& base, FolderList& wanted,
                        foundation::core::except::Notification& problems);
 
+// FoldersNotIn: the folders of `after` that `before` lacks, in the order of `after`. Only those
+// between the runs that both lists share at the front and at the back are looked up: a change of a
+// long path touches a few.
+FolderList FoldersNotIn(const FolderList& after, const FolderList& before);
+
 // DropOtherNamesOf: takes out of `folders` each folder that is not in `added` but is the same
 // folder on disk (device and inode) as one that is: adding a folder under a new name moves it
 // rather than putting it on the path twice.

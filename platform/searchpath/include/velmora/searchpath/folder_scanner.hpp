@@ -16,6 +16,7 @@
 //   auto again = scanner.ScanMainEntry(AbsoluteIRI(u"file:///home/ada/tb"), report);
 //   // again == tb unless something under /home/ada/tb changed
 
+#include <atomic>
 #include <memory>
 #include <shared_mutex>
 #include <string>
@@ -93,6 +94,9 @@ class VELMORA_SEARCHPATH_EXPORT EntryCache {
     mutable std::shared_mutex m_mutex;
     mutable boost::unordered_flat_map<Key, std::shared_ptr<const FolderEntry>, KeyHash> m_entries;
     mutable std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>> m_pending;
+    // Finds answered from m_pending by a search, without building m_entries: a change that adds a
+    // folder or two to a large path asks once or twice.
+    mutable std::atomic<int> m_searches{0};
 };
 
 // FolderStatus: what one stat of a folder's location found, taken ahead of a revalidation so that
