@@ -51,7 +51,6 @@ std::shared_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
     }
     const auto cache = location.empty() ? std::nullopt : CacheForPathDefinition(location);
     auto loaded = std::make_shared<Velmora::SearchPath::FolderEntryList>();
-    managerOptions.statWhileLoading = cache.has_value();
     managerOptions.loadKnownEntries = [cache, loaded, &location, &beforeScan](const auto& folders) {
         *loaded = LoadCache(cache, folders);
         if (beforeScan)

@@ -438,17 +438,11 @@ namespace {
 // Whether the folder at `native` is still the one `entry` was read from, with the same stamp, and
 // so is every sub-entry beneath it. A special subfolder reached through a symbolic link, or one
 // that had no entry, asks for a scan: only a scan resolves links and reports problems.
-bool Unchanged(const FolderEntry& entry, const std::string& native,
-               const FolderStatus* taken = nullptr) {
-    if (taken != nullptr) {
-        if (!taken->folder || taken->stamp != entry.GetStamp())
-            return false;
-    } else {
-        os::FileStatus status;
-        if (os::System().Stat(native, status) != 0 || !status.IsFolder() ||
-            StampOf(status) != entry.GetStamp()) {
-            return false;
-        }
+bool Unchanged(const FolderEntry& entry, const std::string& native) {
+    os::FileStatus status;
+    if (os::System().Stat(native, status) != 0 || !status.IsFolder() ||
+        StampOf(status) != entry.GetStamp()) {
+        return false;
     }
     const auto& specials = entry.GetFileTable()->Specials();
     const auto& subs = entry.SubEntries();
@@ -466,39 +460,17 @@ bool Unchanged(const FolderEntry& entry, const std::string& native,
 
 }  // namespace
 
-std::vector<FolderStatus> StatFolders(const std::vector<AbsoluteIRI>& folders) {
-    std::vector<FolderStatus> taken(folders.size());
-    tbb::parallel_for(std::size_t{0}, folders.size(), [&](std::size_t i) {
-        os::FileStatus status;
-        try {
-            const std::string native =
-                text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folders[i]));
-            if (os::System().Stat(native, status) == 0 && status.IsFolder())
-                taken[i] = {true, StampOf(status)};
-        } catch (const foundation::storage::vfs::Exception&) {
-        }
-    });
-    return taken;
-}
-
-bool FolderScanner::Unchanged(const FolderEntry& main, const FolderStatus* taken) {
-    // Most folders have no special subfolders: when their stat was taken, their native path is
-    // not needed.
-    if (taken != nullptr && main.SubEntries().empty() && main.GetFileTable()->Specials().empty()) {
-        if (!taken->folder || taken->stamp != main.GetStamp())
-            return false;
-    } else {
-        std::string native;
-        try {
-            native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(main.GetLocation()));
-        } catch (const foundation::storage::vfs::Exception&) {
-            return false;
-        }
-        if (!SearchPath::Unchanged(main, native, taken))
-            return false;
+bool FolderScanner::Unchanged(const FolderEntry& main) {
+    std::string native;
+    try {
+        native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(main.GetLocation()));
+    } catch (const foundation::storage::vfs::Exception&) {
+        return false;
     }
+    if (!SearchPath::Unchanged(main, native))
+        return false;
     // A main entry reached through a symbolic link must still lead to the same folder.
-    const AbsoluteIRI& canonical = main.GetCanonicalAbsoluteIRI().getIRI();
+    const AbsoluteIRI canonical = main.GetCanonicalAbsoluteIRI().getIRI();
     if (canonical == main.GetLocation())
         return true;
     os::FileStatus target;

@@ -374,19 +374,15 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Scan(const std::vector<Abs
 std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
     const std::vector<AbsoluteIRI>& folders,
     const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
-    const EntryCache* cache, std::size_t fresh, const std::vector<FolderStatus>* taken) {
+    const EntryCache* cache, std::size_t fresh) {
     std::vector<AbsoluteIRI> unique;
     unique.reserve(folders.size());
-    std::vector<const FolderStatus*> takenOf;  // of each unique folder
     boost::unordered_flat_set<AbsoluteIRI, IriHash> seen;
     seen.reserve(folders.size());
     ScanReport duplicates;
-    for (std::size_t f = 0; f < folders.size(); ++f) {
-        const auto& folder = folders[f];
+    for (const auto& folder : folders) {
         if (seen.insert(folder).second) {
             unique.push_back(folder);
-            if (taken != nullptr)
-                takenOf.push_back(&(*taken)[f]);
         } else {
             duplicates.Add(ScanProblem{ScanProblem::Kind::Duplicate, folder, 0});
         }
@@ -417,8 +413,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
         }
     }
     tbb::parallel_for(std::size_t{0}, unique.size(), [&](std::size_t i) {
-        if (entries[i] && !checked[i] &&
-            !FolderScanner::Unchanged(*entries[i], taken != nullptr ? takenOf[i] : nullptr))
+        if (entries[i] && !checked[i] && !FolderScanner::Unchanged(*entries[i]))
             entries[i] = nullptr;
     });
     std::vector<AbsoluteIRI> stale;

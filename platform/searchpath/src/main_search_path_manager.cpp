@@ -4,7 +4,6 @@
 #include <type_traits>
 #include <utility>
 
-#include <tbb/task_group.h>
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include <foundation/storage/vfs/exceptions.hpp>
@@ -121,25 +120,11 @@ MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options 
     : m_options(std::move(options)) {
     auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
     const auto load = std::exchange(m_options.loadKnownEntries, {});
-    // The folders are checked against the disk while their known entries are read: the stats
-    // and the reading each leave the other's processor idle at times.
-    std::vector<FolderStatus> taken;
-    tbb::task_group statting;
-    if (load && m_options.statWhileLoading)
-        statting.run([&] { taken = StatFolders(*unique); });
-    std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>> known;
-    try {
-        known = std::make_shared<const std::vector<std::shared_ptr<const FolderEntry>>>(
-            load ? load(*unique) : std::exchange(m_options.knownEntries, {}));
-    } catch (...) {
-        statting.wait();
-        throw;
-    }
-    statting.wait();
+    const auto known = std::make_shared<const std::vector<std::shared_ptr<const FolderEntry>>>(
+        load ? load(*unique) : std::exchange(m_options.knownEntries, {}));
     m_cache.Retain(known);
     ScanReport report;
-    auto path = MainSearchPath::Revalidate(*unique, *known, report, &m_cache, 0,
-                                           taken.empty() ? nullptr : &taken);
+    auto path = MainSearchPath::Revalidate(*unique, *known, report, &m_cache);
     m_cache.Retain(EntriesOf(path));
     m_state = MakeState(std::move(unique), std::move(path), std::move(report));
 }

@@ -99,17 +99,6 @@ class VELMORA_SEARCHPATH_EXPORT EntryCache {
     mutable std::atomic<int> m_searches{0};
 };
 
-// FolderStatus: what one stat of a folder's location found, taken ahead of a revalidation so that
-// the stats overlap other work of a start: whether a folder is there, and its stamp.
-struct FolderStatus {
-    bool folder = false;
-    FolderStamp stamp;
-};
-
-// StatFolders: the status of each of `folders`, side by side.
-VELMORA_SEARCHPATH_EXPORT std::vector<FolderStatus> StatFolders(
-    const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
-
 class VELMORA_SEARCHPATH_EXPORT FolderScanner {
   public:
     explicit FolderScanner(const EntryCache* cache = nullptr) : m_cache(cache) {}
@@ -127,8 +116,7 @@ class VELMORA_SEARCHPATH_EXPORT FolderScanner {
 
     // Unchanged: whether the folder of `main`, and every folder of its tree, is still as it was
     // read (one stat each, the same stamps), so that the entry can stand for it without a scan.
-    // `taken`, when given, is the status of the main folder's location taken earlier.
-    static bool Unchanged(const FolderEntry& main, const FolderStatus* taken = nullptr);
+    static bool Unchanged(const FolderEntry& main);
 
   private:
     const EntryCache* m_cache;

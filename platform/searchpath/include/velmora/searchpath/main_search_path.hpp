@@ -59,12 +59,10 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     // (those of a path cache): a known entry whose folders all keep their stamps stands for its
     // folder at one stat per folder, and only the other folders are scanned. The first `fresh`
     // known entries were read just now by this process, and stand for their folders unchecked.
-    // `taken`, when given, holds the status of each of `folders` (StatFolders), taken earlier.
     static std::shared_ptr<const MainSearchPath> Revalidate(
         const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
         const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
-        const EntryCache* cache = nullptr, std::size_t fresh = 0,
-        const std::vector<FolderStatus>* taken = nullptr);
+        const EntryCache* cache = nullptr, std::size_t fresh = 0);
 
     ~MainSearchPath() override;
 

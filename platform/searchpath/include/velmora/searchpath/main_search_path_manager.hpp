@@ -65,9 +65,6 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
         // folders can share their locations.
         std::function<std::vector<std::shared_ptr<const FolderEntry>>(const FolderList&)>
             loadKnownEntries;
-        // Whether to stat the path's folders while loadKnownEntries reads: worth it when most
-        // folders will be known, wasted when none will.
-        bool statWhileLoading = false;
     };
 
     // Open: the manager of the path saved in the options' path definition file, or of the default
