@@ -42,6 +42,8 @@ std::shared_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
     MainSearchPathManager::Options managerOptions;
     if (!location.empty()) {
         managerOptions.pathDefinition.emplace(location);
+        if (purpose == Purpose::Change)
+            managerOptions.pathDefinition->KeepLastReading();
         managerOptions.pathDefinition->SetSlowLockNotice([location] {
             Fail(fmt::format("waiting for another change of {} to finish", location));
         });

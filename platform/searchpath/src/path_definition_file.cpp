@@ -395,8 +395,12 @@ std::string ReadFailure(int err) {
 
 }  // namespace
 
-PathDefinitionFile::PathDefinitionFile(std::string nativePath)
-    : m_path(std::move(nativePath)), m_lastReading(std::make_shared<LastReading>()) {}
+PathDefinitionFile::PathDefinitionFile(std::string nativePath) : m_path(std::move(nativePath)) {}
+
+void PathDefinitionFile::KeepLastReading() {
+    if (!m_lastReading)
+        m_lastReading = std::make_shared<LastReading>();
+}
 
 std::string PathDefinitionFile::DefaultLocation() {
     if (const char* chosen = std::getenv("VPATH_PATHDEF"); chosen != nullptr && *chosen != '\0')
@@ -419,7 +423,7 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
         return contents;
     }
     contents.outcome = Outcome::Loaded;
-    if (const auto known = m_lastReading->Of(bytes)) {
+    if (const auto known = m_lastReading ? m_lastReading->Of(bytes) : nullptr) {
         contents.folders = known->folders;
         return contents;
     }
@@ -445,9 +449,11 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
         contents.folders.clear();
         return contents;
     }
-    reading->folders = contents.folders;
-    reading->bytes = std::move(bytes);
-    m_lastReading->Keep(std::move(reading));
+    if (m_lastReading) {
+        reading->folders = contents.folders;
+        reading->bytes = std::move(bytes);
+        m_lastReading->Keep(std::move(reading));
+    }
     return contents;
 }
 
@@ -494,7 +500,9 @@ bool PathDefinitionFile::Save(const std::vector<AbsoluteIRI>& folders,
     if (err == 0) {
         RemoveStaleTemporaries(target);
         err = ReplaceAtomically(
-            target, exists ? Relayout(old, folders, m_lastReading->Of(old).get()) : Format(folders),
+            target,
+            exists ? Relayout(old, folders, m_lastReading ? m_lastReading->Of(old).get() : nullptr)
+                   : Format(folders),
             exists ? &status : nullptr);
     }
     if (err != 0) {

@@ -111,6 +111,12 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
     // a second for the lock, so that a user can learn why a change takes its time.
     void SetSlowLockNotice(std::function<void()> notice) { m_slowLockNotice = std::move(notice); }
 
+    // KeepLastReading: from now on, what the last reading of the file worked out is kept, so that
+    // reading the same bytes again (a change reads the file again under its lock, and once more
+    // before saving over it) parses nothing. Off by default: a path of many folders holds a few
+    // megabytes of it, which only a change uses.
+    void KeepLastReading();
+
     // What a reading of the file worked out, kept for the next reading of the same bytes.
     struct Reading;
 
@@ -119,9 +125,7 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
 
     std::string m_path;
     std::function<void()> m_slowLockNotice;
-    // A change reads the file again under its lock and once more before saving over it; while no
-    // one else changed it, those readings find the bytes already parsed.
-    std::shared_ptr<LastReading> m_lastReading;
+    std::shared_ptr<LastReading> m_lastReading;  // null unless KeepLastReading was called
 };
 
 }  // namespace Velmora::SearchPath
