@@ -146,6 +146,38 @@ TEST_F(Manager, KeepsFoldersOnThePathThatHaveGoneAndReusesUnchangedEntries) {
     }
 }
 
+// A change makes its path from the one before it, without reading the folders that stay: each
+// path it makes holds what a scan of its folders holds, a special subfolder put on the path beside
+// its folder included.
+TEST_F(Manager, EachChangeHoldsWhatAScanOfItsFoldersHolds) {
+    tree.File("a/+pkg/fp.vl");
+    tree.File("a/private/fq.vl");
+    MainSearchPathManager manager(I({"a", "b"}), Saved());
+    const std::vector<List> paths = {
+        I({"c", "a", "b"}), I({"c", "a", "b", "a/+pkg"}), I({"b", "a"}), I({"b", "a", "a/private"}),
+        I({"a"}),
+    };
+    for (const auto& folders : paths) {
+        SCOPED_TRACE(::testing::PrintToString(folders.size()));
+        Notification messages;
+        if (folders.size() > manager.GetPathFolderIRIs()->size())
+            manager.ApplyPathAfterAdding(folders, messages);
+        else
+            manager.ApplyPathAfterRemoving(folders, messages);
+        ASSERT_TRUE(messages.empty());
+        Velmora::SearchPath::ScanReport report;
+        const auto scanned = Velmora::SearchPath::MainSearchPath::Scan(folders, report);
+        const auto path = manager.GetSnapshot();
+        EXPECT_EQ(path->GetFileCount(), scanned->GetFileCount());
+        ASSERT_EQ(path->GetFolderEntries().size(), scanned->GetFolderEntries().size());
+        for (std::size_t i = 0; i < path->GetFolderEntries().size(); ++i) {
+            EXPECT_EQ(path->GetFolderEntries()[i]->GetLocation(),
+                      scanned->GetFolderEntries()[i]->GetLocation());
+        }
+        EXPECT_EQ(path->GetEntryCount(), scanned->GetEntryCount());
+    }
+}
+
 TEST_F(Manager, TellsObserversOfEachChangeWithThePathBeforeAndAfter) {
     MainSearchPathManager manager(I({"a"}), {});
     std::vector<std::pair<PathChangeKind, std::size_t>> heard;

@@ -375,6 +375,13 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
     const std::vector<AbsoluteIRI>& folders,
     const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
     const EntryCache* cache, std::size_t fresh) {
+    return Create(RevalidateEntries(folders, known, report, cache, fresh));
+}
+
+std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntries(
+    const std::vector<AbsoluteIRI>& folders,
+    const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
+    const EntryCache* cache, std::size_t fresh) {
     std::vector<AbsoluteIRI> unique;
     unique.reserve(folders.size());
     boost::unordered_flat_set<AbsoluteIRI, IriHash> seen;
@@ -428,7 +435,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
     for (std::size_t k = 0; k < scanned.size(); ++k)
         entries[staleAt[k]] = std::move(scanned[k]);
     report.Append(duplicates);
-    return Create(std::move(entries));
+    return entries;
 }
 
 std::size_t MainSearchPath::GetEntryCount() const noexcept {

@@ -171,7 +171,10 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
     // The folders that stay keep their entries: they were read at this start or kept fresh since,
     // and listing them again would make a change of one folder cost the whole path.
     const auto& staying = old->path->GetFolderEntries();
-    auto path = MainSearchPath::Revalidate(folders, staying, report, &m_cache, staying.size());
+    // The new path's name index is built when a lookup first asks: a change rarely looks up.
+    auto path = MainSearchPath::Rearrange(
+        *old->path,
+        MainSearchPath::RevalidateEntries(folders, staying, report, &m_cache, staying.size()));
     ScanReport warnings;
     bool refused = false;
     for (const auto& problem : report.Problems()) {

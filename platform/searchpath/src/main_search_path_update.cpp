@@ -3,6 +3,10 @@
 
 #include <velmora/searchpath/main_search_path.hpp>
 
+#include <boost/unordered/unordered_flat_set.hpp>
+
+#include <velmora/pathmanagement/search_target.hpp>
+
 namespace Velmora::SearchPath {
 namespace {
 
@@ -56,6 +60,44 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Update(
     // when first asked for.
     std::shared_ptr<MainSearchPath> path(new MainSearchPath());
     path->m_mainFolders = std::move(folders);
+    path->m_fileCount = files;
+    return path;
+}
+
+std::shared_ptr<const MainSearchPath> MainSearchPath::Rearrange(
+    const MainSearchPath& previous, std::vector<std::shared_ptr<const FolderEntry>> mainEntries) {
+    std::erase(mainEntries, nullptr);
+    const auto& old = previous.m_mainFolders;
+    // The runs of the same entries in the same places at the front and the back are the same
+    // files; only the entries between them can differ.
+    std::size_t front = 0;
+    while (front < old.size() && front < mainEntries.size() && old[front] == mainEntries[front])
+        ++front;
+    std::size_t back = 0;
+    while (back < old.size() - front && back < mainEntries.size() - front &&
+           old[old.size() - 1 - back] == mainEntries[mainEntries.size() - 1 - back]) {
+        ++back;
+    }
+    boost::unordered_flat_set<const FolderEntry*> gone;
+    for (std::size_t i = front; i < old.size() - back; ++i)
+        gone.insert(old[i].get());
+    std::size_t files = previous.m_fileCount;
+    for (std::size_t i = front; i < mainEntries.size() - back; ++i) {
+        const FolderEntry& entry = *mainEntries[i];
+        if (gone.erase(&entry))
+            continue;
+        // A new folder with a special name may be a special subfolder of another folder on the
+        // path, which Create leaves out: that path is made whole.
+        if (PathManagement::GetPathEntryTypeFromBaseName(entry.GetName()) !=
+            PathEntryType::Ordinary) {
+            return Create(std::move(mainEntries));
+        }
+        files += FilesIn(entry);
+    }
+    for (const FolderEntry* entry : gone)
+        files -= FilesIn(*entry);
+    std::shared_ptr<MainSearchPath> path(new MainSearchPath());
+    path->m_mainFolders = std::move(mainEntries);
     path->m_fileCount = files;
     return path;
 }

@@ -55,11 +55,25 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     static std::shared_ptr<const MainSearchPath> Update(const MainSearchPath& previous,
                                                         const std::vector<Replacement>& replaced);
 
+    // Rearrange: the path of `mainEntries`, nearly all of them `previous`'s own, as Create would
+    // make it; its name index is built on its first lookup, as Update's is. A change of a long
+    // path (folders added, taken off, moved) thus costs in proportion to the folders it touches
+    // when nothing is looked up. REQUIRES: no two entries are of one folder (as Revalidate gives).
+    static std::shared_ptr<const MainSearchPath> Rearrange(
+        const MainSearchPath& previous,
+        std::vector<std::shared_ptr<const FolderEntry>> mainEntries);
+
     // Revalidate: Scan, starting from `known`, the main entries of an earlier scan in path order
     // (those of a path cache): a known entry whose folders all keep their stamps stands for its
     // folder at one stat per folder, and only the other folders are scanned. The first `fresh`
     // known entries were read just now by this process, and stand for their folders unchecked.
     static std::shared_ptr<const MainSearchPath> Revalidate(
+        const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+        const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
+        const EntryCache* cache = nullptr, std::size_t fresh = 0);
+    // RevalidateEntries: the main entries that Revalidate makes its path of, one per folder in
+    // order (repeated folders left out), null for a folder that cannot be used.
+    static std::vector<std::shared_ptr<const FolderEntry>> RevalidateEntries(
         const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
         const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
         const EntryCache* cache = nullptr, std::size_t fresh = 0);
