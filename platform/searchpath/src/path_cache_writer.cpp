@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
+#include <span>
 #include <stdexcept>
 
 #include <fmt/format.h>
@@ -411,23 +412,30 @@ std::size_t Items(const FolderEntry& entry) {
 bool CacheWorthSaving(const FolderEntryList& saved, const FolderEntryList& entries) {
     if (SameEntries(saved, entries))
         return false;
+    // Only entries between the runs of the same objects at the front and the back can be unsaved
+    // or gone; and a path holds at least an item per entry, so a few of them decide nothing.
+    std::size_t front = 0;
+    while (front < saved.size() && front < entries.size() && saved[front] == entries[front])
+        ++front;
+    std::size_t back = 0;
+    while (back < saved.size() - front && back < entries.size() - front &&
+           saved[saved.size() - 1 - back] == entries[entries.size() - 1 - back]) {
+        ++back;
+    }
+    const auto middle = [&](const FolderEntryList& list) {
+        return std::span(list).subspan(front, list.size() - front - back);
+    };
     boost::unordered_flat_set<const FolderEntry*> unused;
-    unused.reserve(saved.size());
-    for (const auto& entry : saved) {
+    for (const auto& entry : middle(saved)) {
         if (entry)
             unused.insert(entry.get());
     }
-    std::size_t all = 0;
     std::size_t unsaved = 0;
     // The folders listed anew: the cache holds an older listing of some of them.
     boost::unordered_flat_set<AbsoluteIRI> relisted;
-    for (const auto& entry : entries) {
-        if (!entry)
-            continue;
-        const std::size_t items = Items(*entry);
-        all += items;
-        if (!unused.erase(entry.get())) {
-            unsaved += items;
+    for (const auto& entry : middle(entries)) {
+        if (entry && !unused.erase(entry.get())) {
+            unsaved += Items(*entry);
             relisted.insert(entry->GetLocation());
         }
     }
@@ -435,6 +443,13 @@ bool CacheWorthSaving(const FolderEntryList& saved, const FolderEntryList& entri
     for (const FolderEntry* gone : unused) {
         if (!relisted.contains(gone->GetLocation()))
             unsaved += Items(*gone);
+    }
+    if (unsaved * kUnsavedShareWorthSaving <= entries.size())
+        return false;
+    std::size_t all = 0;
+    for (const auto& entry : entries) {
+        if (entry)
+            all += Items(*entry);
     }
     return unsaved * kUnsavedShareWorthSaving > all;
 }

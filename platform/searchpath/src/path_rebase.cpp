@@ -196,17 +196,39 @@ void DropOtherNamesOf(FolderList& folders, const FolderList& added, const MainSe
     if (ids.empty())
         return;
     const boost::unordered_flat_set<AbsoluteIRI> isAdded(added.begin(), added.end());
-    boost::unordered_flat_map<AbsoluteIRI, FolderId> known;
-    for (const auto& entry : current.GetFolderEntries())
-        known.emplace(entry->GetLocation(),
-                      FolderId{entry->GetStamp().device, entry->GetStamp().inode});
-    std::erase_if(folders, [&](const AbsoluteIRI& folder) {
-        if (isAdded.contains(folder))
-            return false;
-        const auto it = known.find(folder);
-        const auto id = it != known.end() ? std::optional<FolderId>(it->second) : IdOf(folder);
-        return id && ids.contains(*id);
-    });
+    // The other names: folders with an entry by the entry's stamp, which costs no lookup of the
+    // path's folders; the few folders without one (missing when the path was read, or put on the
+    // path by another process since) by a stat. Those lie between the runs that the folders and
+    // the entries share at the front and at the back.
+    boost::unordered_flat_set<AbsoluteIRI> others;
+    const auto& entries = current.GetFolderEntries();
+    for (const auto& entry : entries) {
+        const FolderId id{entry->GetStamp().device, entry->GetStamp().inode};
+        if (ids.contains(id) && !isAdded.contains(entry->GetLocation()))
+            others.insert(entry->GetLocation());
+    }
+    std::size_t front = 0;
+    while (front < folders.size() && front < entries.size() &&
+           folders[front] == entries[front]->GetLocation()) {
+        ++front;
+    }
+    std::size_t back = 0;
+    while (back < folders.size() - front && back < entries.size() - front &&
+           folders[folders.size() - 1 - back] ==
+               entries[entries.size() - 1 - back]->GetLocation()) {
+        ++back;
+    }
+    boost::unordered_flat_set<AbsoluteIRI> withEntry;
+    for (std::size_t i = front; i < entries.size() - back; ++i)
+        withEntry.insert(entries[i]->GetLocation());
+    for (std::size_t i = front; i < folders.size() - back; ++i) {
+        if (isAdded.contains(folders[i]) || withEntry.contains(folders[i]))
+            continue;
+        if (const auto id = IdOf(folders[i]); id && ids.contains(*id))
+            others.insert(folders[i]);
+    }
+    if (!others.empty())
+        std::erase_if(folders, [&](const AbsoluteIRI& folder) { return others.contains(folder); });
 }
 
 }  // namespace Velmora::SearchPath::detail
