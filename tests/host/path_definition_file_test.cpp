@@ -185,6 +185,14 @@ TEST_F(PathDefinition, ASaveChangesOnlyTheFolderLinesAndKeepsTheFileItsLinkAndIt
         ASSERT_TRUE(File().Save({folders[4], AbsoluteIRI(u"file:///end")}, problems));
         EXPECT_EQ(Read(real), "# mine\r\n\r\n# second\r\n# last\r\n/keep/3\r\n/end\r\n");
     }
+    {
+        // The folders that stay at the front keep their lines as written, and what lies between.
+        std::ofstream(real, std::ios::trunc) << "/a/./x\n# between\n/b\n";
+        ASSERT_TRUE(File().Save(
+            {AbsoluteIRI(u"file:///a/x"), AbsoluteIRI(u"file:///b"), AbsoluteIRI(u"file:///c")},
+            problems));
+        EXPECT_EQ(Read(real), "/a/./x\n# between\n/b\n/c\n");
+    }
 }
 
 TEST_F(PathDefinition, WhatIsNotASmallRegularFileIsRefusedAtOnce) {

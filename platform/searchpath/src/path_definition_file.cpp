@@ -192,6 +192,7 @@ std::vector<std::optional<AbsoluteIRI>> FoldersOfLines(const std::vector<Line>& 
 struct PathDefinitionFile::Reading {
     std::string bytes;
     std::vector<std::optional<AbsoluteIRI>> folderOf;  // of each line of `bytes`
+    std::vector<std::size_t> firstLines;               // the first line of each folder
     std::vector<AbsoluteIRI> folders;                  // the path they hold, each folder once
 };
 
@@ -224,23 +225,43 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     const std::string_view newline =
         !lines.empty() && lines.front().ending == "\r\n" ? "\r\n" : "\n";
 
-    boost::unordered_flat_map<AbsoluteIRI, std::ptrdiff_t> rankOf;
-    rankOf.reserve(folders.size());
-    for (std::size_t i = 0; i < folders.size(); ++i)
-        rankOf.emplace(folders[i], static_cast<std::ptrdiff_t>(i));
-    // The first line of each folder, in file order; later lines of the same folder are dropped.
-    std::vector<std::size_t> folderLines;
-    std::vector<std::ptrdiff_t> ranks;
-    boost::unordered_flat_set<AbsoluteIRI> seen;
-    seen.reserve(lines.size());
     const auto parsed = reading ? std::vector<std::optional<AbsoluteIRI>>() : FoldersOfLines(lines);
     const auto& folderOf = reading ? reading->folderOf : parsed;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (folderOf[i] && seen.insert(*folderOf[i]).second) {
-            const auto it = rankOf.find(*folderOf[i]);
-            folderLines.push_back(i);
-            ranks.push_back(it == rankOf.end() ? -1 : it->second);
+    // The first line of each folder, in file order; later lines of the same folder are dropped.
+    std::vector<std::size_t> firstLines;
+    if (!reading) {
+        boost::unordered_flat_set<AbsoluteIRI> seen;
+        seen.reserve(lines.size());
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            if (folderOf[i] && seen.insert(*folderOf[i]).second)
+                firstLines.push_back(i);
         }
+    }
+    const auto& folderLines = reading ? reading->firstLines : firstLines;
+    // Each of those folders' place in `folders`, -1 for one that goes. The runs that the two
+    // share at the front and at the back keep their places; only the folders between them are
+    // looked up.
+    const auto lineFolder = [&](std::size_t k) -> const AbsoluteIRI& {
+        return *folderOf[folderLines[k]];
+    };
+    std::vector<std::ptrdiff_t> ranks(folderLines.size(), -1);
+    std::size_t front = 0;
+    while (front < ranks.size() && front < folders.size() && lineFolder(front) == folders[front]) {
+        ranks[front] = static_cast<std::ptrdiff_t>(front);
+        ++front;
+    }
+    std::size_t back = 0;
+    while (back < ranks.size() - front && back < folders.size() - front &&
+           lineFolder(ranks.size() - 1 - back) == folders[folders.size() - 1 - back]) {
+        ranks[ranks.size() - 1 - back] = static_cast<std::ptrdiff_t>(folders.size() - 1 - back);
+        ++back;
+    }
+    boost::unordered_flat_map<AbsoluteIRI, std::ptrdiff_t> rankOf;
+    for (std::size_t i = front; i < folders.size() - back; ++i)
+        rankOf.emplace(folders[i], static_cast<std::ptrdiff_t>(i));
+    for (std::size_t k = front; k < ranks.size() - back; ++k) {
+        if (const auto it = rankOf.find(lineFolder(k)); it != rankOf.end())
+            ranks[k] = it->second;
     }
     const std::vector<bool> anchored = detail::Anchors(ranks);
     std::vector<bool> keepLine(lines.size(), true);
@@ -443,6 +464,7 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
             contents.outcome = Outcome::Failed;
         } else if (seen.insert(*folder).second) {
             contents.folders.push_back(*folder);
+            reading->firstLines.push_back(i);
         }
     }
     if (contents.outcome == Outcome::Failed) {
@@ -471,6 +493,11 @@ bool PathDefinitionFile::Save(const std::vector<AbsoluteIRI>& folders,
     const ustring file = text::FromNative(m_path);
     bool writable = true;
     for (const AbsoluteIRI& folder : folders) {
+        // Only an escape can stand for a line break, and a plain local location always converts:
+        // nearly every folder of a long path is one.
+        const ustring& text = folder.toString();
+        if (text.starts_with(u"file:///") && text.find(u'%') == ustring::npos)
+            continue;
         try {
             const ustring path = foundation::storage::vfs::fromAbsoluteIRI(folder);
             if (path.find(u'\n') != ustring::npos) {
