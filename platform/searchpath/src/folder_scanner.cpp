@@ -81,11 +81,11 @@ class TreeScan {
     std::shared_ptr<const FolderEntry> Main(const AbsoluteIRI& location,
                                             const std::string& native) {
         os::FileStatus status;
-        if (const auto cached =
-                m_cache ? m_cache->Find(location, PathEntryType::Ordinary) : nullptr;
-            cached && SameFolder(*cached, native, status)) {
+        // Looked up once: a lookup may search every entry the cache holds.
+        const auto cached = m_cache ? m_cache->Find(location, PathEntryType::Ordinary) : nullptr;
+        if (cached && SameFolder(*cached, native, status)) {
             return Folder(location, native, cached->GetCanonicalAbsoluteIRI(),
-                          PathEntryType::Ordinary, &status);
+                          PathEntryType::Ordinary, &status, &cached);
         }
         std::string resolved;
         if (const int err = os::System().RealPath(native, resolved); err != 0) {
@@ -95,15 +95,18 @@ class TreeScan {
             foundation::storage::vfs::toAbsoluteIRI(
                 u"file", fl::filesystem::path(text::FromNative(resolved))),
             location.toString());
-        return Folder(location, native, canonical, PathEntryType::Ordinary);
+        return Folder(location, native, canonical, PathEntryType::Ordinary, nullptr, &cached);
     }
 
-    std::shared_ptr<const FolderEntry> Folder(const AbsoluteIRI& location,
-                                              const std::string& native,
-                                              const CanonicalAbsoluteIRI& canonical,
-                                              PathEntryType kind,
-                                              const os::FileStatus* known = nullptr) {
-        const auto cached = m_cache ? m_cache->Find(location, kind) : nullptr;
+    // `lookedUp`, when given, is what the cache holds at the location for the kind.
+    std::shared_ptr<const FolderEntry> Folder(
+        const AbsoluteIRI& location, const std::string& native,
+        const CanonicalAbsoluteIRI& canonical, PathEntryType kind,
+        const os::FileStatus* known = nullptr,
+        const std::shared_ptr<const FolderEntry>* lookedUp = nullptr) {
+        const auto cached = lookedUp != nullptr ? *lookedUp
+                            : m_cache           ? m_cache->Find(location, kind)
+                                                : nullptr;
         std::shared_ptr<const FileTable> files;
         FolderStamp stamp;
         if (cached) {
@@ -304,7 +307,7 @@ std::shared_ptr<const FolderEntry> Search(
         if (!main)
             continue;
         // A main entry is kept as an ordinary folder, whatever its name.
-        if (kind == PathEntryType::Ordinary && main->GetAbsoluteIRI() == location)
+        if (kind == PathEntryType::Ordinary && main->GetLocation() == location)
             return main;
         if (main->SubEntries().empty())
             continue;
@@ -313,7 +316,7 @@ std::shared_ptr<const FolderEntry> Search(
             const FolderEntry* entry = pending.back();
             pending.pop_back();
             for (const auto& sub : entry->SubEntries()) {
-                if (sub->GetPathEntryType() == kind && sub->GetAbsoluteIRI() == location)
+                if (sub->GetPathEntryType() == kind && sub->GetLocation() == location)
                     return sub;
                 pending.push_back(sub.get());
             }

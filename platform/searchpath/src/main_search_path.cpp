@@ -399,17 +399,33 @@ std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntrie
     // Each match that is unchanged is taken as it is.
     std::vector<std::shared_ptr<const FolderEntry>> entries(unique.size());
     std::vector<char> checked(unique.size(), 0);
+    // Where the known entries are all of one kind, each folder's at most once (all read just now,
+    // or all from a cache), the run they share with the folders at the back is matched first: a
+    // folder added at the front then costs no lookup of the others.
+    std::size_t back = 0;
+    if (fresh == 0 || fresh >= known.size()) {
+        while (back < unique.size() && back < known.size()) {
+            const auto& entry = known[known.size() - 1 - back];
+            const std::size_t i = unique.size() - 1 - back;
+            if (!entry || entry->GetLocation() != unique[i])
+                break;
+            checked[i] = fresh != 0;
+            entries[i] = entry;
+            ++back;
+        }
+    }
+    const std::size_t knownEnd = known.size() - back;
     std::size_t next = 0;
     boost::unordered_flat_map<const AbsoluteIRI*, std::size_t, IriPointerHash, IriPointerEqual>
         byLocation;
-    for (std::size_t i = 0; i < unique.size() && next < known.size(); ++i) {
+    for (std::size_t i = 0; i < unique.size() - back && next < knownEnd; ++i) {
         if (known[next] && known[next]->GetLocation() == unique[i]) {
             checked[i] = next < fresh;
             entries[i] = known[next++];
             continue;
         }
         if (byLocation.empty()) {
-            for (std::size_t k = 0; k < known.size(); ++k) {
+            for (std::size_t k = 0; k < knownEnd; ++k) {
                 if (known[k])
                     byLocation.emplace(&known[k]->GetLocation(), k);
             }
