@@ -298,8 +298,20 @@ const MainSearchPath::Index* MainSearchPath::IndexSlot::Build() const {
     return m_index.get();
 }
 
+struct MainSearchPath::FolderPlaces {
+    boost::unordered_flat_map<AbsoluteIRI, std::size_t, IriHash> placeOf;
+};
+
 std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     std::vector<std::shared_ptr<const FolderEntry>> mainEntries) {
+    return Create(std::move(mainEntries), nullptr);
+}
+
+// With `places`, the main entries are one per folder, each at its folder's place, and no two of
+// one folder: only a special subfolder can stand where a later main entry does, and only the
+// special subfolders are looked up.
+std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
+    std::vector<std::shared_ptr<const FolderEntry>> mainEntries, const FolderPlaces* places) {
     std::shared_ptr<MainSearchPath> path(new MainSearchPath());
     auto index = std::make_unique<Index>();
     // One walk over the entries, which on a large path are far apart in memory: each is visited
@@ -309,13 +321,20 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     std::vector<std::uint32_t> unsavedSlots;  // those whose names the index must hold itself
     // Every location on the path so far: a main entry already there is left out.
     boost::unordered_flat_set<const AbsoluteIRI*, IriPointerHash, IriPointerEqual> seen;
-    seen.reserve(mainEntries.size());
+    std::vector<char> taken;  // with `places`: the places that a special subfolder holds
+    if (places != nullptr)
+        taken.assign(mainEntries.size(), 0);
+    else
+        seen.reserve(mainEntries.size());
     index->slots.reserve(mainEntries.size());
     std::vector<std::pair<const std::shared_ptr<const FolderEntry>*, std::uint32_t>> stack;
     std::size_t kept = 0;
-    for (auto& main : mainEntries) {
-        if (!main || !seen.insert(&main->GetLocation()).second)
+    for (std::size_t place = 0; place < mainEntries.size(); ++place) {
+        auto& main = mainEntries[place];
+        if (!main ||
+            (places != nullptr ? taken[place] != 0 : !seen.insert(&main->GetLocation()).second)) {
             continue;
+        }
         const auto mainIndex = static_cast<std::uint32_t>(kept);
         if (&mainEntries[kept] != &main)
             mainEntries[kept] = std::move(main);
@@ -327,8 +346,13 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
             const auto slot = static_cast<std::uint32_t>(index->slots.size());
             const auto kind = (*entry)->GetPathEntryType();
             index->slots.push_back({*entry, mainIndex, parent, kind});
-            if (parent != kNone)
+            if (parent != kNone && places == nullptr) {
                 seen.insert(&(*entry)->GetLocation());
+            } else if (parent != kNone) {
+                const auto it = places->placeOf.find((*entry)->GetLocation());
+                if (it != places->placeOf.end() && it->second > place)
+                    taken[it->second] = 1;
+            }
             const auto& subs = (*entry)->SubEntries();
             for (auto it = subs.rbegin(); it != subs.rend(); ++it)
                 stack.emplace_back(&*it, slot);
@@ -375,20 +399,30 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
     const std::vector<AbsoluteIRI>& folders,
     const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
     const EntryCache* cache, std::size_t fresh) {
-    return Create(RevalidateEntries(folders, known, report, cache, fresh));
+    FolderPlaces places;
+    auto entries = RevalidateEntries(folders, known, report, cache, fresh, places);
+    return Create(std::move(entries), &places);
 }
 
 std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntries(
     const std::vector<AbsoluteIRI>& folders,
     const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
     const EntryCache* cache, std::size_t fresh) {
+    FolderPlaces places;
+    return RevalidateEntries(folders, known, report, cache, fresh, places);
+}
+
+std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntries(
+    const std::vector<AbsoluteIRI>& folders,
+    const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
+    const EntryCache* cache, std::size_t fresh, FolderPlaces& places) {
     std::vector<AbsoluteIRI> unique;
     unique.reserve(folders.size());
-    boost::unordered_flat_set<AbsoluteIRI, IriHash> seen;
+    auto& seen = places.placeOf;
     seen.reserve(folders.size());
     ScanReport duplicates;
     for (const auto& folder : folders) {
-        if (seen.insert(folder).second) {
+        if (seen.emplace(folder, unique.size()).second) {
             unique.push_back(folder);
         } else {
             duplicates.Add(ScanProblem{ScanProblem::Kind::Duplicate, folder, 0});

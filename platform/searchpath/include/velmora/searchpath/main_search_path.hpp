@@ -138,6 +138,14 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
   private:
     struct Index;
     struct FoldedIndex;
+    // Each folder of a path by its place in the folder list, one main entry per place.
+    struct FolderPlaces;
+    static std::shared_ptr<const MainSearchPath> Create(
+        std::vector<std::shared_ptr<const FolderEntry>> mainEntries, const FolderPlaces* places);
+    static std::vector<std::shared_ptr<const FolderEntry>> RevalidateEntries(
+        const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+        const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
+        const EntryCache* cache, std::size_t fresh, FolderPlaces& places);
     // The index: set by Create; a path that Update made builds it (and its method entries) when
     // it is first used, so that a refresh nobody looks up in costs nothing for it.
     class IndexSlot {
