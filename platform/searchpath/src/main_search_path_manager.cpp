@@ -113,12 +113,21 @@ std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options optio
     }
     if (!saved && options.defaultFolders)
         folders = options.defaultFolders();
+    // A saved path holds each folder once already.
+    if (saved) {
+        return std::unique_ptr<MainSearchPathManager>(new MainSearchPathManager(
+            std::make_shared<const FolderList>(std::move(folders)), std::move(options), Unique{}));
+    }
     return std::make_unique<MainSearchPathManager>(folders, std::move(options));
 }
 
 MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options options)
+    : MainSearchPathManager(std::make_shared<const FolderList>(FirstOccurrences(folders)),
+                            std::move(options), Unique{}) {}
+
+MainSearchPathManager::MainSearchPathManager(std::shared_ptr<const FolderList> unique,
+                                             Options options, Unique)
     : m_options(std::move(options)) {
-    auto unique = std::make_shared<const FolderList>(FirstOccurrences(folders));
     const auto load = std::exchange(m_options.loadKnownEntries, {});
     const auto known = std::make_shared<const std::vector<std::shared_ptr<const FolderEntry>>>(
         load ? load(*unique) : std::exchange(m_options.knownEntries, {}));

@@ -114,6 +114,9 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
 
   private:
     struct State;
+    // The manager of `unique`, a folder list that holds each folder once.
+    struct Unique {};
+    MainSearchPathManager(std::shared_ptr<const FolderList> unique, Options options, Unique);
     void Change(PathManagement::PathChangeKind kind, FolderList folders,
                 foundation::core::except::Notification& notification);
     std::shared_ptr<const State> MakeState(std::shared_ptr<const FolderList> folders,
