@@ -119,6 +119,23 @@ TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
     }
 }
 
+// A file whose last reading is kept tells that it still holds a path without parsing it again,
+// and never when the path or the file differ.
+TEST_F(PathDefinition, AKeptReadingTellsWhetherTheFileStillHoldsAPath) {
+    fs::create_directories(Location().parent_path());
+    std::ofstream(Location()) << "/a\n/b\n";
+    PathDefinitionFile file = File();
+    EXPECT_FALSE(file.Holds({AbsoluteIRI(u"file:///a"), AbsoluteIRI(u"file:///b")}));
+    file.KeepLastReading();
+    Notification problems;
+    const auto saved = file.Load(problems).folders;
+    EXPECT_TRUE(file.Holds(saved));
+    EXPECT_FALSE(file.Holds({saved[1], saved[0]}));
+    std::ofstream(Location(), std::ios::app) << "/c\n";
+    EXPECT_FALSE(file.Holds(saved));
+    EXPECT_EQ(file.Load(problems).folders.size(), 3u);
+}
+
 TEST_F(PathDefinition, AFailedSaveLeavesTheOldFileAndNoTemporaryFile) {
     const std::vector<AbsoluteIRI> after = {AbsoluteIRI(u"file:///new")};
     Notification ignored;

@@ -400,34 +400,38 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Revalidate(
     const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
     const EntryCache* cache, std::size_t fresh) {
     FolderPlaces places;
-    auto entries = RevalidateEntries(folders, known, report, cache, fresh, places);
+    auto entries = RevalidateEntries(folders, known, report, cache, fresh, &places);
     return Create(std::move(entries), &places);
 }
 
 std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntries(
     const std::vector<AbsoluteIRI>& folders,
     const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
-    const EntryCache* cache, std::size_t fresh) {
+    const EntryCache* cache, std::size_t fresh, bool foldersAreUnique) {
     FolderPlaces places;
-    return RevalidateEntries(folders, known, report, cache, fresh, places);
+    return RevalidateEntries(folders, known, report, cache, fresh,
+                             foldersAreUnique ? nullptr : &places);
 }
 
 std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntries(
     const std::vector<AbsoluteIRI>& folders,
     const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
-    const EntryCache* cache, std::size_t fresh, FolderPlaces& places) {
-    std::vector<AbsoluteIRI> unique;
-    unique.reserve(folders.size());
-    auto& seen = places.placeOf;
-    seen.reserve(folders.size());
+    const EntryCache* cache, std::size_t fresh, FolderPlaces* places) {
+    std::vector<AbsoluteIRI> deduplicated;
     ScanReport duplicates;
-    for (const auto& folder : folders) {
-        if (seen.emplace(folder, unique.size()).second) {
-            unique.push_back(folder);
-        } else {
-            duplicates.Add(ScanProblem{ScanProblem::Kind::Duplicate, folder, 0});
+    if (places != nullptr) {
+        auto& seen = places->placeOf;
+        seen.reserve(folders.size());
+        deduplicated.reserve(folders.size());
+        for (const auto& folder : folders) {
+            if (seen.emplace(folder, deduplicated.size()).second) {
+                deduplicated.push_back(folder);
+            } else {
+                duplicates.Add(ScanProblem{ScanProblem::Kind::Duplicate, folder, 0});
+            }
         }
     }
+    const std::vector<AbsoluteIRI>& unique = places != nullptr ? deduplicated : folders;
     // The known entries are matched to the folders in order, passing over folders that have none
     // (a folder missing when they were read); a path in another order is matched by location.
     // Each match that is unchanged is taken as it is.

@@ -182,8 +182,8 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
     const auto& staying = old->path->GetFolderEntries();
     // The new path's name index is built when a lookup first asks: a change rarely looks up.
     auto path = MainSearchPath::Rearrange(
-        *old->path,
-        MainSearchPath::RevalidateEntries(folders, staying, report, &m_cache, staying.size()));
+        *old->path, MainSearchPath::RevalidateEntries(folders, staying, report, &m_cache,
+                                                      staying.size(), true));
     ScanReport warnings;
     bool refused = false;
     for (const auto& problem : report.Problems()) {

@@ -433,6 +433,16 @@ std::string PathDefinitionFile::DefaultLocation() {
     return {};
 }
 
+bool PathDefinitionFile::Holds(const std::vector<AbsoluteIRI>& folders) const {
+    if (!m_lastReading)
+        return false;
+    std::string bytes;
+    if (os::System().ReadRegularFile(m_path, kMaxBytes, bytes) != 0)
+        return false;
+    const auto known = m_lastReading->Of(bytes);
+    return known && known->folders == folders;
+}
+
 PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) const {
     Contents contents;
     std::string bytes;

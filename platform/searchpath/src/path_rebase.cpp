@@ -131,6 +131,9 @@ FolderList RebaseChange(const FolderList& base, const FolderList& wanted,
 
 bool RebaseOnSavedFile(const PathDefinitionFile& file, FolderList& base, FolderList& wanted,
                        foundation::core::except::Notification& problems) {
+    // Nearly always, no one else changed the file: it holds what it held when it was read.
+    if (file.Holds(base))
+        return true;
     auto saved = file.Load(problems);
     if (saved.outcome == PathDefinitionFile::Outcome::Failed)
         return false;

@@ -73,10 +73,11 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
         const EntryCache* cache = nullptr, std::size_t fresh = 0);
     // RevalidateEntries: the main entries that Revalidate makes its path of, one per folder in
     // order (repeated folders left out), null for a folder that cannot be used.
+    // `foldersAreUnique` spares the search for repeated folders of a list known to have none.
     static std::vector<std::shared_ptr<const FolderEntry>> RevalidateEntries(
         const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
         const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
-        const EntryCache* cache = nullptr, std::size_t fresh = 0);
+        const EntryCache* cache = nullptr, std::size_t fresh = 0, bool foldersAreUnique = false);
 
     ~MainSearchPath() override;
 
@@ -145,7 +146,7 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     static std::vector<std::shared_ptr<const FolderEntry>> RevalidateEntries(
         const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
         const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
-        const EntryCache* cache, std::size_t fresh, FolderPlaces& places);
+        const EntryCache* cache, std::size_t fresh, FolderPlaces* places);
     // The index: set by Create; a path that Update made builds it (and its method entries) when
     // it is first used, so that a refresh nobody looks up in costs nothing for it.
     class IndexSlot {

@@ -73,6 +73,12 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
     // "VELMORA:pathdef:badLine" with its number, counting from 1.
     Contents Load(foundation::core::except::Notification& problems) const;
 
+    // Holds: whether the file still holds exactly `folders` as the last reading kept (see
+    // KeepLastReading) found them: its bytes are the ones last read, and they hold `folders`.
+    // False when that cannot be told cheaply (no reading kept, the file changed or cannot be
+    // read): Load then tells.
+    bool Holds(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders) const;
+
     // Save: replaces the file atomically by one that holds `folders`, keeping what the old file
     // held besides its folders (see above) and creating its folder if needed. Returns false, with
     // the reasons in `problems` and the old file in place, if a folder cannot be written
