@@ -15,6 +15,7 @@
 #include <velmora/pathmanagement/path_editing.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/searchpath/path_change_report.hpp>
+#include <velmora/searchpath/shared_runs.hpp>
 
 #include "change_report.hpp"
 #include "commands.hpp"
@@ -73,14 +74,7 @@ void PrintRemovedWithoutEntry(const std::vector<foundation::storage::vfs::Absolu
                               const std::vector<foundation::storage::vfs::AbsoluteIRI>& after) {
     // Only folders between the runs that both lists share at the front and at the back can have
     // left: a change of a long path touches a few.
-    std::size_t front = 0;
-    while (front < before.size() && front < after.size() && before[front] == after[front])
-        ++front;
-    std::size_t back = 0;
-    while (back < before.size() - front && back < after.size() - front &&
-           before[before.size() - 1 - back] == after[after.size() - 1 - back]) {
-        ++back;
-    }
+    const auto [front, back] = Velmora::SearchPath::SharedRuns(before, after);
     // By set, not by search: a path of many folders would make a search of each quadratic.
     const boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> kept(
         after.begin() + static_cast<std::ptrdiff_t>(front),

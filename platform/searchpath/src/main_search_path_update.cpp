@@ -2,6 +2,7 @@
 // read anew. A change event names a few folders; the path it lands in may hold a hundred thousand.
 
 #include <velmora/searchpath/main_search_path.hpp>
+#include <velmora/searchpath/shared_runs.hpp>
 
 #include <boost/unordered/unordered_flat_set.hpp>
 
@@ -70,14 +71,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Rearrange(
     const auto& old = previous.m_mainFolders;
     // The runs of the same entries in the same places at the front and the back are the same
     // files; only the entries between them can differ.
-    std::size_t front = 0;
-    while (front < old.size() && front < mainEntries.size() && old[front] == mainEntries[front])
-        ++front;
-    std::size_t back = 0;
-    while (back < old.size() - front && back < mainEntries.size() - front &&
-           old[old.size() - 1 - back] == mainEntries[mainEntries.size() - 1 - back]) {
-        ++back;
-    }
+    const auto [front, back] = SharedRuns(old, mainEntries);
     boost::unordered_flat_set<const FolderEntry*> gone;
     for (std::size_t i = front; i < old.size() - back; ++i)
         gone.insert(old[i].get());

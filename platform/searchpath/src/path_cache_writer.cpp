@@ -1,6 +1,7 @@
 // Writing the path cache: the format is in path_cache_format.hpp.
 
 #include <velmora/searchpath/path_cache.hpp>
+#include <velmora/searchpath/shared_runs.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -414,14 +415,7 @@ bool CacheWorthSaving(const FolderEntryList& saved, const FolderEntryList& entri
         return false;
     // Only entries between the runs of the same objects at the front and the back can be unsaved
     // or gone; and a path holds at least an item per entry, so a few of them decide nothing.
-    std::size_t front = 0;
-    while (front < saved.size() && front < entries.size() && saved[front] == entries[front])
-        ++front;
-    std::size_t back = 0;
-    while (back < saved.size() - front && back < entries.size() - front &&
-           saved[saved.size() - 1 - back] == entries[entries.size() - 1 - back]) {
-        ++back;
-    }
+    const auto [front, back] = SharedRuns(saved, entries);
     const auto middle = [&](const FolderEntryList& list) {
         return std::span(list).subspan(front, list.size() - front - back);
     };

@@ -1,4 +1,5 @@
 #include <velmora/searchpath/path_change_report.hpp>
+#include <velmora/searchpath/shared_runs.hpp>
 
 #include <velmora/pathmanagement/path_diff.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
@@ -22,14 +23,7 @@ bool DifferingMiddles(const PathManagement::IPath& before, const PathManagement:
         return false;
     const auto& x = a->GetFolderEntries();
     const auto& y = b->GetFolderEntries();
-    std::size_t front = 0;
-    while (front < x.size() && front < y.size() && x[front] == y[front])
-        ++front;
-    std::size_t back = 0;
-    while (back < x.size() - front && back < y.size() - front &&
-           x[x.size() - 1 - back] == y[y.size() - 1 - back]) {
-        ++back;
-    }
+    const auto [front, back] = SharedRuns(x, y);
     beforeMiddle.assign(x.begin() + static_cast<std::ptrdiff_t>(front),
                         x.end() - static_cast<std::ptrdiff_t>(back));
     afterMiddle.assign(y.begin() + static_cast<std::ptrdiff_t>(front),

@@ -1,4 +1,5 @@
 #include <velmora/searchpath/path_definition_file.hpp>
+#include <velmora/searchpath/shared_runs.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -244,18 +245,14 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     const auto lineFolder = [&](std::size_t k) -> const AbsoluteIRI& {
         return *folderOf[folderLines[k]];
     };
+    const auto [front, back] = SharedRuns(
+        folderLines, folders,
+        [&](std::size_t line, const AbsoluteIRI& folder) { return *folderOf[line] == folder; });
     std::vector<std::ptrdiff_t> ranks(folderLines.size(), -1);
-    std::size_t front = 0;
-    while (front < ranks.size() && front < folders.size() && lineFolder(front) == folders[front]) {
-        ranks[front] = static_cast<std::ptrdiff_t>(front);
-        ++front;
-    }
-    std::size_t back = 0;
-    while (back < ranks.size() - front && back < folders.size() - front &&
-           lineFolder(ranks.size() - 1 - back) == folders[folders.size() - 1 - back]) {
-        ranks[ranks.size() - 1 - back] = static_cast<std::ptrdiff_t>(folders.size() - 1 - back);
-        ++back;
-    }
+    for (std::size_t k = 0; k < front; ++k)
+        ranks[k] = static_cast<std::ptrdiff_t>(k);
+    for (std::size_t k = 1; k <= back; ++k)
+        ranks[ranks.size() - k] = static_cast<std::ptrdiff_t>(folders.size() - k);
     boost::unordered_flat_map<AbsoluteIRI, std::ptrdiff_t> rankOf;
     for (std::size_t i = front; i < folders.size() - back; ++i)
         rankOf.emplace(folders[i], static_cast<std::ptrdiff_t>(i));

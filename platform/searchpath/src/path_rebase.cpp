@@ -10,6 +10,7 @@
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/os/system.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
+#include <velmora/searchpath/shared_runs.hpp>
 
 namespace Velmora::SearchPath::detail {
 
@@ -146,14 +147,7 @@ bool RebaseOnSavedFile(const PathDefinitionFile& file, FolderList& base, FolderL
 }
 
 FolderList FoldersNotIn(const FolderList& after, const FolderList& before) {
-    std::size_t front = 0;
-    while (front < after.size() && front < before.size() && after[front] == before[front])
-        ++front;
-    std::size_t back = 0;
-    while (back < after.size() - front && back < before.size() - front &&
-           after[after.size() - 1 - back] == before[before.size() - 1 - back]) {
-        ++back;
-    }
+    const auto [front, back] = SharedRuns(after, before);
     const boost::unordered_flat_set<AbsoluteIRI> old(
         before.begin() + static_cast<std::ptrdiff_t>(front),
         before.end() - static_cast<std::ptrdiff_t>(back));
@@ -210,17 +204,10 @@ void DropOtherNamesOf(FolderList& folders, const FolderList& added, const MainSe
         if (ids.contains(id) && !isAdded.contains(entry->GetLocation()))
             others.insert(entry->GetLocation());
     }
-    std::size_t front = 0;
-    while (front < folders.size() && front < entries.size() &&
-           folders[front] == entries[front]->GetLocation()) {
-        ++front;
-    }
-    std::size_t back = 0;
-    while (back < folders.size() - front && back < entries.size() - front &&
-           folders[folders.size() - 1 - back] ==
-               entries[entries.size() - 1 - back]->GetLocation()) {
-        ++back;
-    }
+    const auto [front, back] =
+        SharedRuns(folders, entries, [](const AbsoluteIRI& folder, const auto& entry) {
+            return folder == entry->GetLocation();
+        });
     boost::unordered_flat_set<AbsoluteIRI> withEntry;
     for (std::size_t i = front; i < entries.size() - back; ++i)
         withEntry.insert(entries[i]->GetLocation());
