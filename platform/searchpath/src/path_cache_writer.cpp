@@ -415,9 +415,9 @@ bool CacheWorthSaving(const FolderEntryList& saved, const FolderEntryList& entri
         return false;
     // Only entries between the runs of the same objects at the front and the back can be unsaved
     // or gone; and a path holds at least an item per entry, so a few of them decide nothing.
-    const auto [front, back] = SharedRuns(saved, entries);
+    const auto runs = SharedRuns(saved, entries);
     const auto middle = [&](const FolderEntryList& list) {
-        return std::span(list).subspan(front, list.size() - front - back);
+        return std::span(list).subspan(runs.front, list.size() - runs.front - runs.back);
     };
     boost::unordered_flat_set<const FolderEntry*> unused;
     for (const auto& entry : middle(saved)) {
