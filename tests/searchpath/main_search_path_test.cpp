@@ -283,9 +283,38 @@ TEST_F(MainSearchPathTest, RepeatedFoldersAreReportedAndKeptOnce) {
     ASSERT_EQ(report.Problems().size(), 1u);
     EXPECT_EQ(report.Problems()[0].kind, ScanProblem::Kind::Duplicate);
     EXPECT_EQ(report.Problems()[0].location, tree.IRI("one"));
-    // A folder that an earlier folder already holds as a special subfolder is left out too.
-    const auto nested = MainSearchPath::Scan({tree.IRI("one"), tree.IRI("one/+pkg")}, report);
-    EXPECT_EQ(nested->GetMainEntries()->size(), 1u);
+}
+
+TEST_F(MainSearchPathTest, ASpecialFolderOnThePathIsReachedThroughItsHolderInEitherOrder) {
+    ScanReport report;
+    const auto one = MainSearchPath::Scan({tree.IRI("one")}, report);
+    for (const char* special : {"one/private", "one/resources", "one/+pkg/@Cls", "one/@Point"}) {
+        const auto alone = MainSearchPath::Scan({tree.IRI(special)}, report);
+        for (const bool first : {true, false}) {
+            SCOPED_TRACE(std::string(special) + (first ? " first" : " last"));
+            auto folders = std::vector{tree.IRI(special), tree.IRI("one")};
+            auto entries = std::vector{alone->GetFolderEntries()[0], one->GetFolderEntries()[0]};
+            if (!first) {
+                std::swap(folders[0], folders[1]);
+                std::swap(entries[0], entries[1]);
+            }
+            // Scanned at once, or its holder added to a path that held it alone.
+            for (const auto& both : {MainSearchPath::Scan(folders, report),
+                                     MainSearchPath::Rearrange(*alone, entries)}) {
+                EXPECT_THAT(Locations(*both->GetMainEntries(), tree), ElementsAre(u"one"));
+                EXPECT_EQ(both->GetEntryCount(), one->GetEntryCount());
+                EXPECT_EQ(Resolve(*both, tree, SearchScope(kPrimary), u"area", languageExtensions),
+                          "one/area.vl");
+                EXPECT_EQ(
+                    Resolve(*both, tree, SearchScope(kPrimary), u"secret", languageExtensions), "");
+            }
+        }
+    }
+    // Without its holder, the folder is searched as any folder put on the path.
+    const auto resources = MainSearchPath::Scan({tree.IRI("one/resources")}, report);
+    EXPECT_EQ(Resolve(*resources, tree, SearchScope(kPrimary), u"area", languageExtensions),
+              "one/resources/area.vl");
+    EXPECT_TRUE(report.empty());
 }
 
 TEST_F(MainSearchPathTest, NamesThatAreNotUtf8AreFoundByTheirExactBytes) {

@@ -65,7 +65,84 @@ struct SplitName {
     }
 };
 
+// Whether `entry`'s tree holds a special subfolder at `location`.
+bool TreeHolds(const FolderEntry& entry, const AbsoluteIRI& location) {
+    return std::any_of(entry.SubEntries().begin(), entry.SubEntries().end(), [&](const auto& sub) {
+        return sub->GetLocation() == location || TreeHolds(*sub, location);
+    });
+}
+
+bool SpecialName(const ustring& name) {
+    return PathManagement::GetPathEntryTypeFromBaseName(name) != PathEntryType::Ordinary;
+}
+
 }  // namespace
+
+struct MainSearchPath::FolderPlaces {
+    boost::unordered_flat_map<AbsoluteIRI, std::size_t, IriHash> placeOf;
+};
+
+std::vector<char> MainSearchPath::HeldMains(
+    const std::vector<std::shared_ptr<const FolderEntry>>& mains, const FolderPlaces* places) {
+    std::vector<std::size_t> special;
+    for (std::size_t i = 0; i < mains.size(); ++i) {
+        if (mains[i] && SpecialName(mains[i]->GetName()))
+            special.push_back(i);
+    }
+    std::vector<char> held;
+    if (special.empty())
+        return held;
+    // The folders that can hold a special folder: those above it up to the first one with an
+    // ordinary name, since only special folders hang beneath another folder's tree.
+    boost::unordered_flat_map<AbsoluteIRI, std::size_t, IriHash> holderAt;
+    for (const std::size_t i : special) {
+        AbsoluteIRI above = mains[i]->GetLocation();
+        for (;;) {
+            AbsoluteIRI parent = above.getParent();
+            if (parent == above)
+                break;
+            above = std::move(parent);
+            holderAt.emplace(above, SIZE_MAX);
+            if (!SpecialName(above.getName()))
+                break;
+        }
+    }
+    // Where they stand on the path, if they do.
+    if (places != nullptr) {
+        for (auto& [location, place] : holderAt) {
+            if (const auto it = places->placeOf.find(location); it != places->placeOf.end())
+                place = it->second;
+        }
+    } else {
+        for (std::size_t i = 0; i < mains.size(); ++i) {
+            if (!mains[i])
+                continue;
+            const auto it = holderAt.find(mains[i]->GetLocation());
+            if (it != holderAt.end() && it->second == SIZE_MAX)
+                it->second = i;
+        }
+    }
+    held.assign(mains.size(), 0);
+    for (const std::size_t i : special) {
+        const AbsoluteIRI& location = mains[i]->GetLocation();
+        AbsoluteIRI above = location.getParent();
+        for (;;) {
+            const auto it = holderAt.find(above);
+            if (it == holderAt.end())
+                break;
+            const std::size_t at = it->second;
+            if (at != SIZE_MAX && at != i && mains[at] && TreeHolds(*mains[at], location)) {
+                held[i] = 1;
+                break;
+            }
+            AbsoluteIRI parent = above.getParent();
+            if (parent == above)
+                break;
+            above = std::move(parent);
+        }
+    }
+    return held;
+}
 
 // A table of the path built once, on first use, by whichever thread asks first: most commands
 // never ask for most tables.
@@ -298,18 +375,15 @@ const MainSearchPath::Index* MainSearchPath::IndexSlot::Build() const {
     return m_index.get();
 }
 
-struct MainSearchPath::FolderPlaces {
-    boost::unordered_flat_map<AbsoluteIRI, std::size_t, IriHash> placeOf;
-};
-
 std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     std::vector<std::shared_ptr<const FolderEntry>> mainEntries) {
     return Create(std::move(mainEntries), nullptr);
 }
 
 // With `places`, the main entries are one per folder, each at its folder's place, and no two of
-// one folder: only a special subfolder can stand where a later main entry does, and only the
-// special subfolders are looked up.
+// one folder. A folder that another folder of the path holds as a special subfolder is left out
+// wherever it stands: it is reached through its holder only, so that each file is reached through
+// one entry and what a special folder means does not depend on the order of the path.
 std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     std::vector<std::shared_ptr<const FolderEntry>> mainEntries, const FolderPlaces* places) {
     std::shared_ptr<MainSearchPath> path(new MainSearchPath());
@@ -319,22 +393,21 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     std::size_t fileNames = 0;
     std::size_t unsaved = 0;
     std::vector<std::uint32_t> unsavedSlots;  // those whose names the index must hold itself
-    // Every location on the path so far: a main entry already there is left out.
+    const std::vector<char> held = HeldMains(mainEntries, places);
+    // Without `places`, the locations of the main entries so far: a repeated one is left out.
     boost::unordered_flat_set<const AbsoluteIRI*, IriPointerHash, IriPointerEqual> seen;
-    std::vector<char> taken;  // with `places`: the places that a special subfolder holds
-    if (places != nullptr)
-        taken.assign(mainEntries.size(), 0);
-    else
+    if (places == nullptr)
         seen.reserve(mainEntries.size());
     index->slots.reserve(mainEntries.size());
     std::vector<std::pair<const std::shared_ptr<const FolderEntry>*, std::uint32_t>> stack;
     std::size_t kept = 0;
     for (std::size_t place = 0; place < mainEntries.size(); ++place) {
         auto& main = mainEntries[place];
-        if (!main ||
-            (places != nullptr ? taken[place] != 0 : !seen.insert(&main->GetLocation()).second)) {
+        if (!main || (!held.empty() && held[place] != 0) ||
+            (places == nullptr && !seen.insert(&main->GetLocation()).second)) {
             continue;
         }
+        path->m_specialMains = path->m_specialMains || SpecialName(main->GetName());
         const auto mainIndex = static_cast<std::uint32_t>(kept);
         if (&mainEntries[kept] != &main)
             mainEntries[kept] = std::move(main);
@@ -346,13 +419,6 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
             const auto slot = static_cast<std::uint32_t>(index->slots.size());
             const auto kind = (*entry)->GetPathEntryType();
             index->slots.push_back({*entry, mainIndex, parent, kind});
-            if (parent != kNone && places == nullptr) {
-                seen.insert(&(*entry)->GetLocation());
-            } else if (parent != kNone) {
-                const auto it = places->placeOf.find((*entry)->GetLocation());
-                if (it != places->placeOf.end() && it->second > place)
-                    taken[it->second] = 1;
-            }
             const auto& subs = (*entry)->SubEntries();
             for (auto it = subs.rbegin(); it != subs.rend(); ++it)
                 stack.emplace_back(&*it, slot);

@@ -53,8 +53,9 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Update(
             files += FilesIn(*entry);
         old = entry;
     }
-    // A folder that left the path moves every one after it: that path is made whole.
-    if (!sameFolders)
+    // A folder that left the path moves every one after it, and a folder read anew may now hold
+    // or let go of a special folder that is on the path itself: those paths are made whole.
+    if (!sameFolders || previous.m_specialMains)
         return Create(std::move(folders));
 
     // The one copy of the main entries that a refresh makes; the IPath list of them is made from it
@@ -68,6 +69,9 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Update(
 std::shared_ptr<const MainSearchPath> MainSearchPath::Rearrange(
     const MainSearchPath& previous, std::vector<std::shared_ptr<const FolderEntry>> mainEntries) {
     std::erase(mainEntries, nullptr);
+    // Which folders a path of special folders leaves out can change with any change of it.
+    if (previous.m_specialMains)
+        return Create(std::move(mainEntries));
     const auto& old = previous.m_mainFolders;
     // The runs of the same entries in the same places at the front and the back are the same
     // files; only the entries between them can differ.

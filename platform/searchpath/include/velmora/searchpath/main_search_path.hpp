@@ -32,7 +32,9 @@ namespace Velmora::SearchPath {
 class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IPath {
   public:
     // Create: the path over entries already scanned, in path order. A main entry whose location is
-    // already on the path is left out (its first occurrence stays).
+    // already on the path is left out (its first occurrence stays), and so is one that another
+    // main entry holds as a special subfolder ("+", "@", private, resources), before or after it:
+    // such a folder is reached through its holder only, whatever the order.
     static std::shared_ptr<const MainSearchPath> Create(
         std::vector<std::shared_ptr<const FolderEntry>> mainEntries);
 
@@ -170,6 +172,11 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     };
     MainSearchPath();
 
+    // For each main entry, whether another one holds its folder as a special subfolder; empty
+    // when none can (no main entry has a special folder's name).
+    static std::vector<char> HeldMains(const std::vector<std::shared_ptr<const FolderEntry>>& mains,
+                                       const FolderPlaces* places);
+
     const FoldedIndex& Folded() const;
 
     std::vector<std::shared_ptr<const FolderEntry>> m_mainFolders;
@@ -178,6 +185,9 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     mutable PathManagement::SharedPathEntryVector m_mains;
     mutable PathManagement::PathEntryVector m_methods;  // filled with the index
     std::size_t m_fileCount = 0;
+    // Whether a main entry has a special folder's name: a change of such a path may change which
+    // folders their holders hold, and is made whole.
+    bool m_specialMains = false;
     IndexSlot m_index{*this};
     mutable std::once_flag m_foldedOnce;
     mutable std::unique_ptr<const FoldedIndex> m_folded;
