@@ -42,6 +42,28 @@ class SavedPath(unittest.TestCase):
         with open(self.pathdef, "rb") as f:
             return f.read()
 
+    def test_a_special_folder_added_with_its_holder_is_searched_through_it(self):
+        p = self.folder(b"P")
+        for name in (b"P/resources/r.vl", b"P/private/q.vl"):
+            self.folder(os.path.dirname(name))
+            open(os.path.join(self.root, name), "wb").close()
+        resources = os.path.join(p, b"resources")
+        self.assertEqual(self.vpath("add", "P")[0], 0)
+        # Saved and told, though the folder is searched through P as before.
+        status, out, err = self.vpath("add", "P/resources")
+        self.assertEqual((status, out), (0, b"added " + resources + b"\n"))
+        self.assertIn(b"resources folder", err)
+        self.assertEqual(self.vpath("which", "r")[0], 1)
+        # In the other order too: the holder added after it.
+        status, out, _ = self.vpath("rm", "P")
+        self.assertEqual((status, out.splitlines()),
+                         (0, [b"removed " + p, b"removed " + os.path.join(p, b"private")]))
+        self.assertEqual(self.vpath("which", "r")[1], os.path.join(resources, b"r.vl\n"))
+        self.assertEqual(self.vpath("add", "--end", "P")[0], 0)
+        self.assertEqual(self.vpath("which", "r")[0], 1)
+        status, out, _ = self.vpath("rm", "P/resources")
+        self.assertEqual((status, out), (0, b"removed " + resources + b"\n"))
+
     def test_concurrent_adds_and_removals_lose_nothing(self):
         workers, each = 8, 50
         names = [[b"w%d/f%02d" % (w, k) for k in range(each)] for w in range(workers)]

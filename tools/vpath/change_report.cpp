@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include <boost/unordered/unordered_flat_set.hpp>
 #include <nlohmann/json.hpp>
 
 #include "cli_context.hpp"
@@ -39,10 +40,27 @@ PathEntryVector InPathOrder(PathEntryVector entries, const IPath& after) {
     return entries;
 }
 
+// The entries of `entries` whose folders are not in `others`: a folder that leaves the path as the
+// special subfolder of a folder taken off and stays on it by its own name (or the other way round)
+// was neither added nor removed.
+PathEntryVector NotIn(const PathEntryVector& entries, const PathEntryVector& others) {
+    boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> locations;
+    for (const auto& e : others)
+        locations.insert(e->GetAbsoluteIRI());
+    PathEntryVector kept;
+    for (const auto& e : entries) {
+        if (!locations.contains(e->GetAbsoluteIRI()))
+            kept.push_back(e);
+    }
+    return kept;
+}
+
 }  // namespace
 
 void PrintChangeReport(const Velmora::SearchPath::PathChangeReport& report, const IPath& after,
                        bool json, const std::string& time) {
+    const PathEntryVector added = NotIn(*report.added, *report.removed);
+    const PathEntryVector removed = NotIn(*report.removed, *report.added);
     const PathEntryVector moved = InPathOrder(*report.reordered, after);
     if (json) {
         nlohmann::json out = {{"added", nlohmann::json::array()},
@@ -51,9 +69,9 @@ void PrintChangeReport(const Velmora::SearchPath::PathChangeReport& report, cons
                               {"refreshed", nlohmann::json::array()}};
         if (!time.empty())
             out["time"] = time;
-        for (const auto& e : *report.added)
+        for (const auto& e : added)
             out["added"].push_back(Folder(*e));
-        for (const auto& e : *report.removed)
+        for (const auto& e : removed)
             out["removed"].push_back(Folder(*e));
         for (const auto& e : moved)
             out["moved"].push_back(Folder(*e));
@@ -64,9 +82,9 @@ void PrintChangeReport(const Velmora::SearchPath::PathChangeReport& report, cons
         std::fwrite(text.data(), 1, text.size(), stdout);
         return;
     }
-    for (const auto& e : *report.added)
+    for (const auto& e : added)
         PrintLine(time, "added", DisplayBytes(e->GetAbsoluteIRI()));
-    for (const auto& e : *report.removed)
+    for (const auto& e : removed)
         PrintLine(time, "removed", DisplayBytes(e->GetAbsoluteIRI()));
     for (const auto& e : moved)
         PrintLine(time, "moved", DisplayBytes(e->GetAbsoluteIRI()));

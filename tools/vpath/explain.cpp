@@ -152,7 +152,7 @@ Explanation Explore(const Resolver& resolver, const detail::SearchTarget& target
     const ustring name = asked.substr(asked.find_last_of(Constants::PathnameSeparatorStr) + 1);
     resolver.Path().ForEachEntry(SearchScope(kEverything), [&](const PathEntryPtr& entry) {
         for (const auto& item : *entry->GetItems()) {
-            if (result.answer && item == result.answer->GetPathItem())
+            if (result.answer && SameFile(*item, *result.answer->GetPathItem()))
                 continue;
             if (auto miss = Classify(resolver.Path(), FoundItem(item, entry), name, target,
                                      result.answer)) {

@@ -97,15 +97,47 @@ void PrintRemovedWithoutEntry(const std::vector<foundation::storage::vfs::Absolu
     }
 }
 
+// A folder added that another folder of the path holds as a special subfolder is searched through
+// that folder and has no entry of its own: the change report does not name it, and it is told
+// here, unless the report named it as a special subfolder that came with its holder.
+void PrintAddedWithoutEntry(
+    const std::vector<foundation::storage::vfs::AbsoluteIRI>& before,
+    const std::vector<foundation::storage::vfs::AbsoluteIRI>& after,
+    const Velmora::SearchPath::MainSearchPath& afterPath,
+    const boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI>& reported) {
+    const auto [front, back] = Velmora::SearchPath::SharedRuns(before, after);
+    const boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> was(
+        before.begin() + static_cast<std::ptrdiff_t>(front),
+        before.end() - static_cast<std::ptrdiff_t>(back));
+    std::vector<foundation::storage::vfs::AbsoluteIRI> added;
+    for (std::size_t i = front; i < after.size() - back; ++i) {
+        if (!was.contains(after[i]) && !reported.contains(after[i]))
+            added.push_back(after[i]);
+    }
+    if (added.empty())
+        return;
+    boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> withEntry;
+    for (const auto& entry : afterPath.GetFolderEntries())
+        withEntry.insert(entry->GetLocation());
+    for (const auto& folder : added) {
+        if (!withEntry.contains(folder))
+            PrintLine("added " + DisplayBytes(folder));
+    }
+}
+
 // Runs a change of the saved path and prints what it did; any message means that nothing changed.
 template <class Edit>
 int RunChange(const PathOptions& pathOptions, Edit edit) {
     const auto manager = OpenManager(pathOptions, Purpose::Change);
     if (!manager)
         return kExitTrouble;
-    manager->AddPathChangeObserver([](const PathChange& change) {
-        PrintChangeReport(Velmora::SearchPath::ComparePaths(*change.before, *change.after),
-                          *change.after, false);
+    auto reported =
+        std::make_shared<boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI>>();
+    manager->AddPathChangeObserver([reported](const PathChange& change) {
+        const auto report = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
+        for (const auto& entry : *report.added)
+            reported->insert(entry->GetAbsoluteIRI());
+        PrintChangeReport(report, *change.after, false);
     });
     const auto before = manager->GetPathFolderIRIs();
     const auto beforePath = manager->GetSnapshot();
@@ -115,7 +147,9 @@ int RunChange(const PathOptions& pathOptions, Edit edit) {
         PrintMessages(messages);
         return kExitRefused;
     }
-    PrintRemovedWithoutEntry(*before, *beforePath, *manager->GetPathFolderIRIs());
+    const auto after = manager->GetPathFolderIRIs();
+    PrintAddedWithoutEntry(*before, *after, *manager->GetSnapshot(), *reported);
+    PrintRemovedWithoutEntry(*before, *beforePath, *after);
     PrintWarnings(*manager->GetWarnings());
     return kExitOk;
 }

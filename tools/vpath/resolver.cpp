@@ -49,10 +49,22 @@ std::vector<FoundItem> Resolver::All(const detail::SearchTarget& target) const {
         return all;
     all.push_back(*inUse);
     for (const auto& found : Candidates(target)) {
-        if (found.GetPathItem() != inUse->GetPathItem())
-            all.push_back(found);
+        // Each folder answers with its first extension; the others it holds are shadowed too, in
+        // the order of preference.
+        for (const ustring& extension : *target.extensions) {
+            const std::vector<ustring> one{extension};
+            const detail::SearchTarget only(*target.baseName, one);
+            auto item = found.GetPathEntry()->FindFile(only, kPolicy);
+            if (item && !SameFile(*item, *inUse->GetPathItem()))
+                all.emplace_back(std::move(item), found.GetPathEntry());
+        }
     }
     return all;
+}
+
+bool SameFile(const PathItem& a, const PathItem& b) {
+    return a.GetLocation() == b.GetLocation() && a.GetName() == b.GetName() &&
+           a.GetExtension() == b.GetExtension();
 }
 
 std::vector<FoundItem> Resolver::Candidates(const detail::SearchTarget& target) const {

@@ -15,6 +15,11 @@ namespace vpath_cli {
 // The policy of every lookup that the command makes.
 inline constexpr auto kPolicy = Velmora::PathManagement::FilenameMatchingPolicy::PlatformDefault;
 
+// SameFile: whether two items are one file (one folder, one name and extension), whichever entry
+// found them.
+bool SameFile(const Velmora::PathManagement::PathItem& a,
+              const Velmora::PathManagement::PathItem& b);
+
 class Resolver {
   public:
     // Names resolve on `path`, or as seen from a file in `from` when it is given.
@@ -36,7 +41,7 @@ class Resolver {
         const Velmora::PathManagement::detail::SearchTarget& target) const;
 
     // Every file the target can resolve to: the one in use first, then the shadowed ones in path
-    // order. Empty when nothing is in use.
+    // order, each folder's in the order of the target's extensions. Empty when nothing is in use.
     std::vector<Velmora::PathManagement::FoundItem> All(
         const Velmora::PathManagement::detail::SearchTarget& target) const;
 

@@ -9,6 +9,7 @@
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/os/system.hpp>
 #include <velmora/pathinterfaces/constants.hpp>
+#include <velmora/pathmanagement/search_target.hpp>
 
 #include "commands.hpp"
 #include "lookup_output.hpp"
@@ -25,7 +26,10 @@ struct ShadowsOptions {
 };
 
 // The names a plain lookup can resolve, in the order the path first defines them: the files of
-// the main entries with the language's extensions, and the class folders beneath them.
+// the main entries with the language's extensions, and the class folders beneath them. Each is
+// given as `which` takes it: a file whose name without its extension would be read as carrying an
+// extension of its own ("m.so" of "m.so.vl") is named with its extension, and only files of
+// exactly that name are its group.
 std::vector<ustring> Names(const IPath& path) {
     const auto& extensions = Constants::LanguageExtensions;
     std::vector<ustring> names;
@@ -36,10 +40,14 @@ std::vector<ustring> Names(const IPath& path) {
     };
     for (const auto& main : *path.GetMainEntries()) {
         for (const auto& item : *main->GetItems()) {
-            if (std::find(extensions.begin(), extensions.end(), item->GetExtension()) !=
+            if (std::find(extensions.begin(), extensions.end(), item->GetExtension()) ==
                 extensions.end()) {
-                add(item->GetName());
+                continue;
             }
+            const ustring stem = item->GetName();
+            const auto target =
+                CreateSearchTargetWithExtensionInFilenamePreferred(stem, extensions);
+            add(target.ownedExtensions ? item->GetFileName() : stem);
         }
         for (const auto& sub : *main->GetSubEntries()) {
             if (sub->GetPathEntryType() == PathEntryType::AtFolder)
@@ -62,7 +70,8 @@ int RunShadows(const ShadowsOptions& options, const PathOptions& pathOptions) {
     const Resolver resolver(*path, std::nullopt);
     std::string out;
     for (const ustring& name : Names(*path)) {
-        const detail::SearchTarget target(name, Constants::LanguageExtensions);
+        const auto target =
+            CreateSearchTargetWithExtensionInFilenamePreferred(name, Constants::LanguageExtensions);
         auto all = resolver.All(target);
         if (options.differ && all.size() > 1) {
             const auto inUse = Contents(*all.front().GetPathItem());
