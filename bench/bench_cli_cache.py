@@ -12,7 +12,7 @@ Cases (median wall time of R fresh processes; in the which rows the three comman
                       beside: a fresh python3 that walks the folders in path order with one
                       importlib FileFinder each (it lists the folder and tries .vlx, .vlp, .vl in
                       that order) until one finds NAME; a miss lists every folder
-                      and vpath's own cold scan (--no-cache)
+                      (wall time and processor time), and vpath's own cold scan (--no-cache)
   add one folder      vpath add DIR on the saved path, warm cache (then rm, untimed)
                       beside: appending one line to a copy of the path definition file + fsync
   diff                vpath diff OLD NEW of two saved paths that differ in a few folders, warm
@@ -23,6 +23,7 @@ of a warm and a cold which.
 
 import argparse
 import os
+import resource
 import shutil
 import statistics
 import subprocess
@@ -43,13 +44,20 @@ def timed(argv, env, repetitions, check=True):
 
 
 def timed_in_turn(commands, env, repetitions):
-    """The median wall time of each of `commands` (name => argv), run in turn, so that a change in
-    the machine's load falls on all of them alike."""
-    times = {name: [] for name in commands}
+    """The median wall time and the median processor time (user and system) of each of `commands`
+    (name => argv), run in turn, so that a change in the machine's load falls on all of them alike.
+    """
+    wall = {name: [] for name in commands}
+    processor = {name: [] for name in commands}
     for _ in range(repetitions):
         for name, argv in commands.items():
-            times[name].append(timed(argv, env, 1))
-    return {name: statistics.median(values) for name, values in times.items()}
+            before = resource.getrusage(resource.RUSAGE_CHILDREN)
+            wall[name].append(timed(argv, env, 1))
+            after = resource.getrusage(resource.RUSAGE_CHILDREN)
+            processor[name].append(after.ru_utime + after.ru_stime - before.ru_utime -
+                                   before.ru_stime)
+    return ({name: statistics.median(values) for name, values in wall.items()},
+            {name: statistics.median(values) for name, values in processor.items()})
 
 
 # The baseline's lookup: Python's import system on a path of folders, as it walks sys.path. A
@@ -147,10 +155,9 @@ def main():
             if ours != theirs:
                 sys.exit(f"bench_cli_cache: which {looked_up}: vpath answers {ours}, "
                          f"the FileFinder walk {theirs}")
-            medians = timed_in_turn({"floor": [stat_floor, pathdef],
-                                     "vpath": vpath + ["which", looked_up],
-                                     "python": walk + [looked_up]}, env, reps)
-            which_rows.append((label, medians))
+            which_rows.append((label, *timed_in_turn({"floor": [stat_floor, pathdef],
+                                                      "vpath": vpath + ["which", looked_up],
+                                                      "python": walk + [looked_up]}, env, reps)))
         cold = timed(vpath + ["--no-cache", "which", name], env, reps)
         warm = which_rows[0][1]["vpath"]
 
@@ -192,11 +199,14 @@ def main():
               f"median of {reps} runs, load average {os.getloadavg()[0]:.1f}")
         print("which, warm cache: vpath between the floor (a C++ process that stat()s each "
               "folder once)\nand a fresh python3 that walks the path with importlib FileFinders")
-        print(f"{'name':28} {'floor':>10} {'vpath':>10} {'Python':>10} {'vpath/floor':>12} "
-              f"{'vpath/Python':>13}")
-        for label, m in which_rows:
-            print(f"{label:28} {ms(m['floor']):>10} {ms(m['vpath']):>10} {ms(m['python']):>10} "
-                  f"{m['vpath'] / m['floor']:>11.2f}x {m['vpath'] / m['python']:>12.2f}x")
+        for kind, column in (("wall time", 1), ("processor time (user + system)", 2)):
+            print(f"{kind:28} {'floor':>10} {'vpath':>10} {'Python':>10} {'vpath/floor':>12} "
+                  f"{'vpath/Python':>13}")
+            for row in which_rows:
+                label, m = row[0], row[column]
+                print(f"  {label:26} {ms(m['floor']):>10} {ms(m['vpath']):>10} "
+                      f"{ms(m['python']):>10} {m['vpath'] / m['floor']:>11.2f}x "
+                      f"{m['vpath'] / m['python']:>12.2f}x")
         print()
         print(f"{'case':28} {'vpath':>12} {'baseline':>34} {'ratio':>8}")
         rows = [
