@@ -28,6 +28,9 @@ import sys
 import tempfile
 import time
 
+# Longer than the path cache's window for stamps too recent to trust.
+SETTLE_SECONDS = 2.5
+
 
 def write_pathdef(path, folders):
     with open(path, "w") as f:
@@ -163,6 +166,10 @@ def main():
         folders = subprocess.run([args.tree_tool, tree, f"--folders={args.folders}",
                                   f"--files={args.files}"], check=True, stdout=subprocess.PIPE,
                                  text=True).stdout.strip().split(":")
+        # A folder changed less than two seconds before the path cache is written has its stamp
+        # saved as unknown and is listed again at each start until a later write; a user's path is
+        # older than that, so the new tree settles before vpath first starts on it.
+        time.sleep(SETTLE_SECONDS)
         pathdef = os.path.join(scratch, "pathdef")
         write_pathdef(pathdef, folders)
         env = dict(os.environ, HOME=scratch, XDG_CACHE_HOME=os.path.join(scratch, "cache"),
