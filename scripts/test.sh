@@ -3,20 +3,41 @@
 # build, the sanitizer builds (AddressSanitizer with UndefinedBehaviorSanitizer, and
 # ThreadSanitizer), the Debian package used from a scratch root, and a short run of each fuzz
 # target.
+#
+#   scripts/test.sh --quick   the formatting check and the normal build with its tests only: a
+#                             first check that leaves out the slow sanitizer, package and fuzz runs
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+quick=false
+case "${1-}" in
+--quick) quick=true ;;
+"") ;;
+*)
+    echo "usage: scripts/test.sh [--quick]" >&2
+    exit 2
+    ;;
+esac
 
 scripts/install-deps.sh
 
 echo "== formatting"
 git ls-files -- '*.cpp' '*.hpp' '*.hpp.in' | xargs clang-format --dry-run --Werror
 
-for preset in default asan tsan; do
+presets=(default asan tsan)
+if $quick; then
+    presets=(default)
+fi
+for preset in "${presets[@]}"; do
     echo "== build and test: $preset"
     cmake --preset "$preset" >/dev/null
     cmake --build --preset "$preset"
     ctest --preset "$preset"
 done
+if $quick; then
+    echo "== quick check passed (scripts/test.sh without --quick runs the whole suite)"
+    exit 0
+fi
 
 echo "== Debian package"
 scripts/check-package.sh

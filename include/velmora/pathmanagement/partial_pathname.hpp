@@ -55,11 +55,12 @@ VELMORA_PATHMANAGEMENT_EXPORT PartialPathnameParts SplitPartialPathname(const us
 // private and resources folders may be passed over up to the first ordinary folder; a "+" folder
 // there makes it false. More parts than folders: false.
 //
-//   parts         location                      result
-//   {circle}      /tb/geometry/+shapes/circle    true
-//   {Polygon}     /tb/geometry/+shapes/@Polygon  false (+shapes is left unnamed)
-//   {+shapes}     /tb/geometry/+shapes           true, and so is {shapes}
-//   {private}     /tb/geometry/private           true
+//   parts              location                         result
+//   {shapes, Polygon}  /tb/geometry/+shapes/@Polygon    true ("+" and "@" left out)
+//   {Polygon}          /tb/geometry/+shapes/@Polygon    false (+shapes is left unnamed)
+//   {circle}           /tb/geometry/+shapes/circle      false (+shapes is left unnamed)
+//   {inner}            /tb/stats/@Sample/private/inner  true (begins below @Sample/private)
+//   {+shapes}          /tb/geometry/+shapes             true, and so is {shapes}
 VELMORA_PATHMANAGEMENT_EXPORT bool DoesPartialPathnameMatchPathEntryIRI(
     const PartialPathnameRange& parts, std::shared_ptr<const IPathEntry> entry,
     const FilenameMatchingPolicy& policy);
