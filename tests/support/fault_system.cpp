@@ -1,5 +1,7 @@
 #include "support/fault_system.hpp"
 
+#include <algorithm>
+
 namespace vpath_test {
 
 using Velmora::os::RealSystem;
@@ -13,12 +15,27 @@ void FaultSystem::Fail(Op op, std::string pathSuffix, int error) {
 }
 
 int FaultSystem::Calls(Op op) const {
-    return m_calls[static_cast<int>(op)].load();
+    return Calls(op, "");
+}
+
+int FaultSystem::Calls(Op op, const std::string& pathSuffix) const {
+    std::lock_guard lock(m_mutex);
+    return static_cast<int>(std::count_if(m_log.begin(), m_log.end(), [&](const auto& call) {
+        return call.first == op && call.second.ends_with(pathSuffix);
+    }));
+}
+
+bool FaultSystem::CalledAfter(Op later, Op earlier) const {
+    std::lock_guard lock(m_mutex);
+    const auto last = std::find_if(m_log.rbegin(), m_log.rend(),
+                                   [&](const auto& call) { return call.first == earlier; });
+    return last != m_log.rend() &&
+           std::any_of(m_log.rbegin(), last, [&](const auto& call) { return call.first == later; });
 }
 
 int FaultSystem::Check(Op op, const std::string& path) {
-    ++m_calls[static_cast<int>(op)];
     std::lock_guard lock(m_mutex);
+    m_log.emplace_back(op, path);
     for (const auto& rule : m_rules) {
         if (rule.op == op && path.ends_with(rule.suffix))
             return rule.error;
@@ -46,6 +63,12 @@ void Coarsen(Velmora::os::FileStatus& status, std::int64_t granularityNs) {
 
 void FaultSystem::ForceOverflow() {
     m_overflow.store(true);
+}
+
+void FaultSystem::StreamEvents(bool on) {
+    std::lock_guard lock(m_mutex);
+    m_streaming = on;
+    m_streamed.clear();
 }
 
 void FaultSystem::FreezeStamp(const std::string& pathSuffix) {
@@ -92,11 +115,26 @@ int FaultSystem::WatchAdd(int queue, const std::string& path, std::uint32_t mask
 }
 
 int FaultSystem::WatchRead(int queue, int timeoutMs, std::vector<Velmora::os::WatchEvent>& out) {
-    const int err = RealSystem().WatchRead(queue, timeoutMs, out);
-    if (err == 0 && !out.empty() && m_overflow.exchange(false)) {
-        out.assign(1, Velmora::os::WatchEvent{-1, Velmora::os::WatchOverflow, 0, {}});
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_streaming && !m_streamed.empty()) {
+            out = m_streamed;
+            return 0;
+        }
     }
-    return err;
+    const bool overflow = m_overflow.exchange(false);
+    const int err = RealSystem().WatchRead(queue, overflow ? 0 : timeoutMs, out);
+    // Losing is looked at once the read is over, so that a read under way loses what it finds.
+    if (overflow) {
+        out.assign(1, Velmora::os::WatchEvent{-1, Velmora::os::WatchOverflow, 0, {}});
+        m_losing.store(false);
+    } else if (m_losing.load()) {
+        out.clear();
+    }
+    std::lock_guard lock(m_mutex);
+    if (m_streaming && !out.empty())
+        m_streamed = out;
+    return overflow ? 0 : err;
 }
 
 int FaultSystem::RealPath(const std::string& path, std::string& out) {
