@@ -1,16 +1,14 @@
 """The saved path under concurrent and careless use: nothing that vpath add and rm save is lost."""
 
-import argparse
 import fcntl
 import os
-import subprocess
 import sys
 import tempfile
 import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-VPATH = None
+import cli_test
 
 HEADER = b"# vpath search path: one folder per line, searched first to last\n"
 
@@ -29,9 +27,7 @@ class SavedPath(unittest.TestCase):
         self.tmp.cleanup()
 
     def vpath(self, *args):
-        argv = [VPATH] + [a if isinstance(a, bytes) else a.encode() for a in args]
-        done = subprocess.run(argv, capture_output=True, cwd=self.root, env=self.env, timeout=120)
-        return done.returncode, done.stdout, done.stderr
+        return cli_test.run_raw(*args, cwd=self.root, env=self.env)
 
     def folder(self, name):
         path = os.path.join(self.root, name)
@@ -127,8 +123,4 @@ class SavedPath(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--vpath", required=True)
-    args, rest = parser.parse_known_args()
-    VPATH = args.vpath
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    cli_test.main()
