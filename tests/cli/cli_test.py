@@ -130,8 +130,8 @@ HEADER = b"# vpath search path: one folder per line, searched first to last\n"
 TOOLBOX = ["geometry", "stats", "utils"]
 
 
-class PathCommands(unittest.TestCase):
-    """vpath path, add, rm and split on a path definition file of the test's own."""
+class OwnPathDefinition:
+    """A fixture: a temporary folder and a path definition file of the test's own in it."""
 
     def setUp(self):
         self.tmp = tempfile.TemporaryDirectory()
@@ -154,6 +154,10 @@ class PathCommands(unittest.TestCase):
     def saved(self):
         with open(self.pathdef, "rb") as f:
             return f.read()
+
+
+class PathCommands(OwnPathDefinition, unittest.TestCase):
+    """vpath path, add, rm and split on a path definition file of the test's own."""
 
     def listed(self, env=None):
         status, out, err = self.vpath("path", env=env)

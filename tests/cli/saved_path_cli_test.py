@@ -3,40 +3,20 @@
 import fcntl
 import os
 import sys
-import tempfile
 import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
 import cli_test
+from cli_test import HEADER
 
-HEADER = b"# vpath search path: one folder per line, searched first to last\n"
 
-
-class SavedPath(unittest.TestCase):
+class SavedPath(cli_test.OwnPathDefinition, unittest.TestCase):
     def setUp(self):
-        self.tmp = tempfile.TemporaryDirectory()
-        self.root = os.fsencode(os.path.realpath(self.tmp.name))
-        self.pathdef = os.path.join(self.root, b"cfg", b"pathdef")
+        super().setUp()
         os.makedirs(os.path.dirname(self.pathdef))
         with open(self.pathdef, "wb") as f:
             f.write(HEADER)
-        self.env = dict(os.environ, VPATH_PATHDEF=os.fsdecode(self.pathdef))
-
-    def tearDown(self):
-        self.tmp.cleanup()
-
-    def vpath(self, *args):
-        return cli_test.run_raw(*args, cwd=self.root, env=self.env)
-
-    def folder(self, name):
-        path = os.path.join(self.root, name)
-        os.makedirs(path, exist_ok=True)
-        return path
-
-    def saved(self):
-        with open(self.pathdef, "rb") as f:
-            return f.read()
 
     def test_concurrent_adds_and_removals_lose_nothing(self):
         workers, each = 8, 50

@@ -95,6 +95,8 @@ class FaultSystem final : public Velmora::os::ISystem {
     };
     int Check(Op op, const std::string& path);
     std::string PathOf(int descriptor) const;
+    // Track: keeps the path that a descriptor was made for, once `err` tells it was made.
+    int Track(const std::string& path, int descriptor, int err);
     void Freeze(const std::string& path, Velmora::os::FileStatus& status);
 
     mutable std::mutex m_mutex;
