@@ -1,6 +1,8 @@
 // The session's event manager: who hears what, in which order, and on which thread.
 
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -58,28 +60,40 @@ TEST(EventMgr, AnObserverMayDropItsOwnSubscription) {
     EXPECT_EQ(calls, 1);
 }
 
+// A delivery on another thread works on the observers of its moment: one dropped meanwhile is
+// not called, and one dropped while it runs is waited for.
 TEST(EventMgr, ADroppedObserverIsNeverCalledAgainWhileOthersNotify) {
     const auto events = createLocalEventMgr(SessionEmId);
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> notifiers;
-    for (int i = 0; i < 3; ++i) {
-        notifiers.emplace_back([&] {
-            while (!stop.load())
-                events->notify(OtherEvent{}, DeliverMode{0});
-        });
-    }
-    for (int round = 0; round < 200; ++round) {
-        // Not atomic on purpose: ThreadSanitizer sees a call that outlives the subscription.
-        bool dropped = false;
-        auto subscription =
-            events->subscribe<OtherEvent>([&](const auto&) { EXPECT_FALSE(dropped); });
-        std::this_thread::yield();
-        subscription.reset();
+    std::mutex mutex;
+    std::condition_variable wake;
+    bool running = false, release = false, dropped = false;
+    int laterCalls = 0;
+    auto first = events->subscribe<OtherEvent>([&](const auto&) {
+        std::unique_lock lock(mutex);
+        running = true;
+        wake.notify_all();
+        wake.wait(lock, [&] { return release; });
+        EXPECT_FALSE(dropped) << "the drop did not wait for the call under way";
+    });
+    auto later = events->subscribe<OtherEvent>([&](const auto&) { ++laterCalls; });
+    std::thread notifier([&] { events->notify(OtherEvent{}, DeliverMode{0}); });
+    std::unique_lock lock(mutex);
+    wake.wait(lock, [&] { return running; });
+    later.reset();
+    std::thread dropper([&] {
+        first.reset();
+        std::lock_guard done(mutex);
         dropped = true;
-    }
-    stop.store(true);
-    for (auto& t : notifiers)
-        t.join();
+        wake.notify_all();
+    });
+    // A drop that does not wait ends within this second; one that waits cannot end before release.
+    wake.wait_for(lock, std::chrono::seconds(1), [&] { return dropped; });
+    release = true;
+    wake.notify_all();
+    lock.unlock();
+    notifier.join();
+    dropper.join();
+    EXPECT_EQ(laterCalls, 0);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -38,13 +36,6 @@ class ScriptedFactory final : public IPathEntryFactory {
 };
 
 const AbsoluteIRI kRoot(u"file:///srv/tb");
-
-std::string Contents(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
 
 TEST(WriteToolboxPathCache, WritesWhatTheFactoryWritesAndLeavesNothingOnFailure) {
     const std::string big(1 << 20, 'x');  // larger than the stream's buffer
@@ -93,7 +84,7 @@ TEST(WriteToolboxPathCache, WritesWhatTheFactoryWritesAndLeavesNothingOnFailure)
         }
         EXPECT_EQ(std::filesystem::exists(file), c.fileLeft);
         if (c.fileLeft) {
-            EXPECT_EQ(Contents(file), c.content);
+            EXPECT_EQ(vpath_test::ReadAll(file), c.content);
         }
     }
 }
@@ -104,7 +95,7 @@ TEST(WriteToolboxPathCache, SecondWriteReplacesTheFirstWhole) {
                           ScriptedFactory([](ofstream& s) { s << "a much longer first cache"; }));
     WriteToolboxPathCache(tree.IRI("tb.cache"), kRoot,
                           ScriptedFactory([](ofstream& s) { s << "second"; }));
-    EXPECT_EQ(Contents(tree.Path("tb.cache")), "second");
+    EXPECT_EQ(vpath_test::ReadAll(tree.Path("tb.cache")), "second");
 }
 
 TEST(WriteToolboxPathCache, UnusableLocationsAreReportedAndCreateNothing) {
@@ -135,7 +126,6 @@ TEST(UnableToSaveToolboxCacheException, ClonesAndRethrowsItsOwnType) {
     const UnableToSaveToolboxCacheException original;
     const auto copy = original.clone();
     EXPECT_THROW(copy->rethrow(), UnableToSaveToolboxCacheException);
-    EXPECT_STREQ(original.what(), "internal error");
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 // The walk up from a changed location, through the session's real event manager.
 
-#include <mutex>
-#include <stdexcept>
 #include <string>
 #include <vector>
 

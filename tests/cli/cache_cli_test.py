@@ -1,14 +1,12 @@
 """The vpath command's path cache: a start from the cache sees what changed on disk, the cache
 follows changes of the path, and `vpath cache` and --no-cache do what they say."""
 
-import argparse
 import os
 import subprocess
-import sys
 import tempfile
 import unittest
 
-VPATH = None
+import cli_test
 
 
 class PathCache(unittest.TestCase):
@@ -29,7 +27,7 @@ class PathCache(unittest.TestCase):
         self.scratch.cleanup()
 
     def vpath(self, *args):
-        done = subprocess.run([VPATH, *args], capture_output=True, text=True, env=self.env,
+        done = subprocess.run([cli_test.VPATH, *args], capture_output=True, text=True, env=self.env,
                               timeout=60)
         return done.returncode, done.stdout, done.stderr
 
@@ -63,7 +61,7 @@ class PathCache(unittest.TestCase):
         self.vpath("which", "area")
         [cache] = self.caches()
         written = os.stat(os.path.join(self.cache_folder, cache)).st_ino
-        watch = subprocess.Popen([VPATH, "watch", "--count", "1"], env=self.env,
+        watch = subprocess.Popen([cli_test.VPATH, "watch", "--count", "1"], env=self.env,
                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         n = 0
         while watch.poll() is None and n < 300:
@@ -116,8 +114,4 @@ class PathCache(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--vpath", required=True)
-    args, rest = parser.parse_known_args()
-    VPATH = args.vpath
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    cli_test.main()

@@ -7,16 +7,15 @@ cache and a warm cache. A special folder whose holder is on the path is reached 
 holder only, so the answers must be those of the path without it, wherever it stands.
 """
 
-import argparse
 import json
 import os
 import random
 import subprocess
-import sys
 import tempfile
 import unittest
 
-VPATH = None
+import cli_test
+
 STEMS = ["f", "g", "K", "m.so"]
 EXTENSIONS = [".vlx", ".vlp", ".vl", ".txt"]
 SPECIALS = ["private", "resources", "+pkg", "@K", "+pkg/@K", "@K/private"]
@@ -24,7 +23,7 @@ SEEDS = range(24)
 
 
 def vpath(env, *args, stdin=b""):
-    done = subprocess.run([VPATH, *args], input=stdin, capture_output=True, env=env, timeout=60)
+    done = subprocess.run([cli_test.VPATH, *args], input=stdin, capture_output=True, env=env, timeout=60)
     return done.returncode, done.stdout
 
 
@@ -143,8 +142,4 @@ class SpecialFoldersOnThePath(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--vpath", required=True)
-    args, rest = parser.parse_known_args()
-    VPATH = args.vpath
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    cli_test.main()

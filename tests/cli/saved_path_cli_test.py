@@ -1,46 +1,22 @@
 """The saved path under concurrent and careless use: nothing that vpath add and rm save is lost."""
 
-import argparse
 import fcntl
 import os
-import subprocess
 import sys
-import tempfile
 import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-VPATH = None
+import cli_test
+from cli_test import HEADER
 
-HEADER = b"# vpath search path: one folder per line, searched first to last\n"
 
-
-class SavedPath(unittest.TestCase):
+class SavedPath(cli_test.OwnPathDefinition, unittest.TestCase):
     def setUp(self):
-        self.tmp = tempfile.TemporaryDirectory()
-        self.root = os.fsencode(os.path.realpath(self.tmp.name))
-        self.pathdef = os.path.join(self.root, b"cfg", b"pathdef")
+        super().setUp()
         os.makedirs(os.path.dirname(self.pathdef))
         with open(self.pathdef, "wb") as f:
             f.write(HEADER)
-        self.env = dict(os.environ, VPATH_PATHDEF=os.fsdecode(self.pathdef))
-
-    def tearDown(self):
-        self.tmp.cleanup()
-
-    def vpath(self, *args):
-        argv = [VPATH] + [a if isinstance(a, bytes) else a.encode() for a in args]
-        done = subprocess.run(argv, capture_output=True, cwd=self.root, env=self.env, timeout=120)
-        return done.returncode, done.stdout, done.stderr
-
-    def folder(self, name):
-        path = os.path.join(self.root, name)
-        os.makedirs(path, exist_ok=True)
-        return path
-
-    def saved(self):
-        with open(self.pathdef, "rb") as f:
-            return f.read()
 
     def test_a_special_folder_added_with_its_holder_is_searched_through_it(self):
         p = self.folder(b"P")
@@ -149,8 +125,4 @@ class SavedPath(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--vpath", required=True)
-    args, rest = parser.parse_known_args()
-    VPATH = args.vpath
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    cli_test.main()

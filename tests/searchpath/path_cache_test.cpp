@@ -135,12 +135,6 @@ class PathCache : public vpath_test::TempTreeTest {
         std::ofstream(tree.Path("path.cache"), std::ios::binary | std::ios::trunc)
             << PathCacheFactory(path.GetFolderEntries(), later).Encode(kRoot);
     }
-    std::string CacheBytes() const {
-        std::ifstream in(tree.Path("path.cache"), std::ios::binary);
-        std::ostringstream out;
-        out << in.rdbuf();
-        return out.str();
-    }
 
     std::vector<AbsoluteIRI> folders;
 };
@@ -226,6 +220,17 @@ TEST_F(PathCache, AnotherPathFromTheSameCacheAnswersAsAScan) {
     }
 }
 
+// "area.vl.2945" has the index tag of "area.vl" and sorts before it in their bucket (a path of
+// few names has one bucket): only the whole name may answer.
+TEST_F(PathCache, ANameSharingTheIndexTagOfALongerOneIsToldApart) {
+    tree.File("tag/area.vl.2945");
+    folders = {tree.IRI("tag"), tree.IRI("two")};
+    const auto scanned = Scan();
+    Save(*scanned);
+    EXPECT_EQ(Answers(*MainSearchPath::Create(LoadPathCache(tree.IRI("path.cache"), kRoot))),
+              Answers(*scanned));
+}
+
 TEST_F(PathCache, ChangeInTheTickOfWritingIsSeenOnCoarseFileSystems) {
     FaultSystem coarse;
     coarse.CoarsenFolderTimes(1'000'000'000);  // whole seconds, folder sizes unknown
@@ -243,7 +248,7 @@ using Velmora::SearchPath::path_cache_internal::Reseal;
 TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
     const auto scanned = Scan();
     Save(*scanned);
-    const std::string good = CacheBytes();
+    const std::string good = vpath_test::ReadAll(tree.Path("path.cache"));
     const std::string expected = Answers(*scanned);
     std::string why;
     ASSERT_FALSE(ParsePathCache(good, kRoot, why).empty()) << why;

@@ -1,7 +1,5 @@
 // What a change of the path did, from two states that share their unchanged entries.
 
-#include <algorithm>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

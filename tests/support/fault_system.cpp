@@ -1,5 +1,7 @@
 #include "support/fault_system.hpp"
 
+#include <algorithm>
+
 namespace vpath_test {
 
 using Velmora::os::RealSystem;
@@ -13,17 +15,40 @@ void FaultSystem::Fail(Op op, std::string pathSuffix, int error) {
 }
 
 int FaultSystem::Calls(Op op) const {
-    return m_calls[static_cast<int>(op)].load();
+    return Calls(op, "");
+}
+
+int FaultSystem::Calls(Op op, const std::string& pathSuffix) const {
+    std::lock_guard lock(m_mutex);
+    return static_cast<int>(std::count_if(m_log.begin(), m_log.end(), [&](const auto& call) {
+        return call.first == op && call.second.ends_with(pathSuffix);
+    }));
+}
+
+bool FaultSystem::CalledAfter(Op later, Op earlier) const {
+    std::lock_guard lock(m_mutex);
+    const auto last = std::find_if(m_log.rbegin(), m_log.rend(),
+                                   [&](const auto& call) { return call.first == earlier; });
+    return last != m_log.rend() &&
+           std::any_of(m_log.rbegin(), last, [&](const auto& call) { return call.first == later; });
 }
 
 int FaultSystem::Check(Op op, const std::string& path) {
-    ++m_calls[static_cast<int>(op)];
     std::lock_guard lock(m_mutex);
+    m_log.emplace_back(op, path);
     for (const auto& rule : m_rules) {
         if (rule.op == op && path.ends_with(rule.suffix))
             return rule.error;
     }
     return 0;
+}
+
+int FaultSystem::Track(const std::string& path, int descriptor, int err) {
+    if (err == 0) {
+        std::lock_guard lock(m_mutex);
+        m_descriptors[descriptor] = path;
+    }
+    return err;
 }
 
 std::string FaultSystem::PathOf(int descriptor) const {
@@ -33,6 +58,12 @@ std::string FaultSystem::PathOf(int descriptor) const {
 }
 
 namespace {
+
+// The error of the check, or else what the real call gives.
+template <class Real>
+int Or(int err, Real real) {
+    return err != 0 ? err : real();
+}
 
 void Coarsen(Velmora::os::FileStatus& status, std::int64_t granularityNs) {
     if (granularityNs == 0 || !status.IsFolder())
@@ -46,6 +77,12 @@ void Coarsen(Velmora::os::FileStatus& status, std::int64_t granularityNs) {
 
 void FaultSystem::ForceOverflow() {
     m_overflow.store(true);
+}
+
+void FaultSystem::StreamEvents(bool on) {
+    std::lock_guard lock(m_mutex);
+    m_streaming = on;
+    m_streamed.clear();
 }
 
 void FaultSystem::FreezeStamp(const std::string& pathSuffix) {
@@ -86,65 +123,65 @@ int FaultSystem::ListFolder(const std::string& path, Velmora::os::FolderListing&
 }
 
 int FaultSystem::WatchAdd(int queue, const std::string& path, std::uint32_t mask, int& watch) {
-    if (const int err = Check(Op::WatchAdd, path))
-        return err;
-    return RealSystem().WatchAdd(queue, path, mask, watch);
+    return Or(Check(Op::WatchAdd, path),
+              [&] { return RealSystem().WatchAdd(queue, path, mask, watch); });
 }
 
 int FaultSystem::WatchRead(int queue, int timeoutMs, std::vector<Velmora::os::WatchEvent>& out) {
-    const int err = RealSystem().WatchRead(queue, timeoutMs, out);
-    if (err == 0 && !out.empty() && m_overflow.exchange(false)) {
-        out.assign(1, Velmora::os::WatchEvent{-1, Velmora::os::WatchOverflow, 0, {}});
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_streaming && !m_streamed.empty()) {
+            out = m_streamed;
+            return 0;
+        }
     }
-    return err;
+    const bool overflow = m_overflow.exchange(false);
+    const int err = RealSystem().WatchRead(queue, overflow ? 0 : timeoutMs, out);
+    // Losing is looked at once the read is over, so that a read under way loses what it finds.
+    if (overflow) {
+        out.assign(1, Velmora::os::WatchEvent{-1, Velmora::os::WatchOverflow, 0, {}});
+        m_losing.store(false);
+    } else if (m_losing.load()) {
+        out.clear();
+    }
+    std::lock_guard lock(m_mutex);
+    if (m_streaming && !out.empty())
+        m_streamed = out;
+    return overflow ? 0 : err;
 }
 
 int FaultSystem::RealPath(const std::string& path, std::string& out) {
-    if (const int err = Check(Op::RealPath, path))
-        return err;
-    return RealSystem().RealPath(path, out);
+    return Or(Check(Op::RealPath, path), [&] { return RealSystem().RealPath(path, out); });
 }
 
 int FaultSystem::CurrentFolder(std::string& out) {
-    if (const int err = Check(Op::CurrentFolder, ""))
-        return err;
-    return RealSystem().CurrentFolder(out);
+    return Or(Check(Op::CurrentFolder, ""), [&] { return RealSystem().CurrentFolder(out); });
 }
 
 int FaultSystem::ReadFile(const std::string& path, std::string& out) {
-    if (const int err = Check(Op::ReadFile, path))
-        return err;
-    return RealSystem().ReadFile(path, out);
+    return Or(Check(Op::ReadFile, path), [&] { return RealSystem().ReadFile(path, out); });
 }
 
 int FaultSystem::ReadRegularFile(const std::string& path, std::uint64_t maxBytes,
                                  std::string& out) {
-    if (const int err = Check(Op::ReadFile, path))
-        return err;
-    return RealSystem().ReadRegularFile(path, maxBytes, out);
+    return Or(Check(Op::ReadFile, path),
+              [&] { return RealSystem().ReadRegularFile(path, maxBytes, out); });
 }
 
 int FaultSystem::CreateFileExclusive(const std::string& path, int& descriptor) {
-    if (const int err = Check(Op::CreateFileExclusive, path))
-        return err;
-    const int err = RealSystem().CreateFileExclusive(path, descriptor);
-    if (err == 0) {
-        std::lock_guard lock(m_mutex);
-        m_descriptors[descriptor] = path;
-    }
-    return err;
+    return Track(path, descriptor, Or(Check(Op::CreateFileExclusive, path), [&] {
+                     return RealSystem().CreateFileExclusive(path, descriptor);
+                 }));
 }
 
 int FaultSystem::WriteAll(int descriptor, std::string_view data) {
-    if (const int err = Check(Op::WriteAll, PathOf(descriptor)))
-        return err;
-    return RealSystem().WriteAll(descriptor, data);
+    return Or(Check(Op::WriteAll, PathOf(descriptor)),
+              [&] { return RealSystem().WriteAll(descriptor, data); });
 }
 
 int FaultSystem::SyncFile(int descriptor) {
-    if (const int err = Check(Op::SyncFile, PathOf(descriptor)))
-        return err;
-    return RealSystem().SyncFile(descriptor);
+    return Or(Check(Op::SyncFile, PathOf(descriptor)),
+              [&] { return RealSystem().SyncFile(descriptor); });
 }
 
 int FaultSystem::CloseFile(int descriptor) {
@@ -155,51 +192,34 @@ int FaultSystem::CloseFile(int descriptor) {
         std::lock_guard lock(m_mutex);
         m_descriptors.erase(descriptor);
     }
-    if (const int err = Check(Op::CloseFile, path))
-        return err;
-    return real;
+    return Or(Check(Op::CloseFile, path), [&] { return real; });
 }
 
 int FaultSystem::Rename(const std::string& from, const std::string& to) {
-    if (const int err = Check(Op::Rename, to))
-        return err;
-    return RealSystem().Rename(from, to);
+    return Or(Check(Op::Rename, to), [&] { return RealSystem().Rename(from, to); });
 }
 
 int FaultSystem::RemoveFile(const std::string& path) {
-    if (const int err = Check(Op::RemoveFile, path))
-        return err;
-    return RealSystem().RemoveFile(path);
+    return Or(Check(Op::RemoveFile, path), [&] { return RealSystem().RemoveFile(path); });
 }
 
 int FaultSystem::SyncFolder(const std::string& path) {
-    if (const int err = Check(Op::SyncFolder, path))
-        return err;
-    return RealSystem().SyncFolder(path);
+    return Or(Check(Op::SyncFolder, path), [&] { return RealSystem().SyncFolder(path); });
 }
 
 int FaultSystem::MakeFolders(const std::string& path) {
-    if (const int err = Check(Op::MakeFolders, path))
-        return err;
-    return RealSystem().MakeFolders(path);
+    return Or(Check(Op::MakeFolders, path), [&] { return RealSystem().MakeFolders(path); });
 }
 
 int FaultSystem::OpenFileForWriting(const std::string& path, int& descriptor) {
-    if (const int err = Check(Op::OpenFileForWriting, path))
-        return err;
-    const int err = RealSystem().OpenFileForWriting(path, descriptor);
-    if (err == 0) {
-        std::lock_guard lock(m_mutex);
-        m_descriptors[descriptor] = path;
-    }
-    return err;
+    return Track(path, descriptor, Or(Check(Op::OpenFileForWriting, path), [&] {
+                     return RealSystem().OpenFileForWriting(path, descriptor);
+                 }));
 }
 
 int FaultSystem::MapFile(const std::string& path,
                          std::unique_ptr<const Velmora::os::MappedFile>& out) {
-    if (const int err = Check(Op::MapFile, path))
-        return err;
-    return RealSystem().MapFile(path, out);
+    return Or(Check(Op::MapFile, path), [&] { return RealSystem().MapFile(path, out); });
 }
 
 }  // namespace vpath_test

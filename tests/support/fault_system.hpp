@@ -47,14 +47,22 @@ class FaultSystem final : public Velmora::os::ISystem {
 
     // Fail: calls of `op` on a path that ends with `pathSuffix` fail with `error`.
     void Fail(Op op, std::string pathSuffix, int error);
-    // Calls made so far of `op`.
+    // Calls made so far of `op`, on any path or on paths ending with `pathSuffix`.
     int Calls(Op op) const;
+    int Calls(Op op, const std::string& pathSuffix) const;
+    // CalledAfter: whether a call of `later` came after the last call of `earlier`.
+    bool CalledAfter(Op later, Op earlier) const;
     // CoarsenFolderTimes: Stat and ListFolder report times cut down to whole multiples of
     // `granularityNs` and folder sizes as 0, as file systems with coarse timestamps do.
     void CoarsenFolderTimes(std::int64_t granularityNs) { m_coarseNs = granularityNs; }
-    // ForceOverflow: the next read of a watch queue that finds events loses them and reports a
-    // queue overflow instead, as the kernel does when its queue is full.
+    // LoseEvents: reads of a watch queue lose every event they find, until ForceOverflow.
+    void LoseEvents() { m_losing.store(true); }
+    // ForceOverflow: the next read of a watch queue, without waiting, loses what events there are
+    // and reports a queue overflow instead, as the kernel does when its queue is full.
     void ForceOverflow();
+    // StreamEvents: while on, each read of a watch queue returns at once the last events a read
+    // found, as a file written without a pause would keep reporting.
+    void StreamEvents(bool on);
     // FreezeStamp: folders whose path ends with `pathSuffix` report, from now on, the status they
     // have now, as a change within one timestamp tick would.
     void FreezeStamp(const std::string& pathSuffix);
@@ -87,6 +95,8 @@ class FaultSystem final : public Velmora::os::ISystem {
     };
     int Check(Op op, const std::string& path);
     std::string PathOf(int descriptor) const;
+    // Track: keeps the path that a descriptor was made for, once `err` tells it was made.
+    int Track(const std::string& path, int descriptor, int err);
     void Freeze(const std::string& path, Velmora::os::FileStatus& status);
 
     mutable std::mutex m_mutex;
@@ -95,7 +105,10 @@ class FaultSystem final : public Velmora::os::ISystem {
     std::atomic<std::int64_t> m_coarseNs{0};
     std::map<std::string, Velmora::os::FileStatus> m_frozen;  // by path suffix
     std::atomic<bool> m_overflow{false};
-    std::atomic<int> m_calls[static_cast<int>(Op::kCount)] = {};
+    std::atomic<bool> m_losing{false};
+    bool m_streaming = false;
+    std::vector<Velmora::os::WatchEvent> m_streamed;
+    std::vector<std::pair<Op, std::string>> m_log;  // every call, in order
     Velmora::os::ScopedSystemOverride m_override;
 };
 

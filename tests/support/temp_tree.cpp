@@ -1,6 +1,7 @@
 #include "support/temp_tree.hpp"
 
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <stdexcept>
 
@@ -10,6 +11,11 @@
 namespace vpath_test {
 
 namespace fs = std::filesystem;
+
+std::string ReadAll(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
 
 TempTree::TempTree() {
     std::random_device seed;

@@ -34,6 +34,9 @@ class TempTree {
     std::filesystem::path m_root;
 };
 
+// ReadAll: the bytes of `file`; empty when it cannot be read.
+std::string ReadAll(const std::filesystem::path& file);
+
 // TempTreeTest: a test fixture that owns a TempTree.
 class TempTreeTest : public ::testing::Test {
   protected:
