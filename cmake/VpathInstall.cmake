@@ -14,6 +14,11 @@ install(DIRECTORY
         ${PROJECT_SOURCE_DIR}/include/
         ${PROJECT_SOURCE_DIR}/platform/include/
         ${PROJECT_SOURCE_DIR}/platform/searchpath/include/
+        ${PROJECT_SOURCE_DIR}/platform/searchpath/scan/include/
+        ${PROJECT_SOURCE_DIR}/platform/searchpath/path_cache/include/
+        ${PROJECT_SOURCE_DIR}/platform/searchpath/watcher/include/
+        ${PROJECT_SOURCE_DIR}/platform/searchpath/path_definition/include/
+        ${PROJECT_SOURCE_DIR}/platform/searchpath/manager/include/
         ${PROJECT_BINARY_DIR}/include/
         ${PROJECT_BINARY_DIR}/platform/include/
         ${PROJECT_BINARY_DIR}/platform/searchpath/include/

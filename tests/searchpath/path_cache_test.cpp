@@ -18,7 +18,7 @@
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/path_cache.hpp>
 
-#include "../../platform/searchpath/src/path_cache_format.hpp"
+#include "../../platform/searchpath/path_cache/path_cache_format.hpp"
 #include "support/fault_system.hpp"
 #include "support/temp_tree.hpp"
 

@@ -8,7 +8,7 @@
 #include <velmora/text/ustring.hpp>
 
 #include "file_table.hpp"
-#include "path_cache_image.hpp"
+#include "path_cache/path_cache_image.hpp"
 
 namespace Velmora::SearchPath {
 

@@ -21,9 +21,9 @@
 #include <velmora/pathmanagement/cache_and_notify.hpp>
 #include <velmora/text/ustring.hpp>
 
-#include "file_table.hpp"
 #include "path_cache_format.hpp"
 #include "path_cache_image.hpp"
+#include "scan/file_table.hpp"
 
 namespace Velmora::SearchPath {
 

@@ -15,8 +15,8 @@
 #include <velmora/text/ustring.hpp>
 
 #include "file_table.hpp"
-#include "name_hash.hpp"
-#include "path_cache_image.hpp"
+#include "path_cache/name_hash.hpp"
+#include "path_cache/path_cache_image.hpp"
 
 namespace Velmora::SearchPath {
 

@@ -14,7 +14,7 @@
 #include <velmora/pathinterfaces/path_item.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
 
-#include "name_hash.hpp"
+#include "path_cache/name_hash.hpp"
 
 namespace Velmora::SearchPath {
 

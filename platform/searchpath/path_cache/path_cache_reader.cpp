@@ -16,9 +16,9 @@
 #include <velmora/os/system.hpp>
 #include <velmora/text/ustring.hpp>
 
-#include "file_table.hpp"
 #include "path_cache_format.hpp"
 #include "path_cache_image.hpp"
+#include "scan/file_table.hpp"
 
 namespace Velmora::SearchPath {
 
