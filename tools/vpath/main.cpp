@@ -6,8 +6,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_app.hpp"
-#include "commands.hpp"
+#include "app/cli_app.hpp"
+#include "commands/commands.hpp"
 
 int main(int argc, char** argv) {
     using namespace vpath_cli;

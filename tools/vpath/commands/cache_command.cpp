@@ -15,8 +15,8 @@
 #include <velmora/storage/vorlan_storage_system.hpp>
 
 #include "commands.hpp"
-#include "given_path.hpp"
-#include "path_cache_use.hpp"
+#include "context/given_path.hpp"
+#include "context/path_cache_use.hpp"
 
 namespace vpath_cli {
 

@@ -9,7 +9,7 @@
 #include <velmora/pathmanagement/partial_pathname.hpp>
 
 #include "commands.hpp"
-#include "lookup_output.hpp"
+#include "output/lookup_output.hpp"
 #include "resolver.hpp"
 
 namespace vpath_cli {

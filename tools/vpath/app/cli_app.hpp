@@ -8,8 +8,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_context.hpp"
-#include "commands.hpp"
+#include "commands/commands.hpp"
+#include "context/cli_context.hpp"
 
 namespace vpath_cli {
 

@@ -7,7 +7,7 @@
 #include <boost/unordered/unordered_flat_set.hpp>
 #include <nlohmann/json.hpp>
 
-#include "cli_context.hpp"
+#include "context/cli_context.hpp"
 
 namespace vpath_cli {
 namespace {

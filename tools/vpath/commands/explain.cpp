@@ -10,8 +10,8 @@
 #include <velmora/pathmanagement/partial_pathname.hpp>
 #include <velmora/text/ustring.hpp>
 
-#include "cli_context.hpp"
-#include "lookup_output.hpp"
+#include "context/cli_context.hpp"
+#include "output/lookup_output.hpp"
 
 namespace vpath_cli {
 namespace {

@@ -10,7 +10,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli_context.hpp"
+#include "context/cli_context.hpp"
 
 namespace vpath_cli {
 

@@ -17,11 +17,11 @@
 #include <velmora/searchpath/path_change_report.hpp>
 #include <velmora/searchpath/shared_runs.hpp>
 
-#include "change_report.hpp"
 #include "commands.hpp"
-#include "given_path.hpp"
-#include "lookup_output.hpp"
-#include "misplaced_folders.hpp"
+#include "context/given_path.hpp"
+#include "output/change_report.hpp"
+#include "output/lookup_output.hpp"
+#include "output/misplaced_folders.hpp"
 
 namespace vpath_cli {
 namespace {

@@ -12,7 +12,7 @@
 #include <velmora/pathmanagement/search_target.hpp>
 
 #include "commands.hpp"
-#include "lookup_output.hpp"
+#include "output/lookup_output.hpp"
 #include "resolver.hpp"
 
 namespace vpath_cli {

@@ -7,7 +7,7 @@
 
 #include <velmora/pathmanagement/search_target.hpp>
 
-#include "cli_context.hpp"
+#include "context/cli_context.hpp"
 
 namespace vpath_cli {
 

@@ -4,7 +4,7 @@
 
 #include "build_info.hpp"
 #include "cli_app.hpp"
-#include "exit_status.hpp"
+#include "context/exit_status.hpp"
 #include "global_options.hpp"
 
 namespace vpath_cli {

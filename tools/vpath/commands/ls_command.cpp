@@ -6,7 +6,7 @@
 #include <velmora/pathmanagement/lookup.hpp>
 
 #include "commands.hpp"
-#include "lookup_output.hpp"
+#include "output/lookup_output.hpp"
 
 namespace vpath_cli {
 namespace {

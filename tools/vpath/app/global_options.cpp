@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "path_cache_use.hpp"
+#include "context/path_cache_use.hpp"
 
 namespace vpath_cli {
 namespace {

@@ -5,7 +5,7 @@
 #include <foundation/storage/vfs/folder.hpp>
 #include <velmora/storage/vorlan_storage_system.hpp>
 
-#include "cli_context.hpp"
+#include "context/cli_context.hpp"
 
 namespace vpath_cli {
 

@@ -11,9 +11,9 @@
 #include <velmora/searchpath/path_change_report.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
 
-#include "change_report.hpp"
 #include "commands.hpp"
-#include "path_cache_use.hpp"
+#include "context/path_cache_use.hpp"
+#include "output/change_report.hpp"
 
 namespace vpath_cli {
 namespace {

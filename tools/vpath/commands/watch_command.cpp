@@ -18,10 +18,10 @@
 #include <velmora/searchpath/path_change_report.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
 
-#include "change_report.hpp"
 #include "commands.hpp"
-#include "given_path.hpp"
-#include "path_cache_use.hpp"
+#include "context/given_path.hpp"
+#include "context/path_cache_use.hpp"
+#include "output/change_report.hpp"
 
 namespace vpath_cli {
 namespace {

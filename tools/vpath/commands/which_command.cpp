@@ -25,7 +25,7 @@
 #include "answer_memo.hpp"
 #include "commands.hpp"
 #include "explain.hpp"
-#include "lookup_output.hpp"
+#include "output/lookup_output.hpp"
 #include "resolver.hpp"
 
 namespace vpath_cli {
