@@ -43,6 +43,8 @@ void Merge(detail::WatchedChanges& into, detail::WatchedChanges& from) {
 
 }  // namespace
 
+IWatchedPath::~IWatchedPath() = default;
+
 struct EarlyWatches::Impl {
     explicit Impl(std::string pathDefinition)
         : folders(std::make_unique<detail::FolderWatcher>(std::move(pathDefinition), nullptr)) {}
@@ -85,7 +87,7 @@ EarlyWatches::EarlyWatches(EarlyWatches&&) noexcept = default;
 EarlyWatches& EarlyWatches::operator=(EarlyWatches&&) noexcept = default;
 
 struct PathWatcher::Impl {
-    Impl(MainSearchPathManager& m, Options o, EarlyWatches::Impl& early)
+    Impl(IWatchedPath& m, Options o, EarlyWatches::Impl& early)
         : manager(m),
           options(std::move(o)),
           folders(std::move(early.folders)),
@@ -284,14 +286,14 @@ struct PathWatcher::Impl {
     }
 
     PathWatcher* owner = nullptr;
-    MainSearchPathManager& manager;
+    IWatchedPath& manager;
     Options options;
     std::unique_ptr<detail::FolderWatcher> folders;
     // The entries the early watches were set up from, until the first snapshot is watched.
     std::vector<std::shared_ptr<const FolderEntry>> earlyKnown;
     std::shared_ptr<const MainSearchPath> watchedSnapshot;
     std::vector<std::shared_ptr<const MainSearchPath>> retired;
-    std::shared_ptr<const MainSearchPathManager::FolderList> awaitedList;
+    std::shared_ptr<const std::vector<AbsoluteIRI>> awaitedList;
     std::size_t awaitedCount = 0;
     std::mutex pendingMutex;
     std::vector<AbsoluteIRI> pending;
@@ -301,10 +303,10 @@ struct PathWatcher::Impl {
     std::thread catchUp;
 };
 
-PathWatcher::PathWatcher(MainSearchPathManager& manager, Options options)
+PathWatcher::PathWatcher(IWatchedPath& manager, Options options)
     : PathWatcher(manager, std::move(options), EarlyWatches(manager.GetPathDefinitionPath(), {})) {}
 
-PathWatcher::PathWatcher(MainSearchPathManager& manager, Options options, EarlyWatches early) {
+PathWatcher::PathWatcher(IWatchedPath& manager, Options options, EarlyWatches early) {
     if (!early.m_impl)
         throw std::invalid_argument("PathWatcher: the early watches were taken over already");
     early.m_impl->Finish();

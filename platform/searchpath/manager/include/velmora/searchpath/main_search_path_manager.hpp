@@ -41,6 +41,7 @@
 #include <velmora/searchpath/folder_scanner.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
+#include <velmora/searchpath/watched_path.hpp>
 
 namespace Velmora::SearchPath {
 
@@ -49,7 +50,8 @@ class MainPositions;
 }
 
 class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
-    : public PathManagement::IMainSearchPathManager {
+    : public PathManagement::IMainSearchPathManager,
+      public IWatchedPath {
   public:
     struct Options {
         // Where the path is kept; none keeps it in memory only.
@@ -90,25 +92,26 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     std::shared_ptr<const FolderList> GetPathFolderIRIs() const override;
 
     // The current snapshot, with its host type.
-    std::shared_ptr<const MainSearchPath> GetSnapshot() const;
+    std::shared_ptr<const MainSearchPath> GetSnapshot() const override;
     // The problems of the folders on the path when the current snapshot was built.
     std::shared_ptr<const ScanReport> GetWarnings() const;
     // Refresh: reads the folders again from disk and, if any changed, publishes a new snapshot and
     // tells the observers. Throws RecursivePathChangeException when called by an observer.
-    void Refresh();
+    void Refresh() override;
     // RefreshFolders: reads again the folders at `locations` (or, for a file, the folder holding
     // it), even where their stamps look unchanged, and rebuilds only the main entries that hold
     // them; then publishes and tells the observers as Refresh does. A folder of the list that was
     // missing and exists now is read and takes its place. Other locations that are not on the
     // path are ignored. Returns whether the path changed.
-    bool RefreshFolders(const std::vector<foundation::storage::vfs::AbsoluteIRI>& locations);
+    bool RefreshFolders(
+        const std::vector<foundation::storage::vfs::AbsoluteIRI>& locations) override;
     // ReloadPathDefinition: takes up the folder list saved in the path definition file, as
     // another process may have changed it, without saving it back. Problems reading the file are
     // added to `problems` and change nothing; folders that cannot be used become warnings.
     // Returns whether the path changed.
-    bool ReloadPathDefinition(foundation::core::except::Notification& problems);
+    bool ReloadPathDefinition(foundation::core::except::Notification& problems) override;
     // The native path of the path definition file; empty when the path is kept in memory only.
-    std::string GetPathDefinitionPath() const {
+    std::string GetPathDefinitionPath() const override {
         return m_options.pathDefinition ? m_options.pathDefinition->GetNativePath() : std::string();
     }
 

@@ -1,6 +1,9 @@
 #pragma once
 // PathWatcher: keeps a MainSearchPathManager's path fresh as its folders change on disk.
 //
+// The watcher knows the manager only as an IWatchedPath (watched_path.hpp): it sits below the
+// manager, which implements that interface.
+//
 // It watches, through inotify, every folder of the path and its special folders, and the path
 // definition file. Each change it sees is sent as FileFolderChangedEvents of the current session,
 // up from the changed item to the path entry that holds it
@@ -22,7 +25,8 @@
 //   PathWatcher watcher(manager, {});
 //   // ... Show runs on the watcher's thread while folders change ...
 //
-// The manager must outlive the watcher. Construction returns once the watches are in place.
+// The manager (the IWatchedPath) must outlive the watcher. Construction returns once the watches
+// are in place.
 //
 // A large path's watches take a while to set up. EarlyWatches sets them up on a thread of its own
 // while the manager is still being opened, from the entries a path cache knows; the watcher made
@@ -45,7 +49,7 @@
 #include <vector>
 
 #include <velmora/searchpath/export.hpp>
-#include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/watched_path.hpp>
 
 namespace Velmora::SearchPath {
 
@@ -80,10 +84,10 @@ class VELMORA_SEARCHPATH_EXPORT PathWatcher {
     };
 
     // Throws std::runtime_error when inotify cannot be used at all.
-    PathWatcher(MainSearchPathManager& manager, Options options);
+    PathWatcher(IWatchedPath& manager, Options options);
     // Takes over `early`'s watches, which must be of the manager's path definition file. Waits for
     // them to be in place.
-    PathWatcher(MainSearchPathManager& manager, Options options, EarlyWatches early);
+    PathWatcher(IWatchedPath& manager, Options options, EarlyWatches early);
     ~PathWatcher();
     PathWatcher(const PathWatcher&) = delete;
     PathWatcher& operator=(const PathWatcher&) = delete;
