@@ -14,6 +14,8 @@
 #include <foundation/storage/vfs/absolute_iri.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 
+#include "path_definition/anchors.hpp"
+
 namespace Velmora::SearchPath {
 class PathDefinitionFile;
 }
@@ -21,12 +23,6 @@ class PathDefinitionFile;
 namespace Velmora::SearchPath::detail {
 
 using FolderList = std::vector<foundation::storage::vfs::AbsoluteIRI>;
-
-// Anchors: for a sequence of ranks (a position in some other order, or -1 for none), which items
-// keep their order: one longest strictly increasing subsequence of the ranks that are not -1.
-//
-//   Anchors({0, 2, 1, -1, 3}) => {true, true, false, false, true}  (or 0, 1, 3 as anchors)
-std::vector<bool> Anchors(const std::vector<std::ptrdiff_t>& ranks);
 
 // RebaseChange: the change from `base` to `wanted`, made on `current` instead.
 //

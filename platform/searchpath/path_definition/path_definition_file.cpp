@@ -24,7 +24,7 @@
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/os/system.hpp>
 
-#include "manager/path_rebase.hpp"
+#include "anchors.hpp"
 
 namespace Velmora::SearchPath {
 namespace {
