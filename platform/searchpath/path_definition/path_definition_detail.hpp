@@ -1,0 +1,75 @@
+#pragma once
+// Internal to the path definition file: what its reading, its saving and its lock share: the
+// file's lines, the names of the files beside it, and the kept reading of its bytes.
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <foundation/storage/vfs/absolute_iri.hpp>
+#include <velmora/searchpath/path_definition_file.hpp>
+
+namespace Velmora::SearchPath::detail {
+
+// One line of the file: its text without the line ending, and the line ending.
+struct Line {
+    std::string_view text;
+    std::string_view ending;
+};
+
+// SplitLines: the lines of `bytes`; the last one has no line ending when the bytes end without one.
+std::vector<Line> SplitLines(std::string_view bytes);
+
+// IsFolderLine: whether a line names a folder (it is neither empty nor a comment).
+bool IsFolderLine(std::string_view text);
+
+// The folder that each line names, none for other lines. Each line is worked out on its own, side
+// by side: a long path is mostly that.
+std::vector<std::optional<foundation::storage::vfs::AbsoluteIRI>> FoldersOfLines(
+    const std::vector<Line>& lines);
+
+// The folder that holds `file`.
+std::string FolderOf(const std::string& file);
+
+// The base name of `file`.
+std::string NameOf(const std::string& file);
+
+// The file that a save replaces: the one that `file` leads to when it is a symbolic link.
+std::string Target(const std::string& file);
+
+// ReadFailure: why the file could not be read or written, for a message.
+std::string ReadFailure(int err);
+
+}  // namespace Velmora::SearchPath::detail
+
+namespace Velmora::SearchPath {
+
+struct PathDefinitionFile::Reading {
+    std::string bytes;
+    // The folder of each line of `bytes`.
+    std::vector<std::optional<foundation::storage::vfs::AbsoluteIRI>> folderOf;
+    std::vector<std::size_t> firstLines;                         // the first line of each folder
+    std::vector<foundation::storage::vfs::AbsoluteIRI> folders;  // the path, each folder once
+};
+
+class PathDefinitionFile::LastReading {
+  public:
+    // The reading of `bytes`, if they are the bytes last read.
+    std::shared_ptr<const Reading> Of(std::string_view bytes) const {
+        std::lock_guard lock(m_mutex);
+        return m_reading && m_reading->bytes == bytes ? m_reading : nullptr;
+    }
+    void Keep(std::shared_ptr<const Reading> reading) {
+        std::lock_guard lock(m_mutex);
+        m_reading = std::move(reading);
+    }
+
+  private:
+    mutable std::mutex m_mutex;
+    std::shared_ptr<const Reading> m_reading;
+};
+
+}  // namespace Velmora::SearchPath

@@ -1,0 +1,286 @@
+// PathDefinitionFile::Save: a new path written over the file faithfully (the user's comments and
+// the lines of folders that stay are kept where they are) and atomically (a new file renamed into
+// place, never a half-written one).
+
+#include <velmora/searchpath/path_definition_file.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <mutex>
+#include <random>
+#include <string_view>
+
+#include <fmt/format.h>
+#include <boost/unordered/unordered_flat_map.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
+
+#include <foundation/log/diagnostic_logger.hpp>
+#include <foundation/storage/vfs/exceptions.hpp>
+#include <foundation/storage/vfs/iri_conversion.hpp>
+#include <velmora/os/system.hpp>
+#include <velmora/searchpath/shared_runs.hpp>
+
+#include "anchors.hpp"
+#include "path_definition_detail.hpp"
+
+namespace Velmora::SearchPath {
+namespace {
+
+using detail::FolderOf;
+using detail::FoldersOfLines;
+using detail::Line;
+using detail::NameOf;
+using detail::ReadFailure;
+using detail::SplitLines;
+using detail::Target;
+using foundation::core::except::Notification;
+using foundation::storage::vfs::AbsoluteIRI;
+
+foundation::log::DiagnosticLogger& PathdefLog() {
+    static foundation::log::DiagnosticLogger log("platform::searchpath::pathdef");
+    return log;
+}
+
+// A name for the temporary file beside `file` that no other save is likely to choose; creating it
+// exclusively makes sure that no two saves ever share one.
+std::string TemporaryName(const std::string& file) {
+    static std::mutex mutex;
+    static std::mt19937_64 random{std::random_device{}()};
+    std::uint64_t token = 0;
+    {
+        std::lock_guard lock(mutex);
+        token = random();
+    }
+    const std::size_t slash = file.rfind('/');
+    const std::string folder = slash == std::string::npos ? "" : file.substr(0, slash + 1);
+    const std::string name = slash == std::string::npos ? file : file.substr(slash + 1);
+    return fmt::format("{}.{}.{:016x}.tmp", folder, name, token);
+}
+
+// Whether `name` is a temporary file that TemporaryName makes for `target`.
+bool IsTemporaryOf(std::string_view name, const std::string& target) {
+    const std::string prefix = "." + NameOf(target) + ".";
+    constexpr std::string_view suffix = ".tmp";
+    if (name.size() != prefix.size() + 16 + suffix.size() || !name.starts_with(prefix) ||
+        !name.ends_with(suffix)) {
+        return false;
+    }
+    const std::string_view token = name.substr(prefix.size(), 16);
+    return std::all_of(token.begin(), token.end(),
+                       [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
+}
+
+// The content of the file that held `bytes` once it holds `folders`: the lines of the folders that
+// stay and every other line are kept where they are, the lines of folders that go are dropped, and
+// each new or moved folder is written right after the folder before it, or, when it comes first,
+// before the first folder line that stays.
+std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& folders,
+                     const PathDefinitionFile::Reading* reading) {
+    const std::vector<Line> lines = SplitLines(bytes);
+    const std::string_view newline =
+        !lines.empty() && lines.front().ending == "\r\n" ? "\r\n" : "\n";
+
+    const auto parsed = reading ? std::vector<std::optional<AbsoluteIRI>>() : FoldersOfLines(lines);
+    const auto& folderOf = reading ? reading->folderOf : parsed;
+    // The first line of each folder, in file order; later lines of the same folder are dropped.
+    std::vector<std::size_t> firstLines;
+    if (!reading) {
+        boost::unordered_flat_set<AbsoluteIRI> seen;
+        seen.reserve(lines.size());
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            if (folderOf[i] && seen.insert(*folderOf[i]).second)
+                firstLines.push_back(i);
+        }
+    }
+    const auto& folderLines = reading ? reading->firstLines : firstLines;
+    // Each of those folders' place in `folders`, -1 for one that goes. The runs that the two
+    // share at the front and at the back keep their places; only the folders between them are
+    // looked up.
+    const auto lineFolder = [&](std::size_t k) -> const AbsoluteIRI& {
+        return *folderOf[folderLines[k]];
+    };
+    const auto [front, back] = SharedRuns(
+        folderLines, folders,
+        [&](std::size_t line, const AbsoluteIRI& folder) { return *folderOf[line] == folder; });
+    std::vector<std::ptrdiff_t> ranks(folderLines.size(), -1);
+    for (std::size_t k = 0; k < front; ++k)
+        ranks[k] = static_cast<std::ptrdiff_t>(k);
+    for (std::size_t k = 1; k <= back; ++k)
+        ranks[ranks.size() - k] = static_cast<std::ptrdiff_t>(folders.size() - k);
+    boost::unordered_flat_map<AbsoluteIRI, std::ptrdiff_t> rankOf;
+    for (std::size_t i = front; i < folders.size() - back; ++i)
+        rankOf.emplace(folders[i], static_cast<std::ptrdiff_t>(i));
+    for (std::size_t k = front; k < ranks.size() - back; ++k) {
+        if (const auto it = rankOf.find(lineFolder(k)); it != rankOf.end())
+            ranks[k] = it->second;
+    }
+    const std::vector<bool> anchored = detail::Anchors(ranks);
+    std::vector<bool> keepLine(lines.size(), true);
+    std::vector<bool> isAnchorRank(folders.size(), false);
+    std::size_t frontAt = lines.size();
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (folderOf[i])
+            keepLine[i] = false;
+    }
+    for (std::size_t k = 0; k < folderLines.size(); ++k) {
+        if (anchored[k]) {
+            keepLine[folderLines[k]] = true;
+            isAnchorRank[static_cast<std::size_t>(ranks[k])] = true;
+            frontAt = std::min(frontAt, folderLines[k]);
+        }
+    }
+    if (frontAt == lines.size() && !folderLines.empty())
+        frontAt = folderLines.front();
+
+    // The folders to write, by the line they follow (lines.size() for the front).
+    boost::unordered_flat_map<std::size_t, std::vector<std::size_t>> inserted;
+    {
+        std::size_t follows = lines.size();
+        std::size_t k = 0;
+        for (std::size_t rank = 0; rank < folders.size(); ++rank) {
+            if (isAnchorRank[rank]) {
+                while (ranks[k] != static_cast<std::ptrdiff_t>(rank) || !anchored[k])
+                    ++k;
+                follows = folderLines[k];
+            } else {
+                inserted[follows].push_back(rank);
+            }
+        }
+    }
+    std::string out;
+    out.reserve(bytes.size() + 64 * inserted.size());
+    bool openLine = false;  // the last line written has no line ending yet
+    const auto write = [&](std::string_view text, std::string_view ending) {
+        if (openLine)
+            out += newline;
+        out += text;
+        out += ending;
+        openLine = ending.empty();
+    };
+    const auto writeInserted = [&](std::size_t follows) {
+        if (const auto it = inserted.find(follows); it != inserted.end()) {
+            for (const std::size_t rank : it->second)
+                write(text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folders[rank])),
+                      newline);
+        }
+    };
+    for (std::size_t i = 0; i <= lines.size(); ++i) {
+        if (i == frontAt)
+            writeInserted(lines.size());
+        if (i == lines.size())
+            break;
+        if (keepLine[i]) {
+            write(lines[i].text, lines[i].ending);
+            writeInserted(i);
+        }
+    }
+    return out;
+}
+
+// Writes `content` to a new temporary file beside `file` and renames it over `file`, giving the
+// new file the owner, group and permission bits of `like` when there is one. Returns 0 or the errno
+// of the step that failed; the temporary file is gone either way.
+int ReplaceAtomically(const std::string& file, std::string_view content,
+                      const os::FileStatus* like) {
+    os::ISystem& system = os::System();
+    std::string temporary;
+    int descriptor = -1;
+    int err = EEXIST;
+    for (int attempt = 0; attempt < 8 && err == EEXIST; ++attempt) {
+        temporary = TemporaryName(file);
+        err = system.CreateFileExclusive(temporary, descriptor);
+    }
+    if (err != 0)
+        return err;
+    if (like != nullptr)
+        err = system.SetOwnerAndMode(descriptor, like->owner, like->group, like->mode);
+    if (err == 0)
+        err = system.WriteAll(descriptor, content);
+    if (err == 0)
+        err = system.SyncFile(descriptor);
+    const int closed = system.CloseFile(descriptor);
+    if (err == 0)
+        err = closed;
+    if (err == 0)
+        err = system.Rename(temporary, file);
+    if (err != 0) {
+        system.RemoveFile(temporary);
+        return err;
+    }
+    // The new file is in place; flushing the folder only makes the rename survive a power cut.
+    if (const int synced = system.SyncFolder(FolderOf(file)); synced != 0) {
+        if (PathdefLog().IsEnabled(foundation::log::Level::Warn)) {
+            PathdefLog().Write(
+                foundation::log::Level::Warn,
+                fmt::format("cannot flush the folder of {}: {}", file, os::ErrorText(synced)));
+        }
+    }
+    return 0;
+}
+
+// Removes the temporary files that saves of `target` killed before their rename left behind. Only
+// called under the change lock, when no other save can be under way.
+void RemoveStaleTemporaries(const std::string& target) {
+    os::FolderListing listing;
+    if (os::System().ListFolder(FolderOf(target), listing) != 0)
+        return;
+    for (const auto& item : listing.items) {
+        if (item.kind != os::EntryKind::Folder && IsTemporaryOf(item.name, target))
+            os::System().RemoveFile(FolderOf(target) + "/" + item.name);
+    }
+}
+
+}  // namespace
+
+bool PathDefinitionFile::Save(const std::vector<AbsoluteIRI>& folders,
+                              Notification& problems) const {
+    const ustring file = text::FromNative(m_path);
+    bool writable = true;
+    for (const AbsoluteIRI& folder : folders) {
+        // Only an escape can stand for a line break, and a plain local location always converts:
+        // nearly every folder of a long path is one.
+        const ustring& text = folder.toString();
+        if (text.starts_with(u"file:///") && text.find(u'%') == ustring::npos)
+            continue;
+        try {
+            const ustring path = foundation::storage::vfs::fromAbsoluteIRI(folder);
+            if (path.find(u'\n') != ustring::npos) {
+                problems.Add(VELMORA::pathdef::lineBreakInName(path));
+                writable = false;
+            }
+        } catch (const foundation::storage::vfs::Exception& e) {
+            problems.Add(VELMORA::pathdef::cannotSave(file, e.what()));
+            writable = false;
+        }
+    }
+    if (!writable)
+        return false;
+    const std::string target = Target(m_path);
+    int err = os::System().MakeFolders(FolderOf(target));
+    std::string old;
+    os::FileStatus status;
+    bool exists = false;
+    if (err == 0) {
+        err = os::System().ReadRegularFile(target, kMaxBytes, old);
+        exists = err == 0;
+        if (err == ENOENT)
+            err = 0;
+    }
+    if (exists)
+        err = os::System().Stat(target, status);
+    if (err == 0) {
+        RemoveStaleTemporaries(target);
+        err = ReplaceAtomically(
+            target,
+            exists ? Relayout(old, folders, m_lastReading ? m_lastReading->Of(old).get() : nullptr)
+                   : Format(folders),
+            exists ? &status : nullptr);
+    }
+    if (err != 0) {
+        problems.Add(VELMORA::pathdef::cannotSave(file, ReadFailure(err)));
+        return false;
+    }
+    return true;
+}
+
+}  // namespace Velmora::SearchPath
