@@ -2,7 +2,9 @@
 // The search-path utilities library, and the host interfaces a caller needs with it.
 
 // Host: text, storage, messages, the current folder, packages, path interfaces and the real main
-// search path with its manager.
+// search path: its scan (folder entries, the scanner, MainSearchPath), its path definition file
+// and its manager. The path cache (path_cache.hpp) and the watcher (path_watcher.hpp) are included
+// by those who use them.
 #include <foundation/core/except/message_exception.hpp>
 #include <foundation/core/except/notification.hpp>
 #include <foundation/messaging/event_mgr.hpp>

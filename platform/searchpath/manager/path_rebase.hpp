@@ -1,5 +1,6 @@
 #pragma once
-// Internal: carrying a change of the folder list over to a list that others have changed since.
+// Internal to the manager: carrying a change of the folder list over to a list that others have
+// changed since.
 //
 // A process reads the saved path, works out the new path that its user asked for, and saves it. If
 // another process saved a change meanwhile, saving the new path as it stands would undo that

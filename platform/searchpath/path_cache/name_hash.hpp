@@ -1,6 +1,7 @@
 #pragma once
-// Internal to the host's search path: hashing of file names that are looked up as a base name and
-// an extension without joining the two into a new string.
+// Internal to the path cache (and the scan's file tables, whose hashes the cache's name index
+// stores): hashing of file names that are looked up as a base name and an extension without joining
+// the two into a new string.
 
 #include <cstddef>
 #include <cstdint>

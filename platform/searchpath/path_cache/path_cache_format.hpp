@@ -1,5 +1,5 @@
 #pragma once
-// Internal to the host's search path: the layout of the path cache file.
+// Internal to the path cache: the layout of the path cache file.
 //
 // All numbers are little-endian. The file is a header, a section table and the sections:
 //

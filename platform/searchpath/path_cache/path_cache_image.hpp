@@ -1,5 +1,6 @@
 #pragma once
-// Internal to the host's search path: a loaded path cache, kept as the bytes of the file.
+// Internal to the path cache: a loaded path cache, kept as the bytes of the file. It sits below
+// the scan, whose file tables and index read from it in place.
 //
 // Entries loaded from a cache do not copy their file names out of it: each folder's file table
 // reads its names from the image the first time it is asked for them, and the path answers "which

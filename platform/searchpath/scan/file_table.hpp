@@ -1,5 +1,6 @@
 #pragma once
-// Internal to the host's search path: the files and special subfolders of one folder listing.
+// Internal to the scan (and the path cache, which loads and saves tables): the files and special
+// subfolders of one folder listing.
 
 #include <memory>
 #include <mutex>
