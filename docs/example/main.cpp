@@ -51,8 +51,16 @@ int main(int argc, char** argv) {
     std::printf("area -> %s\n", Resolve(*path, u"area").c_str());
 
     // 3. Change the path through a manager (kept in memory here; give Options::pathDefinition to
-    //    save it), with an observer that hears of every change.
-    Velmora::SearchPath::MainSearchPathManager manager(folders, {});
+    //    save it), with an observer that hears of every change. It starts from the path cache of
+    //    these folders and keeps it written, so that the next run lists only the folders that
+    //    changed (with a path definition file, `options.pathCache.emplace()` is enough).
+    Velmora::SearchPath::MainSearchPathManager::Options options;
+    options.pathCache.emplace();
+    options.pathCache->at = Velmora::SearchPath::PathCacheForFolders(folders);
+    options.pathCache->warn = [](const std::string& warning) {
+        std::fprintf(stderr, "warning: %s\n", warning.c_str());
+    };
+    Velmora::SearchPath::MainSearchPathManager manager(folders, std::move(options));
     manager.AddPathChangeObserver([](const pm::PathChange& change) {
         // 4. Compare the two states: the library's differentiator on the main entries...
         pm::PathEntryVectorDifferentiator diff;

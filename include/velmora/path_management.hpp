@@ -27,6 +27,7 @@
 #include <velmora/pathinterfaces/main_search_path_manager.hpp>
 #include <velmora/pathinterfaces/path_item.hpp>
 #include <velmora/pathinterfaces/search_scope.hpp>
+#include <velmora/searchpath/cached_start.hpp>
 #include <velmora/searchpath/folder_entry.hpp>
 #include <velmora/searchpath/folder_scanner.hpp>
 #include <velmora/searchpath/main_search_path.hpp>

@@ -128,6 +128,23 @@ MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options 
 MainSearchPathManager::MainSearchPathManager(std::shared_ptr<const FolderList> unique,
                                              Options options, Unique)
     : m_options(std::move(options)) {
+    if (m_options.pathCache) {
+        auto use = *std::exchange(m_options.pathCache, std::nullopt);
+        auto slot = use.at;
+        if (!slot && m_options.pathDefinition)
+            slot = PathCacheForPathDefinition(m_options.pathDefinition->GetNativePath());
+        if (slot) {
+            m_pathCache =
+                std::make_unique<PathCacheKeeper>(*slot, use.inBackground, std::move(use.warn));
+            m_options.loadKnownEntries =
+                [this, loaded = std::move(use.loaded)](const FolderList& folders) {
+                    auto entries = m_pathCache->Load(folders);
+                    if (loaded)
+                        loaded(entries);
+                    return entries;
+                };
+        }
+    }
     const auto load = std::exchange(m_options.loadKnownEntries, {});
     const auto known = std::make_shared<const std::vector<std::shared_ptr<const FolderEntry>>>(
         load ? load(*unique) : std::exchange(m_options.knownEntries, {}));
@@ -136,6 +153,8 @@ MainSearchPathManager::MainSearchPathManager(std::shared_ptr<const FolderList> u
     auto path = MainSearchPath::Revalidate(*unique, *known, report, &m_cache);
     m_cache.Retain(EntriesOf(path));
     m_state = MakeState(std::move(unique), std::move(path), std::move(report));
+    if (m_pathCache)
+        m_pathCache->Offer(m_state->path);
 }
 
 MainSearchPathManager::~MainSearchPathManager() = default;
@@ -237,6 +256,8 @@ void MainSearchPathManager::Publish(PathChangeKind kind, std::shared_ptr<const S
         std::lock_guard lock(m_stateMutex);
         old = std::exchange(m_state, state);
     }
+    if (m_pathCache)
+        m_pathCache->Offer(state->path);
     std::vector<PathManagement::PathChangeObserver> observers;
     {
         std::lock_guard lock(m_observersMutex);

@@ -28,17 +28,6 @@ namespace {
 
 std::atomic<bool> g_cacheDisabled{false};
 
-std::optional<CacheSlot> SlotFor(const ustring& key, std::optional<AbsoluteIRI> root) {
-    if (g_cacheDisabled)
-        return std::nullopt;
-    const std::string folder = Velmora::SearchPath::DefaultPathCacheFolder();
-    if (folder.empty())
-        return std::nullopt;
-    const AbsoluteIRI file =
-        ToFolderIRI(Arg(folder + "/" + Velmora::SearchPath::PathCacheFileName(key)));
-    return CacheSlot{file, root.value_or(file)};
-}
-
 std::string Native(const AbsoluteIRI& file) {
     return Velmora::text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(file));
 }
@@ -50,55 +39,23 @@ void DisableCache() {
 }
 
 std::optional<CacheSlot> CacheForPathDefinition(const std::string& pathdef) {
-    const AbsoluteIRI location = ToFolderIRI(Arg(pathdef));
-    return SlotFor(location.toString(), location);
+    return g_cacheDisabled ? std::nullopt
+                           : Velmora::SearchPath::PathCacheForPathDefinition(pathdef);
 }
 
 std::optional<CacheSlot> CacheForFolders(const std::vector<AbsoluteIRI>& folders) {
-    ustring key = u"--path";
-    for (const auto& folder : folders) {
-        key += u'\n';
-        key += folder.toString();
-    }
-    return SlotFor(key, std::nullopt);
+    return g_cacheDisabled ? std::nullopt : Velmora::SearchPath::PathCacheForFolders(folders);
 }
 
 FolderEntryList LoadCache(const std::optional<CacheSlot>& slot,
                           const std::vector<AbsoluteIRI>& folders) {
-    return slot ? Velmora::SearchPath::LoadPathCache(slot->file, slot->root, folders)
-                : FolderEntryList{};
+    return slot ? Velmora::SearchPath::LoadCachedEntries(*slot, folders) : FolderEntryList{};
 }
 
 bool SaveCacheIfWorthIt(const std::optional<CacheSlot>& slot, const FolderEntryList& saved,
                         const FolderEntryList& entries) {
-    if (!slot || !Velmora::SearchPath::CacheWorthSaving(saved, entries))
-        return false;
-    try {
-        Velmora::SearchPath::SavePathCache(slot->file, slot->root, entries);
-        return true;
-    } catch (const Velmora::PathManagement::UnableToSaveToolboxCacheException&) {
-        Warn(fmt::format("cannot save the path cache {}", Native(slot->file)));
-    } catch (const foundation::storage::vfs::Exception& e) {
-        Warn(fmt::format("cannot save the path cache: {}", e.what()));
-    }
-    return false;
-}
-
-void UseCache(const std::optional<CacheSlot>& slot, const FolderEntryList& loaded,
-              Velmora::SearchPath::MainSearchPathManager& manager) {
-    if (!slot)
-        return;
-    // What the cache file holds now: a change is weighed against it, not against the start.
-    auto saved = std::make_shared<FolderEntryList>(loaded);
-    if (const auto start = manager.GetSnapshot();
-        SaveCacheIfWorthIt(slot, *saved, start->GetFolderEntries()))
-        *saved = start->GetFolderEntries();
-    manager.AddPathChangeObserver([slot, saved](const Velmora::PathManagement::PathChange& change) {
-        if (const auto after = std::dynamic_pointer_cast<const MainSearchPath>(change.after)) {
-            if (SaveCacheIfWorthIt(slot, *saved, after->GetFolderEntries()))
-                *saved = after->GetFolderEntries();
-        }
-    });
+    return slot && Velmora::SearchPath::SavePathCacheIfWorthIt(
+                       *slot, saved, entries, [](const std::string& warning) { Warn(warning); });
 }
 
 namespace {

@@ -139,7 +139,6 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
             std::move(*early));
         while (!printer.WaitForLimit(std::chrono::hours(24))) {
         }
-        FinishCacheSaving();
         return kExitOk;
     }
     // Polling reads every folder each time and sees only changes that move a folder's stamp.
@@ -150,7 +149,6 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
         PrintMessages(problems);
         manager->Refresh();
     }
-    FinishCacheSaving();
     return kExitOk;
 }
 

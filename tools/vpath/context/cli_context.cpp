@@ -52,24 +52,31 @@ std::shared_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
             "there is nowhere to keep the search path (HOME is not set); give --pathdef FILE");
     }
     const auto cache = location.empty() ? std::nullopt : CacheForPathDefinition(location);
-    auto loaded = std::make_shared<Velmora::SearchPath::FolderEntryList>();
-    managerOptions.loadKnownEntries = [cache, loaded, &location, &beforeScan](const auto& folders) {
-        *loaded = LoadCache(cache, folders);
-        if (beforeScan)
-            beforeScan(location, *loaded);
-        return *loaded;
-    };
+    if (cache) {
+        // A command that runs on while the path changes writes the cache in the background.
+        managerOptions.pathCache = Velmora::SearchPath::PathCacheUse{
+            .at = *cache,
+            .inBackground = purpose == Purpose::Watch,
+            .warn = [](const std::string& warning) { Warn(warning); },
+            .loaded =
+                [&location, &beforeScan](const auto& known) {
+                    if (beforeScan)
+                        beforeScan(location, known);
+                }};
+    } else {
+        managerOptions.loadKnownEntries = [&location, &beforeScan](const auto&) {
+            if (beforeScan)
+                beforeScan(location, {});
+            return Velmora::SearchPath::FolderEntryList{};
+        };
+    }
     foundation::core::except::Notification problems;
     std::shared_ptr<MainSearchPathManager> manager =
         MainSearchPathManager::Open(std::move(managerOptions), problems);
     PrintMessages(problems);
     if (manager) {
-        if (purpose == Purpose::Watch) {
-            UseCacheInBackground(cache, *loaded, *manager);
-        } else {
-            UseCache(cache, *loaded, *manager);
+        if (purpose != Purpose::Watch)
             KeepUntilExit(manager);
-        }
         KeepUntilExit(manager->GetSnapshot());
     }
     return manager;
@@ -85,14 +92,11 @@ std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
         HintIfEmpty(options, manager->GetPathFolderIRIs()->size());
         return manager->GetSnapshot();
     }
-    const auto cache = CacheForFolders(*folders);
-    Velmora::SearchPath::EntryCache known;
-    const auto loaded = LoadCache(cache, *folders);
-    known.Retain(loaded);
     ScanReport report;
-    auto path = MainSearchPath::Revalidate(*folders, loaded, report, &known);
+    auto path =
+        Velmora::SearchPath::ScanWithPathCache(*folders, CacheForFolders(*folders), report,
+                                               [](const std::string& warning) { Warn(warning); });
     PrintWarnings(report);
-    SaveCacheIfWorthIt(cache, loaded, path->GetFolderEntries());
     KeepUntilExit(path);
     return path;
 }

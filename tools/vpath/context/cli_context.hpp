@@ -39,7 +39,7 @@ struct PathOptions {
 foundation::storage::vfs::AbsoluteIRI ToFolderIRI(const ustring& text);
 
 // What a command wants of the path. Watch reads it while it changes: the path cache is then
-// written in the background (see UseCacheInBackground).
+// written in the background (see PathCacheUse).
 enum class Purpose { Read, Change, Watch };
 
 // OpenManager: the manager of the saved path (see PathOptions; a path given on the command line is

@@ -37,6 +37,7 @@
 #include <foundation/core/except/notification.hpp>
 #include <velmora/packages/package_registry.hpp>
 #include <velmora/pathinterfaces/main_search_path_manager.hpp>
+#include <velmora/searchpath/cached_start.hpp>
 #include <velmora/searchpath/export.hpp>
 #include <velmora/searchpath/folder_scanner.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
@@ -67,6 +68,11 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
         // folders can share their locations.
         std::function<std::vector<std::shared_ptr<const FolderEntry>>(const FolderList&)>
             loadKnownEntries;
+        // A path cache to start from and keep written (cached_start.hpp): the manager reads it
+        // once the folders are known (in place of the known entries above) and offers it each
+        // new state, which it writes when that is worth it. `.emplace()` takes the default cache
+        // of the path definition file.
+        std::optional<PathCacheUse> pathCache;
     };
 
     // Open: the manager of the path saved in the options' path definition file, or of the default
@@ -142,6 +148,7 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     std::uint64_t m_nextObserver = 1;
     std::shared_ptr<detail::MainPositions> m_mainPositions;  // RefreshFolders' own, under the
                                                              // change mutex
+    std::unique_ptr<PathCacheKeeper> m_pathCache;            // offered each state published
 };
 
 }  // namespace Velmora::SearchPath
