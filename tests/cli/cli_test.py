@@ -65,16 +65,6 @@ class WhichOnTheExampleToolbox(unittest.TestCase):
             example("stats", "mean.vl"),
         ])
 
-    def test_qualified_names_reach_packages_and_classes(self):
-        status, out, err = run("--example", "which", "shapes/circle", "+shapes/square",
-                               "shapes/@Polygon/vertices")
-        self.assertEqual(status, 0, err)
-        self.assertEqual(out.splitlines(), [
-            example("geometry", "+shapes", "circle.vl"),
-            example("geometry", "+shapes", "square.vl"),
-            example("geometry", "+shapes", "@Polygon", "vertices.vl"),
-        ])
-
     def test_a_miss_is_reported_and_the_rest_still_resolve(self):
         status, out, err = run("which", "--example", "nothing_here", "clamp", "units")
         self.assertEqual(status, 1)
@@ -87,43 +77,6 @@ class WhichOnTheExampleToolbox(unittest.TestCase):
         status, out, err = run("path", "--example")
         self.assertEqual((status, err), (0, ""))
         self.assertEqual(out.splitlines(), [example(name) for name in TOOLBOX])
-
-
-class WhichOnAPathOfYourOwn(unittest.TestCase):
-    def setUp(self):
-        self.tmp = tempfile.TemporaryDirectory()
-        self.root = os.fsencode(os.path.realpath(self.tmp.name))
-
-    def tearDown(self):
-        self.tmp.cleanup()
-
-    def make(self, relative, content=b""):
-        path = os.path.join(self.root, relative)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "wb") as f:
-            f.write(content)
-        return path
-
-    def test_separators_relative_folders_and_missing_folders(self):
-        self.make(b"a/f.vl")
-        self.make(b"b/f.vl")
-        self.make(b"b/g.vlp")
-        # Relative folders are taken from the current folder; ";" and ":" both separate.
-        status, out, err = run("--path", b"b;missing:a", "which", "f", "g", cwd=self.root)
-        self.assertEqual(status, 0, err)
-        self.assertEqual(out.splitlines(), [os.path.join(self.root, b"b/f.vl"),
-                                            os.path.join(self.root, b"b/g.vlp")])
-        self.assertIn("warning: folder " + os.fsdecode(self.root) + "/missing does not exist", err)
-
-    def test_names_that_are_not_utf8_round_trip_as_bytes(self):
-        folder = os.path.join(self.root, b"d\xff")
-        latin1 = self.make(b"d\xff/caf\xe9.vl")
-        self.make(b"d\xff/caf\xc3\xa9.vl")
-        status, out, err = run("--path", folder, "which", b"caf\xe9")
-        self.assertEqual(status, 0, err)
-        self.assertEqual(out.splitlines(), [latin1])
-        status, out, err = run("--path", folder, "which", "café")
-        self.assertEqual(out.splitlines(), [os.path.join(folder, b"caf\xc3\xa9.vl")])
 
 
 HEADER = b"# vpath search path: one folder per line, searched first to last\n"
@@ -151,6 +104,12 @@ class OwnPathDefinition:
         os.makedirs(path, exist_ok=True)
         return path
 
+    def file(self, name):
+        path = os.path.join(self.root, name)
+        self.folder(os.path.dirname(path))
+        open(path, "wb").close()
+        return path
+
     def saved(self):
         with open(self.pathdef, "rb") as f:
             return f.read()
@@ -166,10 +125,25 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         return out.splitlines()
 
 
+    def test_which_separators_relative_folders_and_missing_folders(self):
+        for name in (b"a/f.vl", b"b/f.vl", b"b/g.vlp"):
+            self.file(name)
+        # Relative folders are taken from the current folder; ";" and ":" both separate.
+        status, out, err = self.vpath("--path", b"b;missing:a", "which", "f", "g")
+        self.assertEqual(status, 0, err)
+        self.assertEqual(out.splitlines(), [os.path.join(self.root, b"b/f.vl"),
+                                            os.path.join(self.root, b"b/g.vlp")])
+        self.assertIn(b"warning: folder " + self.root + b"/missing does not exist", err)
+
+    def test_which_names_that_are_not_utf8_round_trip_as_bytes(self):
+        latin1, utf8 = self.file(b"d\xff/caf\xe9.vl"), self.file(b"d\xff/caf\xc3\xa9.vl")
+        for name, found in ((b"caf\xe9", latin1), ("café", utf8)):
+            status, out, err = self.vpath("--path", b"d\xff", "which", name)
+            self.assertEqual((status, out.splitlines()), (0, [found]), err)
+
     def test_add_puts_folders_first_or_last_and_saves_the_path(self):
         a, b = self.folder(b"a"), self.folder(b"b")
-        with open(os.path.join(a, b"f.vl"), "wb"):
-            pass
+        self.file(b"a/f.vl")
         # What the change did is printed, folder by folder.
         self.assertEqual(self.vpath("add", "a"), (0, b"added " + a + b"\n", b""))
         toolbox = [example(name) for name in TOOLBOX]
