@@ -1,4 +1,4 @@
-"""vpath which -a/--from/--batch and vpath ls, as users run them."""
+"""vpath which --from/--batch and vpath ls, as users run them."""
 
 import os
 import subprocess
@@ -7,22 +7,6 @@ import unittest
 
 import cli_test
 from cli_test import example, run
-
-
-class WhichAll(unittest.TestCase):
-    def test_every_file_in_path_order_with_the_shadowed_marked(self):
-        status, out, err = run("--example", "which", "-a", "area", "clamp")
-        self.assertEqual(status, 0, err)
-        self.assertEqual(out.splitlines(), [
-            example("geometry", "area.vl"),
-            example("utils", "area.vl") + b"  (shadowed)",
-            example("utils", "clamp.vl"),
-        ])
-
-    def test_class_folders_take_part(self):
-        status, out, err = run("--example", "which", "-a", "Sample")
-        self.assertEqual(status, 0, err)
-        self.assertEqual(out.splitlines(), [example("stats", "@Sample", "Sample.vl")])
 
 
 class WhichFrom(unittest.TestCase):
