@@ -140,6 +140,11 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         for name, found in ((b"caf\xe9", latin1), ("café", utf8)):
             status, out, err = self.vpath("--path", b"d\xff", "which", name)
             self.assertEqual((status, out.splitlines()), (0, [found]), err)
+        # Added, listed and saved as the bytes they are.
+        odd = os.path.dirname(latin1)
+        self.assertEqual(self.vpath("add", b"d\xff"), (0, b"added " + odd + b"\n", b""))
+        self.assertEqual(self.listed()[0], odd)
+        self.assertEqual(self.saved().splitlines()[1], odd)
 
     def test_add_puts_folders_first_or_last_and_saves_the_path(self):
         a, b = self.folder(b"a"), self.folder(b"b")
@@ -166,6 +171,11 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.vpath("add", "a", "missing", "b"), (
             1, b"", b'vpath: "missing" does not exist or is not a folder. '
                     b"[VORLAN:vpath:nameNonexistentOrNotADirectory]\n"))
+        self.folder(b"x\ny")
+        self.assertEqual(self.vpath("add", "a", b"x\ny"), (
+            1, b"", b'vpath: The folder "' + os.path.join(self.root, b"x\ny") +
+                    b'" cannot be saved in the path definition file: its name holds a line '
+                    b"break. [VELMORA:pathdef:lineBreakInName]\n"))
         self.assertFalse(os.path.exists(self.pathdef))
         self.assertEqual(self.vpath("add", "a")[0], 0)
         before = self.saved()
@@ -173,21 +183,6 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
             1, b"", b'vpath: "' + os.path.join(self.root, b"b") +
                     b'" is not on the search path. [VORLAN:rmpath:DirNotFound]\n'))
         self.assertEqual(self.saved(), before)
-
-    def test_names_that_are_not_utf8_are_added_and_listed_as_bytes(self):
-        odd = self.folder(b"d\xff/caf\xe9")
-        self.assertEqual(self.vpath("add", b"d\xff/caf\xe9"), (0, b"added " + odd + b"\n", b""))
-        self.assertEqual(self.listed()[0], odd)
-        self.assertEqual(self.saved().splitlines()[1], odd)
-
-    def test_a_name_with_a_line_break_cannot_be_saved(self):
-        self.folder(b"x\ny")
-        status, out, err = self.vpath("add", b"x\ny")
-        self.assertEqual(status, 1)
-        self.assertEqual(err, b'vpath: The folder "' + os.path.join(self.root, b"x\ny") +
-                         b'" cannot be saved in the path definition file: its name holds a line '
-                         b"break. [VELMORA:pathdef:lineBreakInName]\n")
-        self.assertFalse(os.path.exists(self.pathdef))
 
     def test_a_bad_line_in_the_saved_path_is_reported_by_number(self):
         os.makedirs(os.path.dirname(self.pathdef))
