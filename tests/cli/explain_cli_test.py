@@ -1,11 +1,9 @@
 """vpath entries, which --explain, shadows, the JSON forms and which --batch as a co-process,
 on temporary folder trees."""
 
-import argparse
 import json
 import os
 import subprocess
-import sys
 import tempfile
 import unittest
 
@@ -167,13 +165,4 @@ class OnATree(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--vpath", required=True)
-    parser.add_argument("--examples", required=True)
-    args, rest = parser.parse_known_args()
-    cli_test.VPATH = args.vpath
-    cli_test.EXAMPLES = os.path.realpath(args.examples)
-    with tempfile.TemporaryDirectory() as unsaved:
-        cli_test.UNSAVED_ENV = dict(os.environ,
-                                    VPATH_PATHDEF=os.path.join(unsaved, "never", "pathdef"))
-        unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    cli_test.main("--examples")

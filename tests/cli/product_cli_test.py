@@ -42,11 +42,6 @@ class ParseErrors(unittest.TestCase):
                 self.assertTrue(all(line.startswith("vpath: ") for line in lines), err)
                 self.assertIn("--help'", lines[-1])
 
-    def test_version(self):
-        status, out, err = run("--version")
-        self.assertEqual((status, err), (0, ""))
-        self.assertRegex(out.decode(), r"^vpath \d+\.\d+\.\d+\n$")
-
 
 class GlobalOptions(unittest.TestCase):
     def test_accepted_after_the_command_and_listed_in_its_help(self):

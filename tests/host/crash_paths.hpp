@@ -1,6 +1,5 @@
 #pragma once
-// The two paths that the crash test's saver writes in turn: long enough that a save takes a while,
-// different in length and content, with names that are not UTF-8.
+// Two long paths, different in length and content, with names that are not UTF-8.
 
 #include <array>
 #include <string>

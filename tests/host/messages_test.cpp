@@ -1,5 +1,4 @@
-// Messages: their texts in the catalogue, the lines that show them, and the exception that carries
-// one.
+// Messages: their texts in the catalogue and the lines that show them.
 
 #include <set>
 
@@ -14,8 +13,6 @@
 
 namespace {
 
-using foundation::core::except::Exception;
-using foundation::core::except::IMsgIDException;
 using resource_core::FormatMessage;
 using resource_core::FormatMessageLine;
 using resource_core::MessageRecord;
@@ -59,41 +56,11 @@ TEST(MessageCatalog, EveryMessageOfTheLibraryAndTheHostHasItsText) {
 }
 
 TEST(MessageCatalog, LinesShowTextThenIdAndKeepTheBytesOfNames) {
-    {
-        // A name that is not UTF-8 comes out as the bytes it was.
-        EXPECT_EQ(
-            FormatMessageLine(VORLAN::vpath::nameNonexistentOrNotADirectory(u"d\xDCFF/caf\u00e9")),
-            "\"d\xFF/caf\xC3\xA9\" does not exist or is not a folder. "
-            "[VORLAN:vpath:nameNonexistentOrNotADirectory]");
-    }
-    {
-        // An id without a text still says what it is and what it is about.
-        const MessageRecord unknown("X:y", "z",
-                                    {std::int64_t{-5}, std::string("t"), ustring(u"u")});
-        EXPECT_EQ(FormatMessageLine(unknown),
-                  "Message X:y:z (no text in the catalogue): -5, t, u [X:y:z]");
-    }
-    {
-        // A place without its argument is left as it stands.
-        const MessageRecord partial("VELMORA:pathdef", "cannotSave", {ustring(u"/f")});
-        EXPECT_EQ(Velmora::text::ToNative(FormatMessage(partial)),
-                  "Cannot save the path definition file \"/f\": {1}.");
-    }
-}
-
-TEST(MessageIDException, IsRaisedAndCopiedWithItsMessageClass) {
-    using Raised = Exception<VORLAN::vpath::cannotAbsolutizePath, std::exception>;
-    try {
-        foundation::core::except::RaiseLegacyUserError(
-            Raised(VORLAN::vpath::cannotAbsolutizePath(u"tb")));
-        ADD_FAILURE() << "nothing raised";
-    } catch (const IMsgIDException& e) {
-        EXPECT_EQ(e.GetMessageID(), "VORLAN:vpath:cannotAbsolutizePath");
-        EXPECT_STREQ(dynamic_cast<const std::exception&>(e).what(),
-                     "Cannot make \"tb\" an absolute folder location. "
-                     "[VORLAN:vpath:cannotAbsolutizePath]");
-        EXPECT_THROW(e.clone()->rethrow(), Raised);
-    }
+    // A name that is not UTF-8 comes out as the bytes it was.
+    EXPECT_EQ(
+        FormatMessageLine(VORLAN::vpath::nameNonexistentOrNotADirectory(u"d\xDCFF/caf\u00e9")),
+        "\"d\xFF/caf\xC3\xA9\" does not exist or is not a folder. "
+        "[VORLAN:vpath:nameNonexistentOrNotADirectory]");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The path definition file: what is written, what is read back, what a failed save leaves, and
-// what a saving process killed at random moments leaves: the old or the new file, never a torn one.
+// The path definition file: what is written, what is read back, and what a failed or killed save
+// leaves.
 
 #include <atomic>
 #include <cerrno>
@@ -259,76 +259,16 @@ TEST_F(PathDefinition, AChangeWaitsForTheLockAndSaysSoAfterASecond) {
     EXPECT_EQ(notices, 1);
 }
 
-struct KillOutcomes {
-    int first = 0, second = 0, torn = 0;
-    int duringSave = 0;       // kills that left a temporary file behind
-    int mostTemporaries = 0;  // the most temporary files there were at once
-};
-
-// Starts the saver on `file`, kills it `kills` times at random moments after it has
-// started saving, and sorts what each kill left.
-KillOutcomes KillRepeatedly(const fs::path& file, int kills) {
-    const auto paths = vpath_test::CrashPaths();
-    const std::string first = PathDefinitionFile::Format(paths[0]);
-    const std::string second = PathDefinitionFile::Format(paths[1]);
-    std::mt19937 random(12345);
-    std::uniform_int_distribution<int> delayUs(0, 25000);
-    KillOutcomes outcomes;
-    for (int k = 0; k < kills; ++k) {
-        int ready[2];
-        if (::pipe(ready) != 0) {
-            ADD_FAILURE() << "no pipe";
-            return outcomes;
-        }
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            ::dup2(ready[1], STDOUT_FILENO);
-            ::execl(VPATH_PATHDEF_SAVER, VPATH_PATHDEF_SAVER, file.c_str(), nullptr);
-            ::_exit(127);
-        }
-        ::close(ready[1]);
-        char signal = 0;
-        EXPECT_EQ(::read(ready[0], &signal, 1), 1) << "the saver did not start";
-        ::close(ready[0]);
-        std::this_thread::sleep_for(std::chrono::microseconds(delayUs(random)));
-        ::kill(pid, SIGKILL);
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        EXPECT_TRUE(WIFSIGNALED(status)) << "the saver stopped by itself: " << status;
-        const std::string content = ReadAll(file);
-        outcomes.first += content == first;
-        outcomes.second += content == second;
-        outcomes.torn += content != first && content != second;
-        // Temporary files are left for the next save to remove: at most the killed save's own
-        // may be there.
-        int temporaries = 0;
-        for (const auto& item : fs::directory_iterator(file.parent_path()))
-            temporaries += item.path().extension() == ".tmp";
-        outcomes.duringSave += temporaries > 0;
-        outcomes.mostTemporaries = std::max(outcomes.mostTemporaries, temporaries);
-    }
-    std::printf(
-        "%d kills: %d first path, %d second path, %d torn, %d during a save, at most %d temporary "
-        "files at once\n",
-        kills, outcomes.first, outcomes.second, outcomes.torn, outcomes.duringSave,
-        outcomes.mostTemporaries);
-    return outcomes;
-}
-
-// The saver did get to save and was often killed in the middle of a save. (Whether any kill
-// also lands before its first save depends on how fast the saver starts.) A saver that overwrites
-// the file where it is leaves torn files here.
-TEST_F(PathDefinition, AKilledSaverLeavesTheOldOrTheNewFile) {
+// A save killed before its rename leaves its temporary file behind: the next save removes it, and
+// only what a save of this file would have left.
+TEST_F(PathDefinition, TheNextSaveRemovesTheTemporaryFilesOfAKilledOne) {
     Notification problems;
     ASSERT_TRUE(File().Save(vpath_test::CrashPaths()[0], problems));
-    const KillOutcomes outcomes = KillRepeatedly(Location(), 200);
-    EXPECT_EQ(outcomes.torn, 0);
-    EXPECT_GT(outcomes.second, 0);
-    EXPECT_GT(outcomes.duringSave, 0);
-    EXPECT_EQ(outcomes.mostTemporaries, 1);
-    // The next save removes what the last kill left.
-    ASSERT_TRUE(File().Save(vpath_test::CrashPaths()[0], problems));
-    EXPECT_TRUE(Leftovers().empty());
+    tree.File("config/vpath/.pathdef.00112233445566ff.tmp", "torn");
+    tree.File("config/vpath/.other.00112233445566ff.tmp");
+    ASSERT_TRUE(File().Save(vpath_test::CrashPaths()[1], problems));
+    EXPECT_EQ(Leftovers(), std::vector<std::string>{".other.00112233445566ff.tmp"});
+    EXPECT_EQ(File().Load(problems).folders, vpath_test::CrashPaths()[1]);
 }
 
 }  // namespace

@@ -19,7 +19,6 @@ using foundation::storage::vfs::AbsoluteIRI;
 using foundation::storage::vfs::File;
 using foundation::storage::vfs::Folder;
 using Velmora::VorlanStorageSystem::GetStorageSystemReference;
-using vpath_test::FaultSystem;
 namespace vfs = foundation::storage::vfs;
 
 class StorageOnDisk : public vpath_test::TempTreeTest {
@@ -122,23 +121,6 @@ TEST_F(StorageOnDisk, ExistsAndFailuresCarryTheErrorNumber) {
             EXPECT_EQ(ErrorOf(folder), ENOENT);
             EXPECT_FALSE(folder.exists());
         }
-    }
-}
-
-TEST_F(StorageOnDisk, InjectedFailuresCarryTheErrorNumber) {
-    tree.Folder("locked");
-    tree.Folder("plain");
-    const std::pair<FaultSystem::Op, int> cases[] = {
-        {FaultSystem::Op::RealPath, EACCES},
-        {FaultSystem::Op::RealPath, ENAMETOOLONG},
-        {FaultSystem::Op::Stat, EIO},
-    };
-    for (const auto& [op, error] : cases) {
-        SCOPED_TRACE(error);
-        FaultSystem faults;
-        faults.Fail(op, "/locked", error);
-        EXPECT_EQ(ErrorOf(FolderAt("locked")), error);
-        EXPECT_EQ(ErrorOf(FolderAt("plain")), -1);
     }
 }
 

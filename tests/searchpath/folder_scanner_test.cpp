@@ -190,26 +190,6 @@ TEST_F(ScanTest, RescanKeepsUnchangedEntriesAndRenewsChangedOnes) {
     ScanReport report;
     const auto first = scanner.ScanMainEntries({tree.IRI("tb"), tree.IRI("other")}, report);
     cache.Retain(first);
-    // The first finds search the retained entries; later ones use the map built from them.
-    const struct {
-        const char* folder;
-        PathEntryType kind;
-        std::shared_ptr<const FolderEntry> entry;
-    } finds[] = {
-        {"tb/+pkg", PathEntryType::PlusFolder, first[0]->SubEntries()[0]},
-        {"other", PathEntryType::Ordinary, first[1]},
-        {"tb/+pkg", PathEntryType::Ordinary, nullptr},
-        {"other", PathEntryType::PlusFolder, nullptr},
-    };
-    for (const bool built : {false, true}) {
-        for (const auto& find : finds) {
-            SCOPED_TRACE(std::string(find.folder) + (built ? ", from the map" : ", by search"));
-            cache.Retain(first);
-            for (int k = 0; built && k < 2; ++k)
-                cache.Find(tree.IRI("absent"), PathEntryType::Ordinary);
-            EXPECT_EQ(cache.Find(tree.IRI(find.folder), find.kind), find.entry);
-        }
-    }
     {
         // Nothing changed: the very same objects come back.
         const auto again = scanner.ScanMainEntries({tree.IRI("tb"), tree.IRI("other")}, report);

@@ -317,28 +317,4 @@ TEST_F(MainSearchPathTest, ASpecialFolderOnThePathIsReachedThroughItsHolderInEit
     EXPECT_TRUE(report.empty());
 }
 
-TEST_F(MainSearchPathTest, NamesThatAreNotUtf8AreFoundByTheirExactBytes) {
-    // A folder and a file whose names are Latin-1 bytes, not UTF-8.
-    tree.File("d\xFF/caf\xE9.vl", "x");
-    tree.File("d\xFF/caf\xC3\xA9.vl", "y");  // the UTF-8 spelling is another file
-    ScanReport report;
-    path = MainSearchPath::Scan({tree.IRI("d\xFF")}, report);
-    ASSERT_TRUE(report.empty());
-    const ustring latin1 = Velmora::text::FromNative("caf\xE9");
-    const auto target =
-        CreateSearchTargetWithExtensionInFilenamePreferred(latin1, languageExtensions);
-    const auto hit = path->FindFirstInScope(SearchScope(kPrimary), target,
-                                            FilenameMatchingPolicy::PlatformDefault);
-    ASSERT_TRUE(hit);
-    const std::string native = Velmora::text::ToNative(
-        foundation::storage::vfs::fromAbsoluteIRI(hit->GetPathItem()->GetAbsoluteIRI()));
-    EXPECT_EQ(native, tree.Path("d\xFF/caf\xE9.vl").native());
-    const ustring cafe = u"café";
-    const auto utf8 = CreateSearchTargetWithExtensionInFilenamePreferred(cafe, languageExtensions);
-    const auto other = path->FindFirstInScope(SearchScope(kPrimary), utf8,
-                                              FilenameMatchingPolicy::PlatformDefault);
-    ASSERT_TRUE(other);
-    EXPECT_NE(other->GetPathItem(), hit->GetPathItem());
-}
-
 }  // namespace

@@ -12,8 +12,6 @@
 namespace {
 
 using namespace Velmora::SearchPath;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class PathChangeReportTest : public vpath_test::TempTreeTest {
   protected:
@@ -42,37 +40,6 @@ class PathChangeReportTest : public vpath_test::TempTreeTest {
     }
     EntryCache cache;
 };
-
-TEST_F(PathChangeReportTest, ReportsAddedRemovedMovedAndRefreshedFolders) {
-    const auto before = Scan({"a", "b", "c"});
-    {
-        // Nothing changed: nothing to report.
-        EXPECT_TRUE(ComparePaths(*before, *Scan({"a", "b", "c"})).empty());
-    }
-    {
-        // A folder added, another taken off with its private folder; of b and c, which swapped,
-        // one is reported moved (the longest order kept decides which).
-        const auto after = Scan({"c", "d", "b"});
-        const auto report = ComparePaths(*before, *after);
-        EXPECT_THAT(Names(report.added), ElementsAre("d"));
-        EXPECT_THAT(Names(report.removed), ElementsAre("a", "a/private"));
-        EXPECT_THAT(Names(report.reordered), ElementsAre("b"));
-        EXPECT_THAT(Names(report.refreshedAfter), IsEmpty());
-    }
-    {
-        // A file added in a folder's private folder: the folder and its private folder are read
-        // anew; the untouched folders are not.
-        tree.File("a/private/q.vl");
-        const auto after = Scan({"a", "b", "c"});
-        const auto report = ComparePaths(*before, *after);
-        EXPECT_THAT(Names(report.refreshedBefore), ElementsAre("a", "a/private"));
-        EXPECT_THAT(Names(report.refreshedAfter), ElementsAre("a", "a/private"));
-        EXPECT_NE((*report.refreshedAfter)[0], (*report.refreshedBefore)[0]);
-        EXPECT_THAT(Names(report.added), IsEmpty());
-        EXPECT_THAT(Names(report.removed), IsEmpty());
-        EXPECT_THAT(Names(report.reordered), IsEmpty());
-    }
-}
 
 TEST_F(PathChangeReportTest, TellsWhatTheDifferentiatorTellsOverTheWholePath) {
     using Velmora::PathManagement::PathEntryVectorDifferentiator;
