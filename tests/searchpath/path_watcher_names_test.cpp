@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/path_poller.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
 
 #include "support/fault_system.hpp"
@@ -25,6 +26,7 @@ using foundation::storage::vfs::AbsoluteIRI;
 using Velmora::SearchPath::FolderEntry;
 using Velmora::SearchPath::MainSearchPath;
 using Velmora::SearchPath::MainSearchPathManager;
+using Velmora::SearchPath::PathPoller;
 using Velmora::SearchPath::PathWatcher;
 using vpath_test::FaultSystem;
 using namespace std::chrono_literals;
@@ -236,6 +238,22 @@ TEST_F(PathWatcherNamesTest, OutOfInotifyWhatCannotBeWatchedIsPolled) {
         EXPECT_NE(warnings[0].find(c.warning), std::string::npos) << warnings[0];
         warnings.clear();
     }
+}
+
+// On a file system with coarse stamps, a folder changed twice within one tick keeps the stamp of
+// the first change: a poll reads again a folder whose stamp was too recent to trust.
+TEST_F(PathWatcherNamesTest, APollReadsAgainAFolderWhoseStampWasTooRecentToTrust) {
+    tree.File("one/a.vl");
+    tree.File("two/b.vl");
+    FaultSystem faulty;
+    faulty.FreezeStamp("/two");  // every later change of two falls within its present tick
+    CountedPath counted({tree.IRI("one"), tree.IRI("two")}, "");
+    PathPoller poller(counted, {.granularity = std::chrono::hours(1)});
+    foundation::core::except::Notification problems;
+    poller.Poll(problems);
+    tree.File("two/same_tick.vl");
+    poller.Poll(problems);
+    EXPECT_TRUE(Holds(*counted.GetSnapshot(), "two/same_tick.vl"));
 }
 
 }  // namespace
