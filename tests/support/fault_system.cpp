@@ -122,6 +122,10 @@ int FaultSystem::ListFolder(const std::string& path, Velmora::os::FolderListing&
     return err;
 }
 
+int FaultSystem::WatchOpen(int& queue) {
+    return Or(Check(Op::WatchOpen, ""), [&] { return RealSystem().WatchOpen(queue); });
+}
+
 int FaultSystem::WatchAdd(int queue, const std::string& path, std::uint32_t mask, int& watch) {
     return Or(Check(Op::WatchAdd, path),
               [&] { return RealSystem().WatchAdd(queue, path, mask, watch); });

@@ -39,6 +39,7 @@ class FaultSystem final : public Velmora::os::ISystem {
         OpenFileForWriting,
         MapFile,
         WatchAdd,
+        WatchOpen,  // matches the suffix ""
         kCount
     };
 
@@ -84,6 +85,7 @@ class FaultSystem final : public Velmora::os::ISystem {
     int OpenFileForWriting(const std::string& path, int& descriptor) override;
     int MapFile(const std::string& path,
                 std::unique_ptr<const Velmora::os::MappedFile>& out) override;
+    int WatchOpen(int& queue) override;
     int WatchAdd(int queue, const std::string& path, std::uint32_t mask, int& watch) override;
     int WatchRead(int queue, int timeoutMs, std::vector<Velmora::os::WatchEvent>& out) override;
 

@@ -1,6 +1,8 @@
 #include "folder_watcher.hpp"
 
+#include <algorithm>
 #include <cerrno>
+#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -17,21 +19,40 @@ using foundation::storage::vfs::AbsoluteIRI;
 constexpr std::uint32_t kFolderMask = os::WatchCreated | os::WatchDeleted | os::WatchMovedFrom |
                                       os::WatchMovedTo | os::WatchSelfDeleted | os::WatchSelfMoved |
                                       os::WatchOnlyFolder;
-// The path definition file is replaced by a rename, or written in place by an editor. Added to
-// whatever the folder's watch has already, in case the folder is on the path too.
+// The path definition file is replaced by a rename, or written in place by an editor; a folder
+// above it that did not exist is made, and one that did is removed or renamed. Added to whatever
+// the folder's watch has already, in case the folder is on the path too.
 constexpr std::uint32_t kPathDefinitionMask =
     os::WatchCreated | os::WatchMovedTo | os::WatchClosedWrite | os::WatchDeleted |
-    os::WatchMovedFrom | os::WatchOnlyFolder | 0x20000000u /* IN_MASK_ADD */;
+    os::WatchMovedFrom | os::WatchSelfDeleted | os::WatchSelfMoved | os::WatchOnlyFolder |
+    0x20000000u /* IN_MASK_ADD */;
 // A parent watched for a folder that does not exist yet; added to any watch the parent has.
 constexpr std::uint32_t kAwaitMask = os::WatchCreated | os::WatchMovedTo | os::WatchSelfDeleted |
                                      os::WatchSelfMoved | os::WatchOnlyFolder |
                                      0x20000000u /* IN_MASK_ADD */;
+// The folder holding a folder of the path: a name made, removed or renamed there may be another
+// folder or a re-pointed link in the place of ours. Added to any watch the folder has.
+constexpr std::uint32_t kNameMask = os::WatchCreated | os::WatchDeleted | os::WatchMovedFrom |
+                                    os::WatchMovedTo | os::WatchSelfDeleted | os::WatchSelfMoved |
+                                    os::WatchOnlyFolder | 0x20000000u /* IN_MASK_ADD */;
 // Symbolic links can make special folders nest without end.
 constexpr int kMaxDepth = 64;
 
 bool IsSpecial(const std::string& name) {
     return PathManagement::GetPathEntryTypeFromBaseName(text::FromNative(name)) !=
            PathManagement::PathEntryType::Ordinary;
+}
+
+// The folder holding `path`, and the name `path` has in it.
+std::pair<std::string, std::string> SplitLast(const std::string& path) {
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return {".", path};
+    return {slash == 0 ? std::string("/") : path.substr(0, slash), path.substr(slash + 1)};
+}
+
+bool OutOfWatches(int err) {
+    return err == ENOSPC || err == ENOMEM;
 }
 
 bool StampChanged(const os::FileStatus& a, const os::FileStatus& b) {
@@ -43,11 +64,7 @@ bool StampChanged(const os::FileStatus& a, const os::FileStatus& b) {
 
 FolderWatcher::FolderWatcher(std::string pathDefinition,
                              std::function<void(const std::string&)> warn)
-    : m_pathDefinition(std::move(pathDefinition)), m_warn(std::move(warn)) {
-    const auto slash = m_pathDefinition.rfind('/');
-    m_pathDefinitionName =
-        slash == std::string::npos ? m_pathDefinition : m_pathDefinition.substr(slash + 1);
-}
+    : m_pathDefinition(std::move(pathDefinition)), m_warn(std::move(warn)) {}
 
 FolderWatcher::~FolderWatcher() {
     if (m_queue >= 0)
@@ -55,19 +72,88 @@ FolderWatcher::~FolderWatcher() {
 }
 
 int FolderWatcher::Open() {
-    if (const int err = os::System().WatchOpen(m_queue); err != 0)
-        return err;
-    if (!m_pathDefinition.empty()) {
-        const auto slash = m_pathDefinition.rfind('/');
-        const std::string folder = slash == std::string::npos ? std::string(".")
-                                   : slash == 0               ? std::string("/")
-                                                              : m_pathDefinition.substr(0, slash);
-        // A folder that does not exist yet cannot be watched; the path is then taken as it stands.
-        int watch = -1;
-        if (os::System().WatchAdd(m_queue, folder, kPathDefinitionMask, watch) == 0)
-            m_pathDefinitionWatch = watch;
+    if (const int err = os::System().WatchOpen(m_queue); err != 0) {
+        m_queue = -1;
+        // Other programs hold every inotify instance the user may have: polled, not refused.
+        if (err != EMFILE && err != ENFILE && err != ENOMEM)
+            return err;
+        WarnOnce(
+            "out of inotify instances (see fs.inotify.max_user_instances); polling every folder "
+            "and the path definition file instead");
     }
+    FollowPathDefinition();
     return 0;
+}
+
+void FolderWatcher::WarnOnce(std::string warning) {
+    if (m_warned)
+        return;
+    m_warned = true;
+    if (m_warn)
+        m_warn(warning);
+    else
+        m_unheard = std::move(warning);
+}
+
+void FolderWatcher::Release(int watch) {
+    if (m_queue < 0 || m_byWatch.contains(watch) || m_awaiting.contains(watch) ||
+        m_named.contains(watch)) {
+        return;
+    }
+    for (const auto& leading : m_definitionWatches) {
+        if (leading.watch == watch)
+            return;
+    }
+    os::System().WatchRemove(m_queue, watch);
+}
+
+// The file itself may be a symbolic link, as dotfile managers make it: both the link's folder and
+// its target's are watched, so that re-pointing the link and replacing the target are both seen.
+// A folder on the way that does not exist yet is awaited from the nearest one that does.
+bool FolderWatcher::FollowPathDefinition() {
+    if (m_pathDefinition.empty() || m_definitionPolled)
+        return false;
+    std::vector<std::string> files{m_pathDefinition};
+    std::string target;
+    if (os::System().RealPath(m_pathDefinition, target) == 0 && target != m_pathDefinition)
+        files.push_back(std::move(target));
+    std::vector<DefinitionWatch> now;
+    bool unwatchable = m_queue < 0;
+    for (const auto& file : files) {
+        std::string below = file;
+        for (int depth = 0; depth <= kMaxDepth && !unwatchable; ++depth) {
+            auto [folder, name] = SplitLast(below);
+            int watch = -1;
+            const int err = os::System().WatchAdd(m_queue, folder, kPathDefinitionMask, watch);
+            if (err == 0) {
+                now.push_back({watch, std::move(name), depth == 0});
+                break;
+            }
+            unwatchable = OutOfWatches(err);
+            if (folder == "/" || folder == "." || folder == below)
+                break;
+            below = std::move(folder);
+        }
+    }
+    if (unwatchable) {
+        m_definitionPolled = true;
+        if (os::System().Stat(m_pathDefinition, m_definitionStatus) != 0)
+            m_definitionStatus = {};
+        now.clear();
+        WarnOnce(fmt::format(
+            "out of inotify watches (see fs.inotify.max_user_watches); polling what could not be "
+            "watched, starting with {}",
+            m_pathDefinition));
+    }
+    const bool changed = now.size() != m_definitionWatches.size() ||
+                         !std::equal(now.begin(), now.end(), m_definitionWatches.begin(),
+                                     [](const auto& a, const auto& b) {
+                                         return a.watch == b.watch && a.name == b.name;
+                                     });
+    auto before = std::exchange(m_definitionWatches, std::move(now));
+    for (const auto& leading : before)
+        Release(leading.watch);
+    return changed;
 }
 
 void FolderWatcher::SetWarn(std::function<void(const std::string&)> warn) {
@@ -89,7 +175,8 @@ bool FolderWatcher::Watch(const AbsoluteIRI& location, const std::string& native
     if (!unseen)
         return false;
     int watch = -1;
-    const int err = os::System().WatchAdd(m_queue, native, kFolderMask, watch);
+    const int err =
+        m_queue < 0 ? ENOSPC : os::System().WatchAdd(m_queue, native, kFolderMask, watch);
     // The kernel gives the same watch for the same folder reached by another name: one record
     // per watch, and no second descent (a symbolic link looping back ends here).
     if (err == 0 && m_byWatch.try_emplace(watch, Watched{location, native}).second) {
@@ -97,31 +184,81 @@ bool FolderWatcher::Watch(const AbsoluteIRI& location, const std::string& native
         return true;
     }
     m_byNative.erase(claim);
-    if (err != ENOSPC && err != ENOMEM)
+    if (!OutOfWatches(err))
         return false;
     Polled polled{location, {}};
     os::System().Stat(native, polled.status);
     m_polled.emplace(native, std::move(polled));
-    if (!m_warned) {
-        std::string warning = fmt::format(
-            "out of inotify watches (see fs.inotify.max_user_watches); polling the folders that "
-            "could not be watched, starting with {}",
-            native);
-        if (m_warn)
-            m_warn(warning);
-        else
-            m_unheard = std::move(warning);
-    }
-    m_warned = true;
+    WarnOnce(fmt::format(
+        "out of inotify watches (see fs.inotify.max_user_watches); polling what could not be "
+        "watched, starting with {}",
+        native));
     return true;
 }
 
 void FolderWatcher::WatchTree(const FolderEntry& entry, std::vector<AbsoluteIRI>* fresh) {
+    FollowName(entry.GetAbsoluteIRI(), text::ToNative(entry.GetAbsoluteIRI().getPath()));
+    WatchEntry(entry, fresh);
+}
+
+void FolderWatcher::WatchEntry(const FolderEntry& entry, std::vector<AbsoluteIRI>* fresh) {
     const std::string native = text::ToNative(entry.GetAbsoluteIRI().getPath());
     if (Watch(entry.GetAbsoluteIRI(), native) && fresh != nullptr)
         fresh->push_back(entry.GetAbsoluteIRI());
     for (const auto& sub : entry.SubEntries())
-        WatchTree(*sub, fresh);
+        WatchEntry(*sub, fresh);
+}
+
+// The folder's own watch follows its inode, which a rename takes away and a re-pointed link never
+// touches: the name is followed in the folder above. A path's folders mostly share a few parents,
+// each watched once.
+void FolderWatcher::FollowName(const AbsoluteIRI& location, const std::string& native) {
+    if (m_queue < 0 || m_namedAt.contains(native))
+        return;
+    auto [folder, name] = SplitLast(native);
+    int watch = -1;
+    if (const auto known = m_parents.find(folder); known != m_parents.end())
+        watch = known->second;
+    else if (os::System().WatchAdd(m_queue, folder, kNameMask, watch) == 0)
+        m_parents.emplace(folder, watch);
+    else
+        return;  // its own watch, or its polling, still tells of a rename or removal
+    m_named[watch].push_back({location, native, std::move(name)});
+    m_namedAt.emplace(native, watch);
+}
+
+void FolderWatcher::UnfollowName(const std::string& native) {
+    const auto at = m_namedAt.find(native);
+    if (at == m_namedAt.end())
+        return;
+    const int watch = at->second;
+    m_namedAt.erase(at);
+    auto& names = m_named[watch];
+    std::erase_if(names, [&](const Named& named) { return named.native == native; });
+    if (!names.empty())
+        return;
+    m_named.erase(watch);
+    boost::unordered::erase_if(m_parents,
+                               [&](const auto& parent) { return parent.second == watch; });
+    Release(watch);
+}
+
+void FolderWatcher::Refollow(int watch, WatchedChanges* out) {
+    const auto found = m_named.find(watch);
+    if (found == m_named.end())
+        return;
+    const auto names = std::move(found->second);
+    m_named.erase(found);
+    boost::unordered::erase_if(m_parents,
+                               [&](const auto& parent) { return parent.second == watch; });
+    for (const auto& named : names) {
+        m_namedAt.erase(named.native);
+        FollowName(named.location, named.native);
+        if (out != nullptr) {
+            Forget(named.native);
+            out->locations.push_back(named.location);
+        }
+    }
 }
 
 // Watched first, listed after: a folder made inside it meanwhile is either in the listing or
@@ -150,25 +287,39 @@ void FolderWatcher::Forget(const std::string& native) {
             gone.push_back(watch);
     }
     for (const int watch : gone) {
-        os::System().WatchRemove(m_queue, watch);
         m_byNative.erase(m_byWatch.at(watch).native);
         m_byWatch.erase(watch);
+        // The names followed in this folder are followed in the one that has its name now.
+        Refollow(watch, nullptr);
+        Release(watch);
     }
+    // Polled folders too: a name that comes back is looked at anew.
+    boost::unordered::erase_if(m_polled, [&](const auto& polled) {
+        return polled.first == native || polled.first.starts_with(below);
+    });
 }
 
 void FolderWatcher::Unwatch(const FolderEntry& entry,
                             const std::function<bool(const AbsoluteIRI&)>& stays) {
+    if (!stays(entry.GetAbsoluteIRI()))
+        UnfollowName(text::ToNative(entry.GetAbsoluteIRI().getPath()));
+    UnwatchEntry(entry, stays);
+}
+
+void FolderWatcher::UnwatchEntry(const FolderEntry& entry,
+                                 const std::function<bool(const AbsoluteIRI&)>& stays) {
     if (!stays(entry.GetAbsoluteIRI())) {
         const std::string native = text::ToNative(entry.GetAbsoluteIRI().getPath());
         if (const auto found = m_byNative.find(native); found != m_byNative.end()) {
-            os::System().WatchRemove(m_queue, found->second);
-            m_byWatch.erase(found->second);
+            const int watch = found->second;
+            m_byWatch.erase(watch);
             m_byNative.erase(found);
+            Release(watch);
         }
         m_polled.erase(native);
     }
     for (const auto& sub : entry.SubEntries())
-        Unwatch(*sub, stays);
+        UnwatchEntry(*sub, stays);
 }
 
 void FolderWatcher::Await(const AbsoluteIRI& folder) {
@@ -192,7 +343,18 @@ void FolderWatcher::AwaitFrom(const AbsoluteIRI& folder, const std::string& nati
             return;
         parent = slash == 0 ? std::string("/") : parent.substr(0, slash);
         int watch = -1;
-        if (os::System().WatchAdd(m_queue, parent, kAwaitMask, watch) != 0)
+        const int err =
+            m_queue < 0 ? ENOSPC : os::System().WatchAdd(m_queue, parent, kAwaitMask, watch);
+        if (OutOfWatches(err)) {
+            m_awaitPolled.push_back({folder, native});
+            m_awaitedAt.emplace(native, -1);
+            WarnOnce(fmt::format(
+                "out of inotify watches (see fs.inotify.max_user_watches); polling what could not "
+                "be watched, starting with {}",
+                parent));
+            return;
+        }
+        if (err != 0)
             continue;
         m_awaiting[watch].push_back({folder, native});
         m_awaitedAt.emplace(native, watch);
@@ -212,10 +374,8 @@ void FolderWatcher::Reawait(int watch, bool gone) {
     for (const auto& folder : awaited)
         AwaitFrom(folder.location, folder.native);
     // A parent that no awaited folder needs any more, and that is watched for nothing else.
-    if (!gone && !m_awaiting.contains(watch) && !m_byWatch.contains(watch) &&
-        watch != m_pathDefinitionWatch) {
-        os::System().WatchRemove(m_queue, watch);
-    }
+    if (!gone)
+        Release(watch);
 }
 
 void FolderWatcher::Handle(const os::WatchEvent& event, WatchedChanges& out) {
@@ -229,13 +389,37 @@ void FolderWatcher::Handle(const os::WatchEvent& event, WatchedChanges& out) {
             Reawait(watch, false);
         return;
     }
+    // A symbolic link made in the place of an awaited folder is no folder to the kernel: any new
+    // name is looked at.
     if (m_awaiting.contains(event.watch) &&
-        (event.mask &
-         (os::WatchIsFolder | os::WatchIgnored | os::WatchSelfDeleted | os::WatchSelfMoved))) {
+        (event.mask & (os::WatchIsFolder | os::WatchCreated | os::WatchMovedTo | os::WatchIgnored |
+                       os::WatchSelfDeleted | os::WatchSelfMoved))) {
         Reawait(event.watch, (event.mask & os::WatchIgnored) != 0);
     }
-    if (event.watch == m_pathDefinitionWatch && event.name == m_pathDefinitionName)
-        out.pathDefinitionChanged = true;
+    for (const auto& leading : m_definitionWatches) {
+        if (leading.watch != event.watch)
+            continue;
+        if (leading.direct && event.name == leading.name)
+            out.pathDefinitionChanged = true;
+        // A folder on the way made or gone, a link re-pointed: the way is looked at again.
+        if (event.name.empty() || event.name == leading.name)
+            m_refollow = true;
+    }
+    if (const auto named = m_named.find(event.watch); named != m_named.end()) {
+        if (event.mask & (os::WatchSelfDeleted | os::WatchSelfMoved | os::WatchIgnored)) {
+            Refollow(event.watch, &out);
+        } else {
+            std::vector<Named> taken;
+            for (const auto& name : named->second) {
+                if (name.name == event.name)
+                    taken.push_back(name);
+            }
+            for (const auto& name : taken) {
+                Forget(name.native);
+                out.locations.push_back(name.location);
+            }
+        }
+    }
     const auto found = m_byWatch.find(event.watch);
     if (found == m_byWatch.end())
         return;
@@ -246,6 +430,10 @@ void FolderWatcher::Handle(const os::WatchEvent& event, WatchedChanges& out) {
         return;
     }
     if (event.name.empty()) {
+        // The folder renamed away or removed: what has its name now, if anything, is another
+        // folder, read and watched anew; this one is let go.
+        if (event.mask & (os::WatchSelfDeleted | os::WatchSelfMoved))
+            Forget(watched.native);
         out.locations.push_back(watched.location);
         return;
     }
@@ -261,12 +449,19 @@ void FolderWatcher::Handle(const os::WatchEvent& event, WatchedChanges& out) {
 }
 
 void FolderWatcher::Wait(std::chrono::milliseconds timeout, WatchedChanges& out) {
-    if (m_queue < 0)
-        return;
-    if (os::System().WatchRead(m_queue, static_cast<int>(timeout.count()), m_events) != 0)
-        return;
-    for (const auto& event : m_events)
-        Handle(event, out);
+    if (m_queue < 0) {
+        // Polled only: the caller's pace is kept all the same.
+        std::this_thread::sleep_for(timeout);
+    } else if (os::System().WatchRead(m_queue, static_cast<int>(timeout.count()), m_events) == 0) {
+        for (const auto& event : m_events)
+            Handle(event, out);
+    }
+    if (std::exchange(m_refollow, false) && FollowPathDefinition()) {
+        // Watched first, looked at after: a file that came with its folder is read now.
+        os::FileStatus status;
+        if (os::System().Stat(m_pathDefinition, status) == 0)
+            out.pathDefinitionChanged = true;
+    }
     out.appeared.insert(out.appeared.end(), m_appeared.begin(), m_appeared.end());
     m_appeared.clear();
 }
@@ -281,6 +476,23 @@ void FolderWatcher::Poll(WatchedChanges& out) {
             out.locations.push_back(polled.location);
         }
     }
+    if (m_definitionPolled) {
+        os::FileStatus now;
+        if (os::System().Stat(m_pathDefinition, now) != 0)
+            now = {};
+        if (StampChanged(now, m_definitionStatus)) {
+            m_definitionStatus = now;
+            out.pathDefinitionChanged = true;
+        }
+    }
+    std::erase_if(m_awaitPolled, [&](const Awaited& awaited) {
+        os::FileStatus now;
+        if (os::System().Stat(awaited.native, now) != 0 || !now.IsFolder())
+            return false;
+        m_awaitedAt.erase(awaited.native);
+        out.appeared.push_back(awaited.location);
+        return true;
+    });
 }
 
 }  // namespace Velmora::SearchPath::detail

@@ -262,14 +262,14 @@ struct PathWatcher::Impl {
         auto nextPoll = Clock::now() + options.pollInterval;
         while (!stop.load()) {
             auto wait = kIdle;
-            if (folders->PolledCount() > 0) {
+            if (folders->Polling()) {
                 wait = std::min(wait, std::chrono::duration_cast<std::chrono::milliseconds>(
                                           std::max(nextPoll - Clock::now(), Clock::duration{})));
             }
             auto changes = Gather(retired.empty() ? wait : std::chrono::milliseconds(0));
             if (changes.Empty())
                 retired.clear();
-            if (folders->PolledCount() > 0 && Clock::now() >= nextPoll) {
+            if (folders->Polling() && Clock::now() >= nextPoll) {
                 folders->Poll(changes);
                 nextPoll = Clock::now() + options.pollInterval;
             }

@@ -16,6 +16,7 @@
 #include <fmt/format.h>
 
 #include <velmora/searchpath/path_change_report.hpp>
+#include <velmora/searchpath/path_poller.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
 
 #include "commands.hpp"
@@ -141,13 +142,14 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
         }
         return kExitOk;
     }
-    // Polling reads every folder each time and sees only changes that move a folder's stamp.
+    // Polling reads again each folder whose stamp moved, and each whose stamp was too recent to
+    // trust at the last reading.
     const std::chrono::duration<double> pause(pollSeconds);
+    Velmora::SearchPath::PathPoller poller(*manager, {});
     while (!printer.WaitForLimit(pause)) {
         foundation::core::except::Notification problems;
-        manager->ReloadPathDefinition(problems);
+        poller.Poll(problems);
         PrintMessages(problems);
-        manager->Refresh();
     }
     return kExitOk;
 }

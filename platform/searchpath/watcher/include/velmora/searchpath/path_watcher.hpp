@@ -16,9 +16,15 @@
 //   made inside it meanwhile is missed.
 // - When the kernel's queue overflows and events are lost, every folder is revalidated by its
 //   stamp (MainSearchPathManager::Refresh).
-// - When the user's inotify watches run out, the folders left unwatched are polled every
-//   `pollInterval`, with one warning; the rest stays watched.
+// - Folders are followed by their names: a folder of the path renamed away, removed, replaced by
+//   another or by a symbolic link, or a link re-pointed, is let go, and what has the name now is
+//   read and watched.
+// - When the user's inotify watches run out, what is left unwatched (the path definition file
+//   included) is polled every `pollInterval`, with one warning; the rest stays watched. When the
+//   user's inotify instances run out, everything is polled, with one warning.
 // - When another process saves a new path in the path definition file, the manager takes it up.
+//   The file is followed through a symbolic link (a change of the link or of its target), and
+//   from its nearest existing folder while its folder is not made yet.
 //
 //   MainSearchPathManager manager(folders, options);
 //   manager.AddPathChangeObserver([](const PathChange& c) { Show(c); });
@@ -83,7 +89,8 @@ class VELMORA_SEARCHPATH_EXPORT PathWatcher {
         std::function<void(std::exception_ptr)> failed{};
     };
 
-    // Throws std::runtime_error when inotify cannot be used at all.
+    // Throws std::runtime_error when inotify cannot be used at all (but not when the user's
+    // instances are used up: everything is polled then).
     PathWatcher(IWatchedPath& manager, Options options);
     // Takes over `early`'s watches, which must be of the manager's path definition file. Waits for
     // them to be in place.
