@@ -287,8 +287,8 @@ class Decoder {
         node.lastSpecial = kNoParent;
         node.kind = static_cast<PathEntryType>(r.kind);
         node.stamp = (r.flags & kStampKnown)
-                         ? FolderStamp{r.modifiedNs, r.changedNs, r.inode, r.device, r.size}
-                         : FolderStamp{kUnknownTime, kUnknownTime, r.inode, r.device, r.size};
+                         ? FolderStamp{r.modifiedNs, r.changedNs, r.inode, r.device, r.size, 0}
+                         : FolderStamp{kUnknownTime, kUnknownTime, r.inode, r.device, r.size, 0};
     }
 
     // Read: a sub-entry's record.

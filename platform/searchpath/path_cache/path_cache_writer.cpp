@@ -40,7 +40,8 @@ std::int64_t NowNs() {
 
 class Encoder {
   public:
-    explicit Encoder(std::int64_t writtenAtNs) : m_writtenAtNs(writtenAtNs) {}
+    Encoder(std::int64_t writtenAtNs, std::int64_t judgedAtNs)
+        : m_writtenAtNs(writtenAtNs), m_judgedAtNs(judgedAtNs) {}
 
     void Main(const FolderEntry& entry) {
         FolderRecord record = Record(entry, kNoParent, 0);
@@ -102,10 +103,13 @@ class Encoder {
         r.kind = static_cast<std::uint8_t>(entry.GetPathEntryType());
         r.specialIndex = specialIndex;
         r.specialCount = static_cast<std::uint32_t>(files.Specials().size());
-        // A change in the same tick as the stamp could leave the stamp as it is: don't trust it.
-        const bool racy =
-            stamp.modifiedNs == kUnknownTime || stamp.changedNs == kUnknownTime ||
-            std::max(stamp.modifiedNs, stamp.changedNs) > m_writtenAtNs - kRacyStampWindowNs;
+        // A change in the same tick as the listing could leave the stamp as it is: don't trust
+        // it. The moment that counts is the listing's, not this write's: a file made just after
+        // the listing is not in it, however long after that the cache is written.
+        const std::int64_t listedNs = m_judgedAtNs != 0 ? m_judgedAtNs : stamp.listedNs;
+        const bool racy = stamp.modifiedNs == kUnknownTime || stamp.changedNs == kUnknownTime ||
+                          (listedNs != 0 && std::max(stamp.modifiedNs, stamp.changedNs) >
+                                                listedNs - kRacyStampWindowNs);
         r.flags = racy ? 0 : std::uint8_t{kStampKnown};
         r.modifiedNs = racy ? kUnknownTime : stamp.modifiedNs;
         r.changedNs = racy ? kUnknownTime : stamp.changedNs;
@@ -284,6 +288,7 @@ class Encoder {
     }
 
     std::int64_t m_writtenAtNs;
+    std::int64_t m_judgedAtNs;  // when every stamp counts as listed; 0 for each its own listing
     std::vector<FolderRecord> m_records;
     std::string m_text;
     std::string m_names;
@@ -298,9 +303,9 @@ class Encoder {
 
 // EncodeInto: the cache of `mains`, handed to write(bytes) piece by piece.
 template <class Write>
-void EncodeInto(const FolderEntryList& mains, std::int64_t writtenAtNs, const AbsoluteIRI& root,
-                Write write) {
-    Encoder encoder(writtenAtNs);
+void EncodeInto(const FolderEntryList& mains, std::int64_t writtenAtNs, std::int64_t judgedAtNs,
+                const AbsoluteIRI& root, Write write) {
+    Encoder encoder(writtenAtNs, judgedAtNs);
     for (const auto& main : mains) {
         if (main)
             encoder.Main(*main);
@@ -311,11 +316,14 @@ void EncodeInto(const FolderEntryList& mains, std::int64_t writtenAtNs, const Ab
 }  // namespace
 
 PathCacheFactory::PathCacheFactory(FolderEntryList mainEntries, std::int64_t writtenAtNs)
-    : m_mains(std::move(mainEntries)), m_writtenAtNs(writtenAtNs != 0 ? writtenAtNs : NowNs()) {}
+    : m_mains(std::move(mainEntries)),
+      m_writtenAtNs(writtenAtNs != 0 ? writtenAtNs : NowNs()),
+      m_judgedAtNs(writtenAtNs) {}
 
 std::string PathCacheFactory::Encode(const AbsoluteIRI& root) const {
     std::string out;
-    EncodeInto(m_mains, m_writtenAtNs, root, [&](std::string_view bytes) { out.append(bytes); });
+    EncodeInto(m_mains, m_writtenAtNs, m_judgedAtNs, root,
+               [&](std::string_view bytes) { out.append(bytes); });
     return out;
 }
 
@@ -323,7 +331,7 @@ void PathCacheFactory::WriteCache(foundation::storage::vfs::ofstream& stream,
                                   const AbsoluteIRI& root) const {
     // Written piece by piece: a cache of a large path is tens of megabytes, not worth copying
     // into one string first.
-    EncodeInto(m_mains, m_writtenAtNs, root, [&](std::string_view bytes) {
+    EncodeInto(m_mains, m_writtenAtNs, m_judgedAtNs, root, [&](std::string_view bytes) {
         stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     });
     stream.flush();
