@@ -21,6 +21,7 @@
 #include <velmora/pathmanagement/cache_and_notify.hpp>
 #include <velmora/text/ustring.hpp>
 
+#include "cache_folder.hpp"
 #include "path_cache_format.hpp"
 #include "path_cache_image.hpp"
 #include "scan/file_table.hpp"
@@ -341,23 +342,39 @@ void SavePathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& root,
                    const FolderEntryList& mainEntries) {
     const std::string native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(cacheFile));
     const auto slash = native.rfind('/');
-    if (slash != std::string::npos && slash != 0) {
-        if (const int err = os::System().MakeFolders(native.substr(0, slash)); err != 0) {
+    const std::string folder = slash == std::string::npos ? "." : native.substr(0, slash);
+    if (slash != 0) {
+        if (const int err = MakeCacheFolder(folder); err != 0) {
             throw foundation::storage::vfs::Exception(
                 fmt::format("cannot create the folder of {}: {}", native, os::ErrorText(err)), err);
         }
     }
-    // A name of this process's own, so that two writers never share a temporary file.
-    const std::string temporary =
-        fmt::format("{}.{:x}.tmp", native, static_cast<std::uint64_t>(NowNs()));
+    if (std::string problem = MakeRoomForCache(native); !problem.empty())
+        throw foundation::storage::vfs::Exception(problem, EEXIST);
+    // A name of this process's own, so that two writers never share a temporary file, and that
+    // the next writer can tell whether the one that made it is still at work.
+    const std::string temporary = TemporaryCacheName(native);
+    int descriptor = -1;
+    if (const int err = os::System().CreatePrivateFile(temporary, descriptor); err != 0) {
+        throw foundation::storage::vfs::Exception(
+            fmt::format("cannot create {}: {}", temporary, os::ErrorText(err)), err);
+    }
+    os::System().CloseFile(descriptor);
     const AbsoluteIRI temporaryIri = foundation::storage::vfs::toAbsoluteIRI(
         u"file", fl::filesystem::path(text::FromNative(temporary)));
-    PathManagement::WriteToolboxPathCache(temporaryIri, root, PathCacheFactory(mainEntries));
+    try {
+        // Opened again and emptied: the file keeps the owner-only mode it was made with.
+        PathManagement::WriteToolboxPathCache(temporaryIri, root, PathCacheFactory(mainEntries));
+    } catch (...) {
+        os::System().RemoveFile(temporary);
+        throw;
+    }
     if (const int err = os::System().Rename(temporary, native); err != 0) {
         os::System().RemoveFile(temporary);
         throw foundation::storage::vfs::Exception(
             fmt::format("cannot save {}: {}", native, os::ErrorText(err)), err);
     }
+    TidyCacheFolder(folder, native);
 }
 
 std::string DefaultPathCacheFolder() {

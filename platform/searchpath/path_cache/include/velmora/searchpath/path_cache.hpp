@@ -69,12 +69,15 @@ VELMORA_SEARCHPATH_EXPORT FolderEntryList ParsePathCache(
     std::string_view bytes, const foundation::storage::vfs::AbsoluteIRI& root, std::string& why,
     const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders = {});
 
-// LoadPathCache: ParsePathCache of the file at `cacheFile` (memory-mapped); empty when there is no
-// usable cache there.
-VELMORA_SEARCHPATH_EXPORT FolderEntryList
-LoadPathCache(const foundation::storage::vfs::AbsoluteIRI& cacheFile,
-              const foundation::storage::vfs::AbsoluteIRI& root,
-              const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders = {});
+// LoadPathCache: ParsePathCache of the file at `cacheFile`; empty when there is no usable cache
+// there: anything but a regular file of the user's is not read (a link is not followed, a FIFO not
+// waited on). The file is memory-mapped and its names read from it as they are asked for, unless
+// `inMemory`: then it is read whole, so that another program truncating it cannot take the pages
+// from under a program that runs on (a mapped page past the end of a file kills its reader).
+VELMORA_SEARCHPATH_EXPORT FolderEntryList LoadPathCache(
+    const foundation::storage::vfs::AbsoluteIRI& cacheFile,
+    const foundation::storage::vfs::AbsoluteIRI& root,
+    const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders = {}, bool inMemory = false);
 
 // SavePathCache: writes the cache of `mainEntries` for `root` to a temporary file beside
 // `cacheFile` and renames it over `cacheFile`, creating the folder if needed: a reader sees the
