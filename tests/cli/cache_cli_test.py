@@ -4,6 +4,7 @@ follows changes of the path, and `vpath cache` and --no-cache do what they say."
 import os
 import subprocess
 import tempfile
+import time
 import unittest
 
 import cli_test
@@ -111,6 +112,95 @@ class PathCache(unittest.TestCase):
         self.assertIn("unusable", self.vpath("cache", "status")[1])
         self.assertEqual(self.vpath("which", "area")[1], os.path.join(self.tb, "area.vl") + "\n")
         self.assertIn("state: usable", self.vpath("cache", "status")[1])
+
+
+
+class CachePlace(unittest.TestCase):
+    """Only a folder and a file of the user's own are used as the cache, whatever is put there."""
+
+    setUp = PathCache.setUp
+    tearDown = PathCache.tearDown
+    vpath = PathCache.vpath
+    caches = PathCache.caches
+
+    def cache_file(self):
+        self.vpath("which", "area")
+        [cache] = self.caches()
+        return os.path.join(self.cache_folder, cache)
+
+    def test_what_is_at_the_cache_place(self):
+        cache = self.cache_file()
+        plants = [("a FIFO", lambda: os.mkfifo(cache), True),
+                  ("a folder", lambda: os.mkdir(cache), True),
+                  ("a folder", lambda: os.makedirs(os.path.join(cache, "x")), False)]
+        for kind, plant, ours_to_replace in plants:
+            with self.subTest(kind=kind, replaced=ours_to_replace):
+                if os.path.lexists(cache):
+                    os.remove(cache)
+                plant()
+                self.assertIn(kind + " is there", self.vpath("cache", "status")[1])
+                code, out, err = self.vpath("which", "area")
+                self.assertEqual((code, out), (0, os.path.join(self.tb, "area.vl") + "\n"))
+                self.assertEqual(os.path.isfile(cache), ours_to_replace)
+                self.assertEqual(err == "", ours_to_replace, err)
+                if not ours_to_replace:
+                    code, _, err = self.vpath("cache", "clear")
+                    self.assertEqual(code, 1)
+                    self.assertIn("left as it is", err)
+                    os.rmdir(os.path.join(cache, "x"))
+                if ours_to_replace:
+                    os.remove(cache)
+                    os.mkfifo(cache)
+                self.assertEqual(self.vpath("cache", "clear")[0], 0)
+                self.assertFalse(os.path.lexists(cache))
+
+    def test_a_folder_others_can_write_is_not_used_and_said_once(self):
+        cache = self.cache_file()
+        written = os.stat(cache).st_mtime_ns
+        os.chmod(self.cache_folder, 0o777)
+        code, out, err = self.vpath("which", "area")
+        self.assertEqual((code, out), (0, os.path.join(self.tb, "area.vl") + "\n"))
+        self.assertEqual(len(err.splitlines()), 1, err)
+        self.assertIn(self.cache_folder + " is writable by others", err)
+        self.assertIn("chmod go-w " + self.cache_folder, err)
+        self.assertEqual(os.stat(cache).st_mtime_ns, written)
+        self.assertIn("state: not used", self.vpath("cache", "status")[1])
+
+    def test_made_for_the_user_alone_whatever_the_umask(self):
+        done = subprocess.run([cli_test.VPATH, "which", "area"], capture_output=True, env=self.env,
+                              timeout=60, preexec_fn=lambda: os.umask(0))
+        self.assertEqual(done.returncode, 0)
+        [cache] = self.caches()
+        self.assertEqual(os.stat(self.cache_folder).st_mode & 0o777, 0o700)
+        self.assertEqual(os.stat(os.path.join(self.root, "cache")).st_mode & 0o777, 0o700)
+        self.assertEqual(os.stat(os.path.join(self.cache_folder, cache)).st_mode & 0o777, 0o600)
+
+    def test_leftovers_go_and_clear_all_removes_every_cache(self):
+        cache = self.cache_file()
+        leftover = cache + ".2147483000.0.tmp"
+        with open(leftover, "w") as f:
+            f.write("part of a cache")
+        self.vpath("--path", self.tb, "which", "area")
+        self.assertFalse(os.path.exists(leftover))
+        self.assertEqual(len(self.caches()), 2)
+        self.assertEqual(self.vpath("cache", "clear", "--all")[0], 0)
+        self.assertEqual(self.caches(), [])
+
+    def test_a_batch_outlives_its_cache_truncated(self):
+        # Folders older than the window of stamps too new to trust: the batch answers from the
+        # cache, not from listings of its own.
+        time.sleep(2.1)
+        cache = self.cache_file()
+        batch = subprocess.Popen([cli_test.VPATH, "which", "--batch"], env=self.env, text=True,
+                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                 stderr=subprocess.PIPE)
+        batch.stdin.write("area\n")
+        batch.stdin.flush()
+        self.assertEqual(batch.stdout.readline(), os.path.join(self.tb, "area.vl") + "\n")
+        os.truncate(cache, 0)
+        out, _ = batch.communicate("area\nnowhere\narea\n", timeout=60)
+        self.assertEqual(batch.returncode, 1)
+        self.assertEqual(out.count("area.vl"), 2)
 
 
 if __name__ == "__main__":

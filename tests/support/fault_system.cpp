@@ -106,6 +106,7 @@ int FaultSystem::Stat(const std::string& path, Velmora::os::FileStatus& out) {
     if (const int err = Check(Op::Stat, path))
         return err;
     const int err = RealSystem().Stat(path, out);
+    Pretend(path, out, err);
     Coarsen(out, m_coarseNs);
     if (err == 0)
         Freeze(path, out);
@@ -224,6 +225,33 @@ int FaultSystem::OpenFileForWriting(const std::string& path, int& descriptor) {
 int FaultSystem::MapFile(const std::string& path,
                          std::unique_ptr<const Velmora::os::MappedFile>& out) {
     return Or(Check(Op::MapFile, path), [&] { return RealSystem().MapFile(path, out); });
+}
+
+void FaultSystem::PretendOwner(std::string pathSuffix, std::uint32_t owner,
+                               std::uint32_t permissions) {
+    std::lock_guard lock(m_mutex);
+    m_pretended.push_back({std::move(pathSuffix), owner, permissions});
+}
+
+void FaultSystem::Pretend(const std::string& path, Velmora::os::FileStatus& out, int err) {
+    std::lock_guard lock(m_mutex);
+    for (const auto& pretended : m_pretended) {
+        if (err == 0 && path.ends_with(pretended.suffix)) {
+            out.owner = pretended.owner;
+            out.mode = (out.mode & ~07777u) | (pretended.permissions & 07777u);
+        }
+    }
+}
+
+int FaultSystem::LinkStatus(const std::string& path, Velmora::os::FileStatus& out) {
+    const int err = RealSystem().LinkStatus(path, out);
+    Pretend(path, out, err);
+    return err;
+}
+
+std::uint32_t FaultSystem::UserId() {
+    const std::int64_t user = m_user.load();
+    return user < 0 ? RealSystem().UserId() : static_cast<std::uint32_t>(user);
 }
 
 }  // namespace vpath_test

@@ -68,6 +68,14 @@ class FaultSystem final : public Velmora::os::ISystem {
     // have now, as a change within one timestamp tick would.
     void FreezeStamp(const std::string& pathSuffix);
 
+    // PretendOwner: Stat and LinkStatus report items whose path ends with `pathSuffix` as owned by
+    // `owner` with the permission bits `permissions`, as a file another user planted would be.
+    void PretendOwner(std::string pathSuffix, std::uint32_t owner, std::uint32_t permissions);
+    // PretendUser: UserId reports `user`, so that everything on disk belongs to someone else.
+    void PretendUser(std::uint32_t user) { m_user.store(user); }
+
+    int LinkStatus(const std::string& path, Velmora::os::FileStatus& out) override;
+    std::uint32_t UserId() override;
     int Stat(const std::string& path, Velmora::os::FileStatus& out) override;
     int ListFolder(const std::string& path, Velmora::os::FolderListing& out) override;
     int RealPath(const std::string& path, std::string& out) override;
@@ -100,6 +108,7 @@ class FaultSystem final : public Velmora::os::ISystem {
     // Track: keeps the path that a descriptor was made for, once `err` tells it was made.
     int Track(const std::string& path, int descriptor, int err);
     void Freeze(const std::string& path, Velmora::os::FileStatus& status);
+    void Pretend(const std::string& path, Velmora::os::FileStatus& out, int err);
 
     mutable std::mutex m_mutex;
     std::vector<Rule> m_rules;
@@ -111,6 +120,13 @@ class FaultSystem final : public Velmora::os::ISystem {
     bool m_streaming = false;
     std::vector<Velmora::os::WatchEvent> m_streamed;
     std::vector<std::pair<Op, std::string>> m_log;  // every call, in order
+    struct Pretended {
+        std::string suffix;
+        std::uint32_t owner;
+        std::uint32_t permissions;
+    };
+    std::vector<Pretended> m_pretended;
+    std::atomic<std::int64_t> m_user{-1};
     Velmora::os::ScopedSystemOverride m_override;
 };
 

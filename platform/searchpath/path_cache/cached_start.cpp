@@ -1,5 +1,8 @@
 #include <velmora/searchpath/cached_start.hpp>
 
+#include <mutex>
+#include <set>
+
 #include <fmt/format.h>
 
 #include <foundation/log/diagnostic_logger.hpp>
@@ -7,6 +10,7 @@
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/cwf/current_working_folder.hpp>
 #include <velmora/pathmanagement/cache_and_notify.hpp>
+#include <velmora/searchpath/path_cache_place.hpp>
 #include <velmora/text/ustring.hpp>
 
 namespace Velmora::SearchPath {
@@ -34,6 +38,25 @@ void Tell(const CacheWarning& warn, const std::string& message) {
         warn(message);
 }
 
+// Whether the cache folder of `slot` may be used. What is wrong with it is told once a process:
+// the command runs from the disk meanwhile, and the message says how to set it right.
+bool PlaceUsable(const PathCacheSlot& slot, const CacheWarning& warn) {
+    const std::string native = Native(slot.file);
+    const auto slash = native.rfind('/');
+    const std::string folder =
+        slash == std::string::npos ? "." : (slash == 0 ? "/" : native.substr(0, slash));
+    const std::string problem = PathCacheFolderProblem(folder);
+    if (problem.empty())
+        return true;
+    static std::mutex mutex;
+    static std::set<std::string> told;
+    std::lock_guard lock(mutex);
+    // A caller without a sink hears nothing: the next one with a sink is told.
+    if (warn && told.insert(problem).second)
+        Tell(warn, problem);
+    return false;
+}
+
 }  // namespace
 
 std::optional<PathCacheSlot> PathCacheForPathDefinition(const std::string& nativePath) {
@@ -52,13 +75,16 @@ std::optional<PathCacheSlot> PathCacheForFolders(const std::vector<AbsoluteIRI>&
 }
 
 FolderEntryList LoadCachedEntries(const PathCacheSlot& slot,
-                                  const std::vector<AbsoluteIRI>& folders) {
-    return LoadPathCache(slot.file, slot.root, folders);
+                                  const std::vector<AbsoluteIRI>& folders,
+                                  const CacheWarning& warn) {
+    if (!PlaceUsable(slot, warn))
+        return {};
+    return LoadPathCache(slot.file, slot.root, folders, slot.inMemory);
 }
 
 bool SavePathCacheIfWorthIt(const PathCacheSlot& slot, const FolderEntryList& saved,
                             const FolderEntryList& entries, const CacheWarning& warn) {
-    if (!CacheWorthSaving(saved, entries))
+    if (!CacheWorthSaving(saved, entries) || !PlaceUsable(slot, warn))
         return false;
     try {
         SavePathCache(slot.file, slot.root, entries);
@@ -75,7 +101,7 @@ std::shared_ptr<const MainSearchPath> ScanWithPathCache(const std::vector<Absolu
                                                         const std::optional<PathCacheSlot>& slot,
                                                         ScanReport& report,
                                                         const CacheWarning& warn) {
-    const auto loaded = slot ? LoadCachedEntries(*slot, folders) : FolderEntryList{};
+    const auto loaded = slot ? LoadCachedEntries(*slot, folders, warn) : FolderEntryList{};
     EntryCache known;
     known.Retain(loaded);
     auto path = MainSearchPath::Revalidate(folders, loaded, report, &known);

@@ -98,7 +98,7 @@ PathCacheKeeper::~PathCacheKeeper() {
 
 FolderEntryList PathCacheKeeper::Load(
     const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders) {
-    m_saved = LoadCachedEntries(m_slot, folders);
+    m_saved = LoadCachedEntries(m_slot, folders, m_warn);
     return m_saved;
 }
 

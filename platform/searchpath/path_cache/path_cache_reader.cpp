@@ -33,6 +33,9 @@ foundation::log::DiagnosticLogger& CacheLog() {
     return log;
 }
 
+// Larger than any cache a path of folders makes.
+constexpr std::uint64_t kMostCacheBytes = std::uint64_t{1} << 34;
+
 struct BadCache {
     std::string why;
 };
@@ -287,8 +290,8 @@ class Decoder {
         node.lastSpecial = kNoParent;
         node.kind = static_cast<PathEntryType>(r.kind);
         node.stamp = (r.flags & kStampKnown)
-                         ? FolderStamp{r.modifiedNs, r.changedNs, r.inode, r.device, r.size}
-                         : FolderStamp{kUnknownTime, kUnknownTime, r.inode, r.device, r.size};
+                         ? FolderStamp{r.modifiedNs, r.changedNs, r.inode, r.device, r.size, 0}
+                         : FolderStamp{kUnknownTime, kUnknownTime, r.inode, r.device, r.size, 0};
     }
 
     // Read: a sub-entry's record.
@@ -377,7 +380,7 @@ FolderEntryList ParsePathCache(std::string_view bytes, const AbsoluteIRI& root, 
 }
 
 FolderEntryList LoadPathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& root,
-                              const std::vector<AbsoluteIRI>& folders) {
+                              const std::vector<AbsoluteIRI>& folders, bool inMemory) {
     std::string native;
     try {
         native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(cacheFile));
@@ -386,7 +389,23 @@ FolderEntryList LoadPathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& r
     }
     std::unique_ptr<const os::MappedFile> mapped;
     std::string why;
-    if (const int err = os::System().MapFile(native, mapped); err != 0) {
+    os::FileStatus status;
+    // What decides a lookup's answer must be the user's own: a checksum is no seal.
+    if (const int statErr = os::System().LinkStatus(native, status); statErr != 0) {
+        why = os::ErrorText(statErr);
+    } else if (!status.IsRegularFile() || status.owner != os::System().UserId()) {
+        why = "not a regular file of the user's";
+    } else if (inMemory) {
+        std::string bytes;
+        if (const int readErr = os::System().ReadRegularFile(native, kMostCacheBytes, bytes);
+            readErr != 0) {
+            why = os::ErrorText(readErr);
+        } else if (auto entries =
+                       Decode(std::make_shared<CacheImage>(std::move(bytes)), root, why, folders);
+                   why.empty()) {
+            return entries;
+        }
+    } else if (const int err = os::System().MapFile(native, mapped); err != 0) {
         why = os::ErrorText(err);
     } else if (auto entries =
                    Decode(std::make_shared<CacheImage>(std::move(mapped)), root, why, folders);

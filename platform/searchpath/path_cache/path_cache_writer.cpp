@@ -21,6 +21,7 @@
 #include <velmora/pathmanagement/cache_and_notify.hpp>
 #include <velmora/text/ustring.hpp>
 
+#include "cache_folder.hpp"
 #include "path_cache_format.hpp"
 #include "path_cache_image.hpp"
 #include "scan/file_table.hpp"
@@ -40,7 +41,8 @@ std::int64_t NowNs() {
 
 class Encoder {
   public:
-    explicit Encoder(std::int64_t writtenAtNs) : m_writtenAtNs(writtenAtNs) {}
+    Encoder(std::int64_t writtenAtNs, std::int64_t judgedAtNs)
+        : m_writtenAtNs(writtenAtNs), m_judgedAtNs(judgedAtNs) {}
 
     void Main(const FolderEntry& entry) {
         FolderRecord record = Record(entry, kNoParent, 0);
@@ -102,10 +104,13 @@ class Encoder {
         r.kind = static_cast<std::uint8_t>(entry.GetPathEntryType());
         r.specialIndex = specialIndex;
         r.specialCount = static_cast<std::uint32_t>(files.Specials().size());
-        // A change in the same tick as the stamp could leave the stamp as it is: don't trust it.
-        const bool racy =
-            stamp.modifiedNs == kUnknownTime || stamp.changedNs == kUnknownTime ||
-            std::max(stamp.modifiedNs, stamp.changedNs) > m_writtenAtNs - kRacyStampWindowNs;
+        // A change in the same tick as the listing could leave the stamp as it is: don't trust
+        // it. The moment that counts is the listing's, not this write's: a file made just after
+        // the listing is not in it, however long after that the cache is written.
+        const std::int64_t listedNs = m_judgedAtNs != 0 ? m_judgedAtNs : stamp.listedNs;
+        const bool racy = stamp.modifiedNs == kUnknownTime || stamp.changedNs == kUnknownTime ||
+                          (listedNs != 0 && std::max(stamp.modifiedNs, stamp.changedNs) >
+                                                listedNs - kRacyStampWindowNs);
         r.flags = racy ? 0 : std::uint8_t{kStampKnown};
         r.modifiedNs = racy ? kUnknownTime : stamp.modifiedNs;
         r.changedNs = racy ? kUnknownTime : stamp.changedNs;
@@ -284,6 +289,7 @@ class Encoder {
     }
 
     std::int64_t m_writtenAtNs;
+    std::int64_t m_judgedAtNs;  // when every stamp counts as listed; 0 for each its own listing
     std::vector<FolderRecord> m_records;
     std::string m_text;
     std::string m_names;
@@ -298,9 +304,9 @@ class Encoder {
 
 // EncodeInto: the cache of `mains`, handed to write(bytes) piece by piece.
 template <class Write>
-void EncodeInto(const FolderEntryList& mains, std::int64_t writtenAtNs, const AbsoluteIRI& root,
-                Write write) {
-    Encoder encoder(writtenAtNs);
+void EncodeInto(const FolderEntryList& mains, std::int64_t writtenAtNs, std::int64_t judgedAtNs,
+                const AbsoluteIRI& root, Write write) {
+    Encoder encoder(writtenAtNs, judgedAtNs);
     for (const auto& main : mains) {
         if (main)
             encoder.Main(*main);
@@ -311,11 +317,14 @@ void EncodeInto(const FolderEntryList& mains, std::int64_t writtenAtNs, const Ab
 }  // namespace
 
 PathCacheFactory::PathCacheFactory(FolderEntryList mainEntries, std::int64_t writtenAtNs)
-    : m_mains(std::move(mainEntries)), m_writtenAtNs(writtenAtNs != 0 ? writtenAtNs : NowNs()) {}
+    : m_mains(std::move(mainEntries)),
+      m_writtenAtNs(writtenAtNs != 0 ? writtenAtNs : NowNs()),
+      m_judgedAtNs(writtenAtNs) {}
 
 std::string PathCacheFactory::Encode(const AbsoluteIRI& root) const {
     std::string out;
-    EncodeInto(m_mains, m_writtenAtNs, root, [&](std::string_view bytes) { out.append(bytes); });
+    EncodeInto(m_mains, m_writtenAtNs, m_judgedAtNs, root,
+               [&](std::string_view bytes) { out.append(bytes); });
     return out;
 }
 
@@ -323,7 +332,7 @@ void PathCacheFactory::WriteCache(foundation::storage::vfs::ofstream& stream,
                                   const AbsoluteIRI& root) const {
     // Written piece by piece: a cache of a large path is tens of megabytes, not worth copying
     // into one string first.
-    EncodeInto(m_mains, m_writtenAtNs, root, [&](std::string_view bytes) {
+    EncodeInto(m_mains, m_writtenAtNs, m_judgedAtNs, root, [&](std::string_view bytes) {
         stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     });
     stream.flush();
@@ -333,23 +342,39 @@ void SavePathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& root,
                    const FolderEntryList& mainEntries) {
     const std::string native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(cacheFile));
     const auto slash = native.rfind('/');
-    if (slash != std::string::npos && slash != 0) {
-        if (const int err = os::System().MakeFolders(native.substr(0, slash)); err != 0) {
+    const std::string folder = slash == std::string::npos ? "." : native.substr(0, slash);
+    if (slash != 0) {
+        if (const int err = MakeCacheFolder(folder); err != 0) {
             throw foundation::storage::vfs::Exception(
                 fmt::format("cannot create the folder of {}: {}", native, os::ErrorText(err)), err);
         }
     }
-    // A name of this process's own, so that two writers never share a temporary file.
-    const std::string temporary =
-        fmt::format("{}.{:x}.tmp", native, static_cast<std::uint64_t>(NowNs()));
+    if (std::string problem = MakeRoomForCache(native); !problem.empty())
+        throw foundation::storage::vfs::Exception(problem, EEXIST);
+    // A name of this process's own, so that two writers never share a temporary file, and that
+    // the next writer can tell whether the one that made it is still at work.
+    const std::string temporary = TemporaryCacheName(native);
+    int descriptor = -1;
+    if (const int err = os::System().CreatePrivateFile(temporary, descriptor); err != 0) {
+        throw foundation::storage::vfs::Exception(
+            fmt::format("cannot create {}: {}", temporary, os::ErrorText(err)), err);
+    }
+    os::System().CloseFile(descriptor);
     const AbsoluteIRI temporaryIri = foundation::storage::vfs::toAbsoluteIRI(
         u"file", fl::filesystem::path(text::FromNative(temporary)));
-    PathManagement::WriteToolboxPathCache(temporaryIri, root, PathCacheFactory(mainEntries));
+    try {
+        // Opened again and emptied: the file keeps the owner-only mode it was made with.
+        PathManagement::WriteToolboxPathCache(temporaryIri, root, PathCacheFactory(mainEntries));
+    } catch (...) {
+        os::System().RemoveFile(temporary);
+        throw;
+    }
     if (const int err = os::System().Rename(temporary, native); err != 0) {
         os::System().RemoveFile(temporary);
         throw foundation::storage::vfs::Exception(
             fmt::format("cannot save {}: {}", native, os::ErrorText(err)), err);
     }
+    TidyCacheFolder(folder, native);
 }
 
 std::string DefaultPathCacheFolder() {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <mutex>
 
 #include <fmt/format.h>
@@ -58,8 +59,14 @@ ScanProblem::Kind KindOfError(int error) {
     }
 }
 
+std::int64_t NowNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
 FolderStamp StampOf(const os::FileStatus& s) {
-    return FolderStamp{s.modifiedNs, s.changedNs, s.inode, s.device, s.size};
+    return FolderStamp{s.modifiedNs, s.changedNs, s.inode, s.device, s.size, 0};
 }
 
 struct FolderId {
@@ -119,15 +126,19 @@ class TreeScan {
             if (!status.IsFolder())
                 return Fail(location, ENOTDIR);
             stamp = StampOf(status);
-            if (stamp == cached->GetStamp())
+            if (stamp == cached->GetStamp()) {
                 files = cached->GetFileTable();
+                stamp.listedNs = cached->GetStamp().listedNs;  // still that listing's stamp
+            }
         }
         if (!files) {
             os::FolderListing listing;
+            const std::int64_t listedNs = NowNs();
             if (const int err = os::System().ListFolder(native, listing); err != 0) {
                 return Fail(location, err);
             }
             stamp = StampOf(listing.status);
+            stamp.listedNs = listedNs;
             files = Read(location, native, kind, listing);
         }
         if (InChain(stamp)) {

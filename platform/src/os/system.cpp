@@ -13,6 +13,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -31,6 +32,7 @@ void FillStatus(const struct stat& st, FileStatus& out) {
     out.size = static_cast<std::uint64_t>(st.st_size);
     out.modifiedNs = ToNanoseconds(st.st_mtim);
     out.changedNs = ToNanoseconds(st.st_ctim);
+    out.accessedNs = ToNanoseconds(st.st_atim);
     out.mode = static_cast<std::uint32_t>(st.st_mode);
     out.owner = static_cast<std::uint32_t>(st.st_uid);
     out.group = static_cast<std::uint32_t>(st.st_gid);
@@ -300,6 +302,47 @@ class RealSystemImpl final : public ISystem {
         return 0;
     }
 
+    int LinkStatus(const std::string& path, FileStatus& out) override {
+        struct stat st {};
+        if (::lstat(path.c_str(), &st) != 0)
+            return errno;
+        FillStatus(st, out);
+        return 0;
+    }
+
+    std::uint32_t UserId() override { return static_cast<std::uint32_t>(::geteuid()); }
+
+    int MakePrivateFolder(const std::string& path) override {
+        if (::mkdir(path.c_str(), 0700) != 0)
+            return errno;
+        // A umask can only take bits away; one that took the owner's would leave it unusable.
+        return ::chmod(path.c_str(), 0700) == 0 ? 0 : errno;
+    }
+
+    int CreatePrivateFile(const std::string& path, int& descriptor) override {
+        const int fd =
+            ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0)
+            return errno;
+        if (::fchmod(fd, 0600) != 0) {
+            const int err = errno;
+            ::close(fd);
+            return err;
+        }
+        descriptor = fd;
+        return 0;
+    }
+
+    int RemoveFolder(const std::string& path) override {
+        return ::rmdir(path.c_str()) == 0 ? 0 : errno;
+    }
+
+    bool ProcessExists(std::uint32_t process) override {
+        return ::kill(static_cast<pid_t>(process), 0) == 0 || errno != ESRCH;
+    }
+
+    std::uint32_t ProcessId() override { return static_cast<std::uint32_t>(::getpid()); }
+
     int OpenFileForWriting(const std::string& path, int& descriptor) override {
         const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         if (fd < 0)
@@ -309,13 +352,15 @@ class RealSystemImpl final : public ISystem {
     }
 
     int MapFile(const std::string& path, std::unique_ptr<const MappedFile>& out) override {
-        const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        // Without O_NONBLOCK, opening a FIFO that no one writes to would wait for ever.
+        const int fd =
+            ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
         if (fd < 0)
             return errno;
         struct stat st {};
         int err = ::fstat(fd, &st) == 0 ? 0 : errno;
         if (err == 0 && !S_ISREG(st.st_mode))
-            err = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+            err = S_ISDIR(st.st_mode) ? EISDIR : ENODEV;
         void* address = nullptr;
         const auto size = static_cast<std::size_t>(st.st_size);
         if (err == 0 && size != 0) {
@@ -368,6 +413,34 @@ int ISystem::OpenLockFile(const std::string& path, int& descriptor) {
 
 int ISystem::LockExclusive(int descriptor, bool wait) {
     return RealInstance().LockExclusive(descriptor, wait);
+}
+
+int ISystem::LinkStatus(const std::string& path, FileStatus& out) {
+    return RealInstance().LinkStatus(path, out);
+}
+
+std::uint32_t ISystem::UserId() {
+    return RealInstance().UserId();
+}
+
+int ISystem::MakePrivateFolder(const std::string& path) {
+    return RealInstance().MakePrivateFolder(path);
+}
+
+int ISystem::CreatePrivateFile(const std::string& path, int& descriptor) {
+    return RealInstance().CreatePrivateFile(path, descriptor);
+}
+
+int ISystem::RemoveFolder(const std::string& path) {
+    return RealInstance().RemoveFolder(path);
+}
+
+bool ISystem::ProcessExists(std::uint32_t process) {
+    return RealInstance().ProcessExists(process);
+}
+
+std::uint32_t ISystem::ProcessId() {
+    return RealInstance().ProcessId();
 }
 
 ISystem& System() {

@@ -11,6 +11,7 @@
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/pathmanagement/cache_and_notify.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
+#include <velmora/searchpath/path_cache_place.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
 #include <velmora/storage/vorlan_storage_system.hpp>
 
@@ -27,6 +28,13 @@ using Velmora::SearchPath::MainSearchPath;
 namespace {
 
 std::atomic<bool> g_cacheDisabled{false};
+std::atomic<bool> g_cacheInMemory{false};
+
+std::optional<CacheSlot> InMemory(std::optional<CacheSlot> slot) {
+    if (slot)
+        slot->inMemory = g_cacheInMemory;
+    return slot;
+}
 
 std::string Native(const AbsoluteIRI& file) {
     return Velmora::text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(file));
@@ -38,18 +46,25 @@ void DisableCache() {
     g_cacheDisabled = true;
 }
 
+void KeepCacheInMemory() {
+    g_cacheInMemory = true;
+}
+
 std::optional<CacheSlot> CacheForPathDefinition(const std::string& pathdef) {
     return g_cacheDisabled ? std::nullopt
-                           : Velmora::SearchPath::PathCacheForPathDefinition(pathdef);
+                           : InMemory(Velmora::SearchPath::PathCacheForPathDefinition(pathdef));
 }
 
 std::optional<CacheSlot> CacheForFolders(const std::vector<AbsoluteIRI>& folders) {
-    return g_cacheDisabled ? std::nullopt : Velmora::SearchPath::PathCacheForFolders(folders);
+    return g_cacheDisabled ? std::nullopt
+                           : InMemory(Velmora::SearchPath::PathCacheForFolders(folders));
 }
 
 FolderEntryList LoadCache(const std::optional<CacheSlot>& slot,
                           const std::vector<AbsoluteIRI>& folders) {
-    return slot ? Velmora::SearchPath::LoadCachedEntries(*slot, folders) : FolderEntryList{};
+    return slot ? Velmora::SearchPath::LoadCachedEntries(
+                      *slot, folders, [](const std::string& warning) { Warn(warning); })
+                : FolderEntryList{};
 }
 
 bool SaveCacheIfWorthIt(const std::optional<CacheSlot>& slot, const FolderEntryList& saved,
@@ -70,25 +85,39 @@ std::optional<CacheSlot> CurrentSlot(const PathOptions& pathOptions) {
     return CacheForPathDefinition(pathdef);
 }
 
-int RunCache(const std::string& action, const PathOptions& pathOptions) {
-    const auto slot = CurrentSlot(pathOptions);
-    if (!slot) {
-        Fail("the path cache is off (--no-cache, or neither XDG_CACHE_HOME nor HOME is set)");
-        return kExitUsage;
-    }
-    const foundation::storage::vfs::File file(
-        slot->file, Velmora::VorlanStorageSystem::GetStorageSystemReference());
-    if (action == "clear") {
-        if (file.exists())
-            file.removeFile();
+std::string FolderOf(const std::string& file) {
+    return file.substr(0, file.rfind('/'));
+}
+
+int Clear(const CacheSlot& slot, bool all) {
+    const std::string native = Native(slot.file);
+    const std::string refused = all ? Velmora::SearchPath::ClearAllPathCaches(FolderOf(native))
+                                    : Velmora::SearchPath::ClearPathCachePlace(native);
+    if (refused.empty())
+        return kExitOk;
+    Fail(refused);
+    return kExitRefused;
+}
+
+int Status(const CacheSlot& slot) {
+    const std::string native = Native(slot.file);
+    std::printf("cache: %s\n", native.c_str());
+    if (const auto problem = Velmora::SearchPath::PathCacheFolderProblem(FolderOf(native));
+        !problem.empty()) {
+        std::printf("state: not used: %s\n", problem.c_str());
         return kExitOk;
     }
-    std::printf("cache: %s\n", Native(slot->file).c_str());
-    if (!file.exists()) {
+    const std::string there = Velmora::SearchPath::DescribePathCachePlace(native);
+    if (there == "none") {
         std::printf("state: none (the next start scans every folder and writes it)\n");
         return kExitOk;
     }
-    const auto entries = Velmora::SearchPath::LoadPathCache(slot->file, slot->root);
+    if (there != "a cache file") {
+        std::printf("state: not used: %s is there, not a cache of yours (vpath cache clear)\n",
+                    there.c_str());
+        return kExitOk;
+    }
+    const auto entries = Velmora::SearchPath::LoadPathCache(slot.file, slot.root);
     const auto path = MainSearchPath::Create(entries);
     if (entries.empty()) {
         std::printf("state: unusable or empty (the next start scans every folder)\n");
@@ -99,15 +128,30 @@ int RunCache(const std::string& action, const PathOptions& pathOptions) {
     return kExitOk;
 }
 
+int RunCache(const std::string& action, bool all, const PathOptions& pathOptions) {
+    const auto slot = CurrentSlot(pathOptions);
+    if (!slot) {
+        Fail("the path cache is off (--no-cache, or neither XDG_CACHE_HOME nor HOME is set)");
+        return kExitUsage;
+    }
+    if (all && action != "clear") {
+        Fail("--all goes with clear");
+        return kExitUsage;
+    }
+    return action == "clear" ? Clear(*slot, all) : Status(*slot);
+}
+
 }  // namespace
 
 Command RegisterCache(CLI::App& app, const PathOptions& pathOptions) {
     auto action = std::make_shared<std::string>("status");
     auto* cache = app.add_subcommand(
         "cache", "Show the path cache of the search path (status) or remove it (clear)");
+    auto all = std::make_shared<bool>(false);
     cache->add_option("action", *action, "status (the default) or clear")
         ->check(CLI::IsMember({"status", "clear"}));
-    return {cache, [action, &pathOptions] { return RunCache(*action, pathOptions); }};
+    cache->add_flag("--all", *all, "with clear: remove every path cache of yours");
+    return {cache, [action, all, &pathOptions] { return RunCache(*action, *all, pathOptions); }};
 }
 
 }  // namespace vpath_cli

@@ -24,6 +24,7 @@
 
 #include "answer_memo.hpp"
 #include "commands.hpp"
+#include "context/path_cache_use.hpp"
 #include "explain.hpp"
 #include "output/lookup_output.hpp"
 #include "resolver.hpp"
@@ -207,6 +208,8 @@ void Flush(std::string& out, std::string& err) {
 }
 
 int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
+    if (options.batch)
+        KeepCacheInMemory();
     const auto path = LoadPath(pathOptions);
     std::optional<foundation::storage::vfs::AbsoluteIRI> from;
     if (options.from)

@@ -51,6 +51,8 @@ std::shared_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
         throw std::runtime_error(
             "there is nowhere to keep the search path (HOME is not set); give --pathdef FILE");
     }
+    if (purpose == Purpose::Watch)
+        KeepCacheInMemory();
     const auto cache = location.empty() ? std::nullopt : CacheForPathDefinition(location);
     if (cache) {
         // A command that runs on while the path changes writes the cache in the background.

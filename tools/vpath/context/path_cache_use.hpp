@@ -16,6 +16,10 @@ using CacheSlot = Velmora::SearchPath::PathCacheSlot;
 // DisableCache: nothing is read from or written to a path cache from now on (--no-cache).
 void DisableCache();
 
+// KeepCacheInMemory: caches are read whole rather than mapped from now on, for a command that
+// runs on (which --batch, watch): another program truncating the file cannot kill it.
+void KeepCacheInMemory();
+
 // CacheForPathDefinition: the cache of the path kept in the path definition file `pathdef`
 // (native path). None when caching is off or there is no cache folder.
 std::optional<CacheSlot> CacheForPathDefinition(const std::string& pathdef);

@@ -25,6 +25,7 @@ struct FileStatus {
     std::uint64_t size = 0;
     std::int64_t modifiedNs = 0;  // modification time, nanoseconds since the epoch
     std::int64_t changedNs = 0;   // status change time, nanoseconds since the epoch
+    std::int64_t accessedNs = 0;  // last access time, nanoseconds since the epoch
     std::uint32_t mode = 0;       // st_mode
     std::uint32_t owner = 0;      // st_uid
     std::uint32_t group = 0;      // st_gid
@@ -119,6 +120,8 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     // less the umask); symbolic links are followed. The descriptor goes back through CloseFile.
     virtual int OpenFileForWriting(const std::string& path, int& descriptor) = 0;
     // MapFile: maps the whole regular file at `path` read-only; an empty file maps to no bytes.
+    // A symbolic link is not followed (ELOOP) and the open never waits: ENODEV for a FIFO,
+    // a device or a socket, EISDIR for a folder.
     virtual int MapFile(const std::string& path, std::unique_ptr<const MappedFile>& out) = 0;
     // MakeFolders: creates the folder `path` and any missing folders above it (mode 0777 less the
     // umask). Succeeds if the folder exists already.
@@ -141,6 +144,27 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     // LockExclusive: an exclusive advisory lock (flock) on the file behind `descriptor`; waits
     // for it when `wait`, else fails at once with EWOULDBLOCK while another holds it.
     virtual int LockExclusive(int descriptor, bool wait);
+
+    // Files kept in a place of the user's own (the path cache), which another user may have
+    // planted or replaced. These too have the real system's behaviour by default.
+    //
+    // LinkStatus: the status of `path` itself, a symbolic link not followed (lstat).
+    virtual int LinkStatus(const std::string& path, FileStatus& out);
+    // UserId: the user the process acts as (its effective user id).
+    virtual std::uint32_t UserId();
+    // MakePrivateFolder: creates the one folder `path`, readable and writable by its owner alone
+    // (0700, whatever the umask); EEXIST when anything is there already.
+    virtual int MakePrivateFolder(const std::string& path);
+    // CreatePrivateFile: creates a new, empty file for writing, readable and writable by its owner
+    // alone (0600, whatever the umask); EEXIST when anything is there, a symbolic link included.
+    // The descriptor goes back through CloseFile.
+    virtual int CreatePrivateFile(const std::string& path, int& descriptor);
+    // RemoveFolder: removes the empty folder at `path` (ENOTEMPTY when it is not empty).
+    virtual int RemoveFolder(const std::string& path);
+    // ProcessExists: whether a process of this id is running (or may be: one of another user).
+    virtual bool ProcessExists(std::uint32_t process);
+    // ProcessId: this process's id.
+    virtual std::uint32_t ProcessId();
 
     // Watching folders (Linux inotify). These too have the real system's
     // behaviour by default, so that a replacement overrides only what it wants to fail.

@@ -41,6 +41,9 @@ namespace Velmora::SearchPath {
 struct PathCacheSlot {
     foundation::storage::vfs::AbsoluteIRI file;
     foundation::storage::vfs::AbsoluteIRI root;
+    // Read whole into memory rather than mapped (LoadPathCache): for a program that runs on,
+    // which another program truncating the file must not kill.
+    bool inMemory = false;
 };
 
 // PathCacheForPathDefinition: the default cache of the path kept in the path definition file at
@@ -56,9 +59,11 @@ VELMORA_SEARCHPATH_EXPORT std::optional<PathCacheSlot> PathCacheForFolders(
 using CacheWarning = std::function<void(const std::string&)>;
 
 // LoadCachedEntries: the entries the cache at `slot` holds for the path of `folders`; none when
-// there is no usable cache there.
+// there is no usable cache there. A cache folder that may not be used (PathCacheFolderProblem) is
+// told to `warn`, once a process.
 VELMORA_SEARCHPATH_EXPORT FolderEntryList LoadCachedEntries(
-    const PathCacheSlot& slot, const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
+    const PathCacheSlot& slot, const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+    const CacheWarning& warn = {});
 
 // SavePathCacheIfWorthIt: writes the cache of `entries` over the one at `slot`, which holds
 // `saved`, when CacheWorthSaving says so; returns whether it was written. A failure goes to `warn`.

@@ -7,9 +7,9 @@
 // hands the loaded entries to the scan as known entries (an EntryCache): a folder whose stamp is
 // unchanged keeps its cached listing, any other folder is listed again.
 //
-// A stamp taken within kRacyStampWindowNs of the moment the cache is written is saved as unknown:
-// on a file system with coarse timestamps, a change made in the same tick would leave the folder's
-// stamp as it was, and the folder must be listed again at the next start to see it.
+// A stamp within kRacyStampWindowNs of the moment its folder was listed is saved as unknown: on a
+// file system with coarse timestamps, a change made in the same tick as the listing would leave
+// the folder's stamp as it was, and the folder must be listed again at the next start to see it.
 //
 // Loading never trusts a damaged file: a cache that is missing, truncated, of another version or
 // byte order, fails a checksum, or was written for another root is ignored (with a line on the
@@ -36,14 +36,16 @@ namespace Velmora::SearchPath {
 
 using FolderEntryList = std::vector<std::shared_ptr<const FolderEntry>>;
 
-// How close to the time of writing a stamp may be and still be trusted (coarse file systems keep
-// times to a second or two).
+// How close to the time of its listing a stamp may be and still be trusted (coarse file systems
+// keep times to a second or two).
 inline constexpr std::int64_t kRacyStampWindowNs = 2'000'000'000;
 
 // PathCacheFactory: writes the path cache of the given main entries and everything beneath them.
 class VELMORA_SEARCHPATH_EXPORT PathCacheFactory final : public PathManagement::IPathEntryFactory {
   public:
-    // `writtenAtNs`: the time of writing, nanoseconds since the epoch; the clock's now if 0.
+    // `writtenAtNs`: the time of writing, nanoseconds since the epoch, and the moment every stamp
+    // is judged against as if its folder were listed then; if 0, the clock's now, and each
+    // stamp is judged against its own listing (FolderStamp::listedNs).
     explicit PathCacheFactory(FolderEntryList mainEntries, std::int64_t writtenAtNs = 0);
 
     // Writes the whole cache and flushes the stream, so that a failed write surfaces here.
@@ -56,6 +58,7 @@ class VELMORA_SEARCHPATH_EXPORT PathCacheFactory final : public PathManagement::
   private:
     FolderEntryList m_mains;
     std::int64_t m_writtenAtNs;
+    std::int64_t m_judgedAtNs;
 };
 
 // ParsePathCache: the main entries saved in `bytes` for `root`; empty, with the reason in `why`,
@@ -66,12 +69,15 @@ VELMORA_SEARCHPATH_EXPORT FolderEntryList ParsePathCache(
     std::string_view bytes, const foundation::storage::vfs::AbsoluteIRI& root, std::string& why,
     const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders = {});
 
-// LoadPathCache: ParsePathCache of the file at `cacheFile` (memory-mapped); empty when there is no
-// usable cache there.
-VELMORA_SEARCHPATH_EXPORT FolderEntryList
-LoadPathCache(const foundation::storage::vfs::AbsoluteIRI& cacheFile,
-              const foundation::storage::vfs::AbsoluteIRI& root,
-              const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders = {});
+// LoadPathCache: ParsePathCache of the file at `cacheFile`; empty when there is no usable cache
+// there: anything but a regular file of the user's is not read (a link is not followed, a FIFO not
+// waited on). The file is memory-mapped and its names read from it as they are asked for, unless
+// `inMemory`: then it is read whole, so that another program truncating it cannot take the pages
+// from under a program that runs on (a mapped page past the end of a file kills its reader).
+VELMORA_SEARCHPATH_EXPORT FolderEntryList LoadPathCache(
+    const foundation::storage::vfs::AbsoluteIRI& cacheFile,
+    const foundation::storage::vfs::AbsoluteIRI& root,
+    const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders = {}, bool inMemory = false);
 
 // SavePathCache: writes the cache of `mainEntries` for `root` to a temporary file beside
 // `cacheFile` and renames it over `cacheFile`, creating the folder if needed: a reader sees the

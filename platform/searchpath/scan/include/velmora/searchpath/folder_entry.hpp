@@ -32,8 +32,16 @@ struct FolderStamp {
     std::uint64_t inode = 0;
     std::uint64_t device = 0;
     std::uint64_t size = 0;
+    // When the listing that goes with this stamp was read, in nanoseconds since the epoch; 0 when
+    // that was long enough ago for the stamp to be trusted (a listing kept in the path cache).
+    // A change made in the same timestamp tick as the listing leaves the stamp as it was, so a
+    // stamp that close to its listing is not worth saving. Not part of what the folder is.
+    std::int64_t listedNs = 0;
 
-    friend bool operator==(const FolderStamp&, const FolderStamp&) = default;
+    friend bool operator==(const FolderStamp& a, const FolderStamp& b) noexcept {
+        return a.modifiedNs == b.modifiedNs && a.changedNs == b.changedNs && a.inode == b.inode &&
+               a.device == b.device && a.size == b.size;
+    }
 };
 
 // FileTable: the files of one folder listing, shared by the entries made from that listing.
