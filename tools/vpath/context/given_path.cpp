@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/os/system.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/searchpath/folder_scanner.hpp>
@@ -31,16 +32,12 @@ bool IsSchemeText(std::u16string_view text) {
 }
 
 // Whether the colon at `colon` ends an IRI's scheme rather than separating two folders: the
-// same test as the storage layer's hasIRIPrefix, "scheme://" or "file:/".
+// storage layer's own test, asked of the scheme and the few characters after it that it looks at,
+// so that what it takes for an IRI is never split.
 bool IsSchemeColon(const ustring& text, std::size_t start, std::size_t colon) {
-    const std::u16string_view scheme(text.data() + start, colon - start);
-    if (!IsSchemeText(scheme))
+    if (!IsSchemeText(std::u16string_view(text.data() + start, colon - start)))
         return false;
-    const std::u16string_view rest(text.data() + colon + 1, text.size() - colon - 1);
-    if (rest.starts_with(u"//"))
-        return true;
-    return rest.starts_with(u"/") && scheme.size() == 4 &&
-           Velmora::text::ToNative(ustring(scheme)) == "file";
+    return foundation::storage::vfs::hasIRIPrefix(text.substr(start, colon - start + 3));
 }
 
 // The lines of a --path-file, without comment and empty lines.

@@ -31,6 +31,7 @@ std::optional<std::vector<foundation::storage::vfs::AbsoluteIRI>> GivenFolders(
 //   u"a:file:///b;c"    => {u"a", u"file:///b", u"c"}
 //   u"file:/b::x"       => {u"file:/b", u"x"}
 //   u"file:b"           => {u"file", u"b"}
+//   u"FILE:/b"          => {u"FILE:/b"}     schemes are recognised whatever their case
 std::vector<ustring> SplitPathArgument(const ustring& text);
 
 // ExampleToolboxRoot: the bundled example toolbox, found beside the running program: where it
