@@ -1,5 +1,6 @@
 #include "given_path.hpp"
 
+#include <cerrno>
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
@@ -10,6 +11,7 @@
 #include <velmora/os/system.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/searchpath/folder_scanner.hpp>
+#include <velmora/searchpath/path_definition_file.hpp>
 
 #include "build_info.hpp"
 
@@ -58,15 +60,45 @@ std::vector<ustring> FolderLines(const std::string& content) {
     return lines;
 }
 
+// Standard input, which may be a pipe or a terminal, up to the cap of a saved path.
+std::string ReadStandardInput() {
+    constexpr auto kMax = Velmora::SearchPath::PathDefinitionFile::kMaxBytes;
+    std::string content;
+    char buffer[65536];
+    for (;;) {
+        const auto n = std::cin.rdbuf()->sgetn(buffer, sizeof buffer);
+        if (n <= 0)
+            return content;
+        if (content.size() + static_cast<std::size_t>(n) > kMax) {
+            throw std::runtime_error(
+                fmt::format("--path-file -: standard input is larger than {} MiB", kMax >> 20));
+        }
+        content.append(buffer, static_cast<std::size_t>(n));
+    }
+}
+
+// A --path-file other than standard input: a regular file of at most the cap of a saved path. A
+// FIFO or a device is refused before it is read, since it may never end.
 std::string ReadPathFile(const std::string& file) {
     if (file == "-")
-        return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
+        return ReadStandardInput();
+    constexpr auto kMax = Velmora::SearchPath::PathDefinitionFile::kMaxBytes;
     std::string content;
-    if (const int error = Velmora::os::System().ReadFile(file, content)) {
-        throw std::runtime_error(
-            fmt::format("--path-file {}: {}", file, Velmora::os::ErrorText(error)));
+    switch (const int error = Velmora::os::System().ReadRegularFile(file, kMax, content)) {
+        case 0:
+            return content;
+        case ENODEV:
+            throw std::runtime_error(fmt::format(
+                "--path-file {}: it is not a regular file (a FIFO or a device may never end); "
+                "give its content on standard input with '--path-file -'",
+                file));
+        case EFBIG:
+            throw std::runtime_error(
+                fmt::format("--path-file {}: it is larger than {} MiB", file, kMax >> 20));
+        default:
+            throw std::runtime_error(
+                fmt::format("--path-file {}: {}", file, Velmora::os::ErrorText(error)));
     }
-    return content;
 }
 
 std::vector<AbsoluteIRI> ExampleToolboxFolders() {

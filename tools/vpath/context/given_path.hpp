@@ -20,8 +20,9 @@ namespace vpath_cli {
 
 // GivenFolders: the folders of the path that the command line gives, in order; nothing when it
 // gives none (the saved path is meant). Relative folders are taken from the current folder.
-// Throws std::runtime_error when more than one path is given, when the file cannot be read, and
-// when the example toolbox cannot be found.
+// Throws std::runtime_error when more than one path is given, when the file cannot be read (it is
+// not a regular file, or it or standard input holds more than the path definition file's cap),
+// and when the example toolbox cannot be found.
 std::optional<std::vector<foundation::storage::vfs::AbsoluteIRI>> GivenFolders(
     const PathOptions& options);
 
