@@ -1,5 +1,5 @@
-"""A path given on the command line: --path-file read within bounds, and IRI schemes in --path
-recognised as the rest of vpath recognises them."""
+"""A path given on the command line: --path-file read within bounds and its lines shown whole, and
+IRI schemes in --path recognised as the rest of vpath recognises them."""
 
 import os
 import subprocess
@@ -37,6 +37,13 @@ class GivenPath(cli_test.OwnPathDefinition, unittest.TestCase):
         with open(big, "r+b") as f:
             f.truncate(16 * MIB)
         self.assertEqual(self.given("--path-file", big, "path")[:2], (0, a + b"\n"))
+
+    def test_a_path_file_line_is_shown_whole(self):
+        with open(os.path.join(self.root, b"list"), "wb") as f:
+            f.write(b"# folders\n/x\x00y\\z/\x00\n")
+        status, out, err = self.given("--path-file", "list", "path")
+        self.assertEqual((status, out), (2, b""))
+        self.assertIn(b'line 2 ("/x\\0y\\\\z/\\0") is not a folder: it holds a NUL', err)
 
     def test_schemes_are_recognised_whatever_their_case(self):
         for text, folders in [

@@ -42,11 +42,27 @@ bool IsSchemeColon(const ustring& text, std::size_t start, std::size_t colon) {
     return foundation::storage::vfs::hasIRIPrefix(text.substr(start, colon - start + 3));
 }
 
+// A line of a --path-file as a message shows it: its bytes whole, a NUL (which no name can hold
+// and that would cut the message short) written \0, and a backslash written \\ so that the
+// text stays unambiguous.
+std::string ShownLine(std::string_view line) {
+    std::string shown;
+    for (const char c : line) {
+        if (c == '\0')
+            shown += "\\0";
+        else if (c == '\\')
+            shown += "\\\\";
+        else
+            shown += c;
+    }
+    return shown;
+}
+
 // The lines of a --path-file, without comment and empty lines.
-std::vector<ustring> FolderLines(const std::string& content) {
+std::vector<ustring> FolderLines(const std::string& file, const std::string& content) {
     std::vector<ustring> lines;
     std::size_t start = 0;
-    while (start < content.size()) {
+    for (std::int64_t number = 1; start < content.size(); ++number) {
         std::size_t end = content.find('\n', start);
         if (end == std::string::npos)
             end = content.size();
@@ -54,8 +70,14 @@ std::vector<ustring> FolderLines(const std::string& content) {
         start = end + 1;
         if (!line.empty() && line.back() == '\r')
             line.pop_back();
-        if (!line.empty() && line.front() != '#')
-            lines.push_back(Arg(line));
+        if (line.empty() || line.front() == '#')
+            continue;
+        if (line.find('\0') != std::string::npos) {
+            throw std::runtime_error(
+                fmt::format("--path-file {}: line {} (\"{}\") is not a folder: it holds a NUL",
+                            file, number, ShownLine(line)));
+        }
+        lines.push_back(Arg(line));
     }
     return lines;
 }
@@ -159,9 +181,9 @@ std::optional<std::vector<AbsoluteIRI>> GivenFolders(const PathOptions& options)
         throw std::runtime_error("give one of --path, --path-file and --example, not several");
     if (options.example)
         return ExampleToolboxFolders();
-    const std::vector<ustring> texts = options.pathList
-                                           ? SplitPathArgument(Arg(*options.pathList))
-                                           : FolderLines(ReadPathFile(*options.pathFile));
+    const std::vector<ustring> texts =
+        options.pathList ? SplitPathArgument(Arg(*options.pathList))
+                         : FolderLines(*options.pathFile, ReadPathFile(*options.pathFile));
     std::vector<AbsoluteIRI> folders;
     folders.reserve(texts.size());
     for (const ustring& text : texts)

@@ -22,7 +22,8 @@ namespace vpath_cli {
 // gives none (the saved path is meant). Relative folders are taken from the current folder.
 // Throws std::runtime_error when more than one path is given, when the file cannot be read (it is
 // not a regular file, or it or standard input holds more than the path definition file's cap),
-// and when the example toolbox cannot be found.
+// when one of its lines holds a NUL (shown whole, the NUL as \0), and when the example toolbox
+// cannot be found.
 std::optional<std::vector<foundation::storage::vfs::AbsoluteIRI>> GivenFolders(
     const PathOptions& options);
 
