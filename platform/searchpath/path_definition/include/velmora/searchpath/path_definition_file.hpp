@@ -88,6 +88,15 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
     bool Save(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
               foundation::core::except::Notification& problems) const;
 
+    // SaveChange: as Save, for a change worked out on `base`, the path that the file held when the
+    // change read it. When the file no longer holds `base` by the time it would be replaced (it
+    // was edited, by hand or by another program that takes no lock, since it was read), nothing
+    // is saved and Stale is returned, so that the change can be made again on what it holds now.
+    enum class SaveResult { Saved, Failed, Stale };
+    SaveResult SaveChange(const std::vector<foundation::storage::vfs::AbsoluteIRI>& base,
+                          const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+                          foundation::core::except::Notification& problems) const;
+
     // Format: the content that Save writes for `folders`. REQUIRES: every folder is a "file"
     // location without a line break.
     static std::string Format(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
@@ -128,6 +137,14 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
 
   private:
     class LastReading;
+
+    // Save with no `base`, SaveChange with one.
+    SaveResult Write(const std::vector<foundation::storage::vfs::AbsoluteIRI>* base,
+                     const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+                     foundation::core::except::Notification& problems) const;
+    // Whether every folder can be written in the file, reporting those that cannot.
+    bool Writable(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+                  foundation::core::except::Notification& problems) const;
 
     std::string m_path;
     std::function<void()> m_slowLockNotice;
