@@ -214,13 +214,17 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.saved().splitlines()[1], odd)
 
     def test_a_name_with_a_line_break_cannot_be_saved(self):
-        self.folder(b"x\ny")
-        status, out, err = self.vpath("add", b"x\ny")
-        self.assertEqual(status, 1)
-        self.assertEqual(err, b'vpath: The folder "' + os.path.join(self.root, b"x\ny") +
-                         b'" cannot be saved in the path definition file: its name holds a line '
-                         b"break. [VELMORA:pathdef:lineBreakInName]\n")
-        self.assertFalse(os.path.exists(self.pathdef))
+        # A carriage return at the end would be read back as part of a CRLF line ending.
+        for name in (b"x\ny", b"dirA\r"):
+            with self.subTest(name=name):
+                self.folder(name)
+                status, out, err = self.vpath("add", name)
+                self.assertEqual((status, out), (1, b""))
+                self.assertEqual(err, b'vpath: The folder "' + os.path.join(self.root, name) +
+                                 b'" cannot be saved in the path definition file: its name holds '
+                                 b"a line break or ends in a carriage return, which a line of the "
+                                 b"file cannot keep. [VELMORA:pathdef:lineBreakInName]\n")
+                self.assertFalse(os.path.exists(self.pathdef))
 
     def test_a_bad_line_in_the_saved_path_is_reported_by_number(self):
         os.makedirs(os.path.dirname(self.pathdef))

@@ -330,7 +330,8 @@ bool PathDefinitionFile::Writable(const std::vector<AbsoluteIRI>& folders,
             continue;
         try {
             const ustring path = foundation::storage::vfs::fromAbsoluteIRI(folder);
-            if (path.find(u'\n') != ustring::npos) {
+            // A carriage return at the end of a line is read as part of its line ending.
+            if (path.find(u'\n') != ustring::npos || path.ends_with(u'\r')) {
                 problems.Add(VELMORA::pathdef::lineBreakInName(path));
                 writable = false;
             }

@@ -3,9 +3,9 @@
 //
 // The file holds one folder per line, as the bytes of its native path, first searched first; lines
 // that start with "#" are comments and empty lines are passed over. Names that are not UTF-8 keep
-// their bytes. A folder whose name holds a line break cannot be written. Lines may end in LF or
-// CRLF; "." and ".." segments and repeated "/" of a line are resolved as text, so "/a/./b/../c//"
-// names "/a/c".
+// their bytes. Lines may end in LF or CRLF; "." and ".." segments and repeated "/" of a line are
+// resolved as text, so "/a/./b/../c//" names "/a/c". A folder whose name holds a line break, or
+// ends in a carriage return (which a CRLF line ending would take), cannot be written.
 //
 //   # vpath search path: one folder per line, searched first to last
 //   /home/ada/tb
