@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <string_view>
 
@@ -151,17 +152,22 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     out.reserve(bytes.size() + 64 * inserted.size());
     bool openLine = false;  // the last line written has no line ending yet
     const auto write = [&](std::string_view text, std::string_view ending) {
+        // A kept last line that ends in a carriage return without a line feed keeps it: a line
+        // feed alone would make the two a line ending and the line name another folder.
         if (openLine)
-            out += newline;
+            out += out.ends_with('\r') ? std::string_view("\r\n") : newline;
         out += text;
         out += ending;
         openLine = ending.empty();
     };
     const auto writeInserted = [&](std::size_t follows) {
         if (const auto it = inserted.find(follows); it != inserted.end()) {
-            for (const std::size_t rank : it->second)
-                write(text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folders[rank])),
-                      newline);
+            for (const std::size_t rank : it->second) {
+                const std::string name =
+                    text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folders[rank]));
+                // A name that ends in a carriage return (one the file held) keeps it only so.
+                write(name, name.ends_with('\r') ? std::string_view("\r\n") : newline);
+            }
         }
     };
     for (std::size_t i = 0; i <= lines.size(); ++i) {
@@ -298,7 +304,7 @@ PathDefinitionFile::SaveResult PathDefinitionFile::Write(const std::vector<Absol
     if (err == ENOENT)
         err = 0;
     const auto reading = exists && m_lastReading ? m_lastReading->Of(old) : nullptr;
-    if (err == 0 && !Writable(folders, problems))
+    if (err == 0 && !Writable(folders, exists ? &old : nullptr, reading.get(), problems))
         return SaveResult::Failed;
     if (err == 0 && exists && base && !HoldsPath(old, reading.get(), *base))
         return SaveResult::Stale;
@@ -319,8 +325,24 @@ PathDefinitionFile::SaveResult PathDefinitionFile::Write(const std::vector<Absol
     return SaveResult::Saved;
 }
 
-bool PathDefinitionFile::Writable(const std::vector<AbsoluteIRI>& folders,
-                                  Notification& problems) const {
+bool PathDefinitionFile::Writable(const std::vector<AbsoluteIRI>& folders, const std::string* old,
+                                  const Reading* reading, Notification& problems) const {
+    // The folders that the file holds now, worked out only when a name needs them.
+    std::optional<boost::unordered_flat_set<AbsoluteIRI>> held;
+    const auto inFile = [&](const AbsoluteIRI& folder) {
+        if (old == nullptr)
+            return false;
+        if (!held) {
+            const auto parsed = reading ? std::vector<std::optional<AbsoluteIRI>>()
+                                        : FoldersOfLines(SplitLines(*old));
+            held.emplace();
+            for (const auto& f : reading ? reading->folderOf : parsed) {
+                if (f)
+                    held->insert(*f);
+            }
+        }
+        return held->contains(folder);
+    };
     bool writable = true;
     for (const AbsoluteIRI& folder : folders) {
         // Only an escape can stand for a line break, and a plain local location always converts:
@@ -330,8 +352,9 @@ bool PathDefinitionFile::Writable(const std::vector<AbsoluteIRI>& folders,
             continue;
         try {
             const ustring path = foundation::storage::vfs::fromAbsoluteIRI(folder);
-            // A carriage return at the end of a line is read as part of its line ending.
-            if (path.find(u'\n') != ustring::npos || path.ends_with(u'\r')) {
+            // A carriage return at the end of a line is read as part of its line ending; a folder
+            // that the file holds already keeps its line, which keeps it.
+            if (path.find(u'\n') != ustring::npos || (path.ends_with(u'\r') && !inFile(folder))) {
                 problems.Add(VELMORA::pathdef::lineBreakInName(path));
                 writable = false;
             }
