@@ -171,11 +171,14 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.vpath("add", "a", "missing", "b"), (
             1, b"", b'vpath: "missing" does not exist or is not a folder. '
                     b"[VORLAN:vpath:nameNonexistentOrNotADirectory]\n"))
-        self.folder(b"x\ny")
-        self.assertEqual(self.vpath("add", "a", b"x\ny"), (
-            1, b"", b'vpath: The folder "' + os.path.join(self.root, b"x\ny") +
-                    b'" cannot be saved in the path definition file: its name holds a line '
-                    b"break. [VELMORA:pathdef:lineBreakInName]\n"))
+        # A carriage return at the end would be read back as part of a CRLF line ending.
+        for name in (b"x\ny", b"dirA\r"):
+            self.folder(name)
+            self.assertEqual(self.vpath("add", "a", name), (
+                1, b"", b'vpath: The folder "' + os.path.join(self.root, name) +
+                        b'" cannot be saved in the path definition file: its name holds a line '
+                        b"break or ends in a carriage return, which a line of the file cannot "
+                        b"keep. [VELMORA:pathdef:lineBreakInName]\n"))
         self.assertFalse(os.path.exists(self.pathdef))
         self.assertEqual(self.vpath("add", "a")[0], 0)
         before = self.saved()

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -307,6 +309,46 @@ TEST_F(Manager, ReadersOnOtherThreadsSeeWholeStatesWhileChangesArePublished) {
     EXPECT_TRUE(messages.empty());
     EXPECT_EQ(failures.load(), 0);
     EXPECT_GT(reads.load(), 0);
+}
+
+TEST_F(Manager, AHandEditThatLandsWhileAChangeIsUnderWayIsKept) {
+    // An editor writes the file anew and renames it into place, taking no lock, at each moment of
+    // a change between its reading of the file and its save.
+    const struct {
+        const char* moment;
+        FaultSystem::Op op;
+        const char* suffix;
+    } cases[] = {
+        {"while the added folder is read", FaultSystem::Op::ListFolder, "/c"},
+        {"after the save read the file, before its rename", FaultSystem::Op::CreateFileExclusive,
+         ".tmp"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.moment);
+        auto options = Saved();
+        options.pathDefinition->KeepLastReading();
+        {
+            Notification messages;
+            MainSearchPathManager({}, Saved()).ApplyPathAfterAdding(I({"a"}), messages);
+        }
+        Notification messages;
+        auto manager = MainSearchPathManager::Open(std::move(options), messages);
+        const auto file = tree.Path("cfg/pathdef");
+        const auto line = [&](const char* folder) { return tree.Path(folder).string() + "\n"; };
+        const std::string edited = "# mine\n" + line("a") + line("b");
+        FaultSystem faults;
+        faults.Before(c.op, c.suffix, [&] {
+            std::ofstream(tree.Path("cfg/pathdef~")) << edited;
+            std::filesystem::rename(tree.Path("cfg/pathdef~"), file);
+        });
+        manager->ApplyPathAfterAdding(I({"c", "a"}), messages);
+        EXPECT_TRUE(messages.empty());
+        EXPECT_EQ(*manager->GetPathFolderIRIs(), I({"c", "a", "b"}));
+        std::ostringstream saved;
+        saved << std::ifstream(file).rdbuf();
+        EXPECT_EQ(saved.str(), "# mine\n" + line("c") + line("a") + line("b"));
+        std::filesystem::remove(file);
+    }
 }
 
 }  // namespace

@@ -271,4 +271,32 @@ TEST_F(PathDefinition, TheNextSaveRemovesTheTemporaryFilesOfAKilledOne) {
     EXPECT_EQ(File().Load(problems).folders, vpath_test::CrashPaths()[1]);
 }
 
+TEST_F(PathDefinition, AFolderEndingInACarriageReturnIsKeptButNeverAdded) {
+    fs::create_directories(Location().parent_path());
+    std::ofstream(Location()) << "# h\n/a\r";
+    Notification problems;
+    const auto cr = File().Load(problems).folders;
+    ASSERT_EQ(cr.size(), 1U);
+    const AbsoluteIRI x(u"file:///x");
+    {
+        // The last line gains the line ending that keeps its carriage return.
+        ASSERT_TRUE(File().Save({cr[0], x}, problems));
+        EXPECT_EQ(ReadAll(Location()), "# h\n/a\r\r\n/x\n");
+        EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{cr[0], x}));
+    }
+    {
+        // Moved, it is written so too.
+        ASSERT_TRUE(File().Save({x, cr[0]}, problems));
+        EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{x, cr[0]}));
+    }
+    EXPECT_TRUE(problems.empty());
+    {
+        // Once gone from the file, it cannot be written again: its line would name "/a".
+        ASSERT_TRUE(File().Save({x}, problems));
+        EXPECT_FALSE(File().Save({x, cr[0]}, problems));
+        EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:lineBreakInName"});
+        EXPECT_EQ(ReadAll(Location()), "# h\n/x\n");
+    }
+}
+
 }  // namespace

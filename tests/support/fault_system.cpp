@@ -14,6 +14,11 @@ void FaultSystem::Fail(Op op, std::string pathSuffix, int error) {
     m_rules.push_back({op, std::move(pathSuffix), error});
 }
 
+void FaultSystem::Before(Op op, std::string pathSuffix, std::function<void()> action) {
+    std::lock_guard lock(m_mutex);
+    m_hooks.push_back({op, std::move(pathSuffix), std::move(action)});
+}
+
 int FaultSystem::Calls(Op op) const {
     return Calls(op, "");
 }
@@ -34,6 +39,19 @@ bool FaultSystem::CalledAfter(Op later, Op earlier) const {
 }
 
 int FaultSystem::Check(Op op, const std::string& path) {
+    std::function<void()> action;
+    {
+        std::lock_guard lock(m_mutex);
+        const auto hook = std::find_if(m_hooks.begin(), m_hooks.end(), [&](const Hook& h) {
+            return h.op == op && path.ends_with(h.suffix);
+        });
+        if (hook != m_hooks.end()) {
+            action = std::move(hook->action);
+            m_hooks.erase(hook);
+        }
+    }
+    if (action)
+        action();
     std::lock_guard lock(m_mutex);
     m_log.emplace_back(op, path);
     for (const auto& rule : m_rules) {

@@ -10,6 +10,7 @@
 // was created for; CurrentFolder matches the suffix "".
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -48,6 +49,9 @@ class FaultSystem final : public Velmora::os::ISystem {
 
     // Fail: calls of `op` on a path that ends with `pathSuffix` fail with `error`.
     void Fail(Op op, std::string pathSuffix, int error);
+    // Before: runs `action` once, just before the next call of `op` on a path that ends with
+    // `pathSuffix`, as another program acting at that moment would.
+    void Before(Op op, std::string pathSuffix, std::function<void()> action);
     // Calls made so far of `op`, on any path or on paths ending with `pathSuffix`.
     int Calls(Op op) const;
     int Calls(Op op, const std::string& pathSuffix) const;
@@ -103,6 +107,11 @@ class FaultSystem final : public Velmora::os::ISystem {
         std::string suffix;
         int error;
     };
+    struct Hook {
+        Op op;
+        std::string suffix;
+        std::function<void()> action;
+    };
     int Check(Op op, const std::string& path);
     std::string PathOf(int descriptor) const;
     // Track: keeps the path that a descriptor was made for, once `err` tells it was made.
@@ -112,6 +121,7 @@ class FaultSystem final : public Velmora::os::ISystem {
 
     mutable std::mutex m_mutex;
     std::vector<Rule> m_rules;
+    std::vector<Hook> m_hooks;
     std::map<int, std::string> m_descriptors;  // open descriptors and the paths they were made for
     std::atomic<std::int64_t> m_coarseNs{0};
     std::map<std::string, Velmora::os::FileStatus> m_frozen;  // by path suffix

@@ -24,6 +24,9 @@ using VorlanComponents::ComponentIdentifier;
 using FolderList = std::vector<AbsoluteIRI>;
 using FolderSet = boost::unordered_flat_set<AbsoluteIRI>;
 
+// How often a change is made again on the saved path when it keeps being edited meanwhile.
+constexpr int kSaveAttempts = 8;
+
 template <class Range>
 FolderList FirstOccurrences(const Range& range) {
     FolderList folders;
@@ -184,41 +187,60 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
     PathDefinitionFile::ChangeLock fileLock;
     if (m_options.pathDefinition) {
         fileLock = m_options.pathDefinition->LockForChange(notification);
-        if (!fileLock.IsHeld() ||
+        if (!fileLock.IsHeld())
+            return;
+    }
+    std::shared_ptr<const MainSearchPath> path;
+    ScanReport warnings;
+    // A program that takes no lock (an editor writing the file anew) may change the file at any
+    // moment until it is replaced; the change is then made again on what it holds, a few times.
+    for (int attempt = 1;; ++attempt) {
+        if (m_options.pathDefinition &&
             !detail::RebaseOnSavedFile(*m_options.pathDefinition, base, folders, notification)) {
             return;
         }
-    }
-    const FolderList newFolders = detail::FoldersNotIn(folders, base);
-    const FolderSet added(newFolders.begin(), newFolders.end());
-    if (kind == PathChangeKind::Added)
-        detail::DropOtherNamesOf(folders, newFolders, *old->path);
-    if (folders == *old->folders)
-        return;
-    ScanReport report;
-    // The folders that stay keep their entries: they were read at this start or kept fresh since,
-    // and listing them again would make a change of one folder cost the whole path.
-    const auto& staying = old->path->GetFolderEntries();
-    // The new path's name index is built when a lookup first asks: a change rarely looks up.
-    auto path = MainSearchPath::Rearrange(
-        *old->path, MainSearchPath::RevalidateEntries(folders, staying, report, &m_cache,
-                                                      staying.size(), true));
-    ScanReport warnings;
-    bool refused = false;
-    for (const auto& problem : report.Problems()) {
-        const auto message = added.contains(problem.location) ? MessageFor(problem) : std::nullopt;
-        if (message) {
-            notification.Add(*message);
-            refused = true;
-        } else {
-            warnings.Add(problem);
+        const FolderList newFolders = detail::FoldersNotIn(folders, base);
+        const FolderSet added(newFolders.begin(), newFolders.end());
+        if (kind == PathChangeKind::Added)
+            detail::DropOtherNamesOf(folders, newFolders, *old->path);
+        if (folders == *old->folders)
+            return;
+        ScanReport report;
+        // The folders that stay keep their entries: they were read at this start or kept fresh
+        // since, and listing them again would make a change of one folder cost the whole path.
+        const auto& staying = old->path->GetFolderEntries();
+        // The new path's name index is built when a lookup first asks: a change rarely looks up.
+        path = MainSearchPath::Rearrange(
+            *old->path, MainSearchPath::RevalidateEntries(folders, staying, report, &m_cache,
+                                                          staying.size(), true));
+        warnings = ScanReport();
+        bool refused = false;
+        for (const auto& problem : report.Problems()) {
+            const auto message =
+                added.contains(problem.location) ? MessageFor(problem) : std::nullopt;
+            if (message) {
+                notification.Add(*message);
+                refused = true;
+            } else {
+                warnings.Add(problem);
+            }
+        }
+        if (refused)
+            return;
+        if (!m_options.pathDefinition || folders == base)
+            break;
+        const auto saved = m_options.pathDefinition->SaveChange(base, folders, notification);
+        if (saved == PathDefinitionFile::SaveResult::Saved)
+            break;
+        if (saved == PathDefinitionFile::SaveResult::Failed)
+            return;
+        if (attempt == kSaveAttempts) {
+            notification.Add(VELMORA::pathdef::cannotSave(
+                text::FromNative(m_options.pathDefinition->GetNativePath()),
+                "it kept changing while the change was saved"));
+            return;
         }
     }
-    if (refused)
-        return;
-    if (m_options.pathDefinition && folders != base &&
-        !m_options.pathDefinition->Save(folders, notification))
-        return;
     fileLock = {};
     m_cache.Retain(EntriesOf(path));
     Publish(kind, MakeState(std::make_shared<const FolderList>(std::move(folders)), std::move(path),

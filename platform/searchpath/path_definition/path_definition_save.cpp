@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <string_view>
 
@@ -151,17 +152,22 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     out.reserve(bytes.size() + 64 * inserted.size());
     bool openLine = false;  // the last line written has no line ending yet
     const auto write = [&](std::string_view text, std::string_view ending) {
+        // A kept last line that ends in a carriage return without a line feed keeps it: a line
+        // feed alone would make the two a line ending and the line name another folder.
         if (openLine)
-            out += newline;
+            out += out.ends_with('\r') ? std::string_view("\r\n") : newline;
         out += text;
         out += ending;
         openLine = ending.empty();
     };
     const auto writeInserted = [&](std::size_t follows) {
         if (const auto it = inserted.find(follows); it != inserted.end()) {
-            for (const std::size_t rank : it->second)
-                write(text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folders[rank])),
-                      newline);
+            for (const std::size_t rank : it->second) {
+                const std::string name =
+                    text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folders[rank]));
+                // A name that ends in a carriage return (one the file held) keeps it only so.
+                write(name, name.ends_with('\r') ? std::string_view("\r\n") : newline);
+            }
         }
     };
     for (std::size_t i = 0; i <= lines.size(); ++i) {
@@ -177,11 +183,47 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     return out;
 }
 
+// Whether `bytes`, the content of the file, hold the path `base`: each folder once, in order, and
+// no line that names none.
+bool HoldsPath(std::string_view bytes, const PathDefinitionFile::Reading* reading,
+               const std::vector<AbsoluteIRI>& base) {
+    if (reading)
+        return reading->folders == base;
+    const std::vector<Line> lines = SplitLines(bytes);
+    const auto folderOf = FoldersOfLines(lines);
+    boost::unordered_flat_set<AbsoluteIRI> seen;
+    std::size_t next = 0;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (!detail::IsFolderLine(lines[i].text))
+            continue;
+        if (!folderOf[i])
+            return false;
+        if (seen.insert(*folderOf[i]).second &&
+            (next == base.size() || base[next++] != *folderOf[i]))
+            return false;
+    }
+    return next == base.size();
+}
+
+// Whether the file at `file` is still the one whose status was `before`: an editor that writes a
+// new file and renames it into place changes its inode, and one that writes in place its size or
+// times.
+bool Unchanged(const std::string& file, const os::FileStatus& before) {
+    os::FileStatus now;
+    return os::System().Stat(file, now) == 0 && now.device == before.device &&
+           now.inode == before.inode && now.size == before.size &&
+           now.modifiedNs == before.modifiedNs && now.changedNs == before.changedNs;
+}
+
+// What ReplaceAtomically returns when the file changed under it and was left as it is.
+constexpr int kChangedMeanwhile = -1;
+
 // Writes `content` to a new temporary file beside `file` and renames it over `file`, giving the
-// new file the owner, group and permission bits of `like` when there is one. Returns 0 or the errno
-// of the step that failed; the temporary file is gone either way.
-int ReplaceAtomically(const std::string& file, std::string_view content,
-                      const os::FileStatus* like) {
+// new file the owner, group and permission bits of `like` when there is one; with `unchanged`, only
+// while `file` is still the one of status `like`. Returns 0, kChangedMeanwhile or the errno of the
+// step that failed; the temporary file is gone unless renamed.
+int ReplaceAtomically(const std::string& file, std::string_view content, const os::FileStatus* like,
+                      bool unchanged) {
     os::ISystem& system = os::System();
     std::string temporary;
     int descriptor = -1;
@@ -201,6 +243,9 @@ int ReplaceAtomically(const std::string& file, std::string_view content,
     const int closed = system.CloseFile(descriptor);
     if (err == 0)
         err = closed;
+    // The last moment before the rename at which an edit made meanwhile can still be kept.
+    if (err == 0 && unchanged && like != nullptr && !Unchanged(file, *like))
+        err = kChangedMeanwhile;
     if (err == 0)
         err = system.Rename(temporary, file);
     if (err != 0) {
@@ -234,7 +279,70 @@ void RemoveStaleTemporaries(const std::string& target) {
 
 bool PathDefinitionFile::Save(const std::vector<AbsoluteIRI>& folders,
                               Notification& problems) const {
+    return Write(nullptr, folders, problems) == SaveResult::Saved;
+}
+
+PathDefinitionFile::SaveResult PathDefinitionFile::SaveChange(
+    const std::vector<AbsoluteIRI>& base, const std::vector<AbsoluteIRI>& folders,
+    Notification& problems) const {
+    return Write(&base, folders, problems);
+}
+
+PathDefinitionFile::SaveResult PathDefinitionFile::Write(const std::vector<AbsoluteIRI>* base,
+                                                         const std::vector<AbsoluteIRI>& folders,
+                                                         Notification& problems) const {
     const ustring file = text::FromNative(m_path);
+    const std::string target = Target(m_path);
+    std::string old;
+    os::FileStatus status;
+    // The status is taken before the bytes are read, so that an edit between the two shows as a
+    // change before the rename.
+    int err = os::System().Stat(target, status);
+    if (err == 0)
+        err = os::System().ReadRegularFile(target, kMaxBytes, old);
+    const bool exists = err == 0;
+    if (err == ENOENT)
+        err = 0;
+    const auto reading = exists && m_lastReading ? m_lastReading->Of(old) : nullptr;
+    if (err == 0 && !Writable(folders, exists ? &old : nullptr, reading.get(), problems))
+        return SaveResult::Failed;
+    if (err == 0 && exists && base && !HoldsPath(old, reading.get(), *base))
+        return SaveResult::Stale;
+    if (err == 0)
+        err = os::System().MakeFolders(FolderOf(target));
+    if (err == 0) {
+        RemoveStaleTemporaries(target);
+        err = ReplaceAtomically(target,
+                                exists ? Relayout(old, folders, reading.get()) : Format(folders),
+                                exists ? &status : nullptr, base != nullptr);
+    }
+    if (err == kChangedMeanwhile)
+        return SaveResult::Stale;
+    if (err != 0) {
+        problems.Add(VELMORA::pathdef::cannotSave(file, ReadFailure(err)));
+        return SaveResult::Failed;
+    }
+    return SaveResult::Saved;
+}
+
+bool PathDefinitionFile::Writable(const std::vector<AbsoluteIRI>& folders, const std::string* old,
+                                  const Reading* reading, Notification& problems) const {
+    // The folders that the file holds now, worked out only when a name needs them.
+    std::optional<boost::unordered_flat_set<AbsoluteIRI>> held;
+    const auto inFile = [&](const AbsoluteIRI& folder) {
+        if (old == nullptr)
+            return false;
+        if (!held) {
+            const auto parsed = reading ? std::vector<std::optional<AbsoluteIRI>>()
+                                        : FoldersOfLines(SplitLines(*old));
+            held.emplace();
+            for (const auto& f : reading ? reading->folderOf : parsed) {
+                if (f)
+                    held->insert(*f);
+            }
+        }
+        return held->contains(folder);
+    };
     bool writable = true;
     for (const AbsoluteIRI& folder : folders) {
         // Only an escape can stand for a line break, and a plain local location always converts:
@@ -244,43 +352,18 @@ bool PathDefinitionFile::Save(const std::vector<AbsoluteIRI>& folders,
             continue;
         try {
             const ustring path = foundation::storage::vfs::fromAbsoluteIRI(folder);
-            if (path.find(u'\n') != ustring::npos) {
+            // A carriage return at the end of a line is read as part of its line ending; a folder
+            // that the file holds already keeps its line, which keeps it.
+            if (path.find(u'\n') != ustring::npos || (path.ends_with(u'\r') && !inFile(folder))) {
                 problems.Add(VELMORA::pathdef::lineBreakInName(path));
                 writable = false;
             }
         } catch (const foundation::storage::vfs::Exception& e) {
-            problems.Add(VELMORA::pathdef::cannotSave(file, e.what()));
+            problems.Add(VELMORA::pathdef::cannotSave(text::FromNative(m_path), e.what()));
             writable = false;
         }
     }
-    if (!writable)
-        return false;
-    const std::string target = Target(m_path);
-    int err = os::System().MakeFolders(FolderOf(target));
-    std::string old;
-    os::FileStatus status;
-    bool exists = false;
-    if (err == 0) {
-        err = os::System().ReadRegularFile(target, kMaxBytes, old);
-        exists = err == 0;
-        if (err == ENOENT)
-            err = 0;
-    }
-    if (exists)
-        err = os::System().Stat(target, status);
-    if (err == 0) {
-        RemoveStaleTemporaries(target);
-        err = ReplaceAtomically(
-            target,
-            exists ? Relayout(old, folders, m_lastReading ? m_lastReading->Of(old).get() : nullptr)
-                   : Format(folders),
-            exists ? &status : nullptr);
-    }
-    if (err != 0) {
-        problems.Add(VELMORA::pathdef::cannotSave(file, ReadFailure(err)));
-        return false;
-    }
-    return true;
+    return writable;
 }
 
 }  // namespace Velmora::SearchPath

@@ -34,7 +34,7 @@ constexpr std::array kCatalog = {
           "Line {1} of the path definition file \"{0}\" is not an absolute folder path."},
     Entry{"VELMORA:pathdef:lineBreakInName",
           "The folder \"{0}\" cannot be saved in the path definition file: its name holds a line "
-          "break."},
+          "break or ends in a carriage return, which a line of the file cannot keep."},
     // Installed packages.
     Entry{"VELMORA:packages:badManifest", "Skipped the package manifest \"{0}\": {1}."},
     Entry{"VELMORA:packages:cannotReadPackages", "Cannot read the packages folder \"{0}\": {1}."},

@@ -35,7 +35,7 @@ void AddGlobalOptions(CLI::App& app, PathOptions& options) {
              options.pathList);
     AddValue(app, "--path-file", "FILE",
              "The same, one folder per line, from FILE or from standard input for '-' (for paths "
-             "too long for an argument)",
+             "too long for an argument); a regular file or standard input, of at most 16 MiB",
              options.pathFile);
     AddFlag(app, "--example", "Search the bundled example toolbox instead of the saved path",
             options.example);

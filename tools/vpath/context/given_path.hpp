@@ -20,8 +20,10 @@ namespace vpath_cli {
 
 // GivenFolders: the folders of the path that the command line gives, in order; nothing when it
 // gives none (the saved path is meant). Relative folders are taken from the current folder.
-// Throws std::runtime_error when more than one path is given, when the file cannot be read, and
-// when the example toolbox cannot be found.
+// Throws std::runtime_error when more than one path is given, when the file cannot be read (it is
+// not a regular file, or it or standard input holds more than the path definition file's cap),
+// when one of its lines holds a NUL (shown whole, the NUL as \0), and when the example toolbox
+// cannot be found.
 std::optional<std::vector<foundation::storage::vfs::AbsoluteIRI>> GivenFolders(
     const PathOptions& options);
 
@@ -31,6 +33,7 @@ std::optional<std::vector<foundation::storage::vfs::AbsoluteIRI>> GivenFolders(
 //   u"a:file:///b;c"    => {u"a", u"file:///b", u"c"}
 //   u"file:/b::x"       => {u"file:/b", u"x"}
 //   u"file:b"           => {u"file", u"b"}
+//   u"FILE:/b"          => {u"FILE:/b"}     schemes are recognised whatever their case
 std::vector<ustring> SplitPathArgument(const ustring& text);
 
 // ExampleToolboxRoot: the bundled example toolbox, found beside the running program: where it

@@ -3,9 +3,10 @@
 //
 // The file holds one folder per line, as the bytes of its native path, first searched first; lines
 // that start with "#" are comments and empty lines are passed over. Names that are not UTF-8 keep
-// their bytes. A folder whose name holds a line break cannot be written. Lines may end in LF or
-// CRLF; "." and ".." segments and repeated "/" of a line are resolved as text, so "/a/./b/../c//"
-// names "/a/c".
+// their bytes. Lines may end in LF or CRLF; "." and ".." segments and repeated "/" of a line are
+// resolved as text, so "/a/./b/../c//" names "/a/c". A folder whose name holds a line break, or
+// ends in a carriage return (which a CRLF line ending would take), cannot be added; one that the
+// file holds already is written with a CRLF line ending, which keeps it.
 //
 //   # vpath search path: one folder per line, searched first to last
 //   /home/ada/tb
@@ -19,7 +20,8 @@
 // Saving changes only what it must: where the file is a symbolic link, the file it leads to is
 // replaced (in that file's folder) and the link stays; the file keeps its permission bits, owner
 // and group; comments, blank lines and the lines of folders that stay are kept as they were, in
-// their places, and new folder lines use the line ending of the file's first line.
+// their places (a last line without its line ending gets one that keeps its bytes: CRLF after a
+// carriage return), and new folder lines use the line ending of the file's first line.
 //
 // Several processes may change the file at once. Each change holds the lock of the file (see
 // LockForChange) from reading the file to saving it, so that none is lost; readers never wait.
@@ -88,6 +90,15 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
     bool Save(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
               foundation::core::except::Notification& problems) const;
 
+    // SaveChange: as Save, for a change worked out on `base`, the path that the file held when the
+    // change read it. When the file no longer holds `base` by the time it would be replaced (it
+    // was edited, by hand or by another program that takes no lock, since it was read), nothing
+    // is saved and Stale is returned, so that the change can be made again on what it holds now.
+    enum class SaveResult { Saved, Failed, Stale };
+    SaveResult SaveChange(const std::vector<foundation::storage::vfs::AbsoluteIRI>& base,
+                          const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+                          foundation::core::except::Notification& problems) const;
+
     // Format: the content that Save writes for `folders`. REQUIRES: every folder is a "file"
     // location without a line break.
     static std::string Format(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
@@ -128,6 +139,16 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
 
   private:
     class LastReading;
+
+    // Save with no `base`, SaveChange with one.
+    SaveResult Write(const std::vector<foundation::storage::vfs::AbsoluteIRI>* base,
+                     const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+                     foundation::core::except::Notification& problems) const;
+    // Whether every folder can be written in the file that holds `old` (none when there is no
+    // file yet), reporting those that cannot.
+    bool Writable(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+                  const std::string* old, const Reading* reading,
+                  foundation::core::except::Notification& problems) const;
 
     std::string m_path;
     std::function<void()> m_slowLockNotice;

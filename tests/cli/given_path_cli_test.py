@@ -1,0 +1,60 @@
+"""A path given on the command line: --path-file read within bounds and its lines shown whole, and
+IRI schemes in --path recognised as the rest of vpath recognises them."""
+
+import os
+import subprocess
+import unittest
+
+import cli_test
+
+MIB = 1 << 20
+
+
+class GivenPath(cli_test.OwnPathDefinition, unittest.TestCase):
+    def given(self, *args, stdin=b""):
+        done = subprocess.run([cli_test.VPATH] + list(args), input=stdin, capture_output=True,
+                              cwd=self.root, env=self.env, timeout=20)
+        return done.returncode, done.stdout, done.stderr
+
+    def test_a_path_file_is_a_regular_file_or_standard_input_within_the_cap(self):
+        a = self.folder(b"a")
+        big = os.path.join(self.root, b"big")
+        with open(big, "wb") as f:
+            f.write(b"a\n" + b"#" * (16 * MIB))
+        fifo = os.path.join(self.root, b"fifo")
+        os.mkfifo(fifo)
+        # The first failure ends the test: what follows the FIFO, unbounded, would use up memory.
+        for file, stdin, said in [
+                (fifo, b"", b"it is not a regular file"),
+                (b"/dev/zero", b"", b"it is not a regular file"),
+                (big, b"", b"it is larger than 16 MiB"),
+                (b"-", b"a\n" + b"#" * (16 * MIB), b"standard input is larger than 16 MiB")]:
+            status, out, err = self.given("--path-file", file, "path", stdin=stdin)
+            self.assertEqual((status, out), (2, b""), file)
+            self.assertIn(said, err)
+        # Standard input may be a pipe, and a file may be up to the cap.
+        self.assertEqual(self.given("--path-file", "-", "path", stdin=b"a\n")[:2], (0, a + b"\n"))
+        with open(big, "r+b") as f:
+            f.truncate(16 * MIB)
+        self.assertEqual(self.given("--path-file", big, "path")[:2], (0, a + b"\n"))
+
+    def test_a_path_file_line_is_shown_whole(self):
+        with open(os.path.join(self.root, b"list"), "wb") as f:
+            f.write(b"# folders\n/x\x00y\\z/\x00\n")
+        status, out, err = self.given("--path-file", "list", "path")
+        self.assertEqual((status, out), (2, b""))
+        self.assertIn(b'line 2 ("/x\\0y\\\\z/\\0") is not a folder: it holds a NUL', err)
+
+    def test_schemes_are_recognised_whatever_their_case(self):
+        for text, folders in [
+                (b"FILE:/tmp/x", [b"FILE:/tmp/x"]),
+                (b"a:File:///b:c", [b"a", b"File:///b", b"c"]),
+                (b"HTTP://h/x;files:/y", [b"HTTP://h/x", b"files", b"/y"])]:
+            with self.subTest(text=text):
+                self.assertEqual(self.given("split", text), (0, b"".join(
+                    f + b"\n" for f in folders), b""))
+        self.assertEqual(self.given("--path", "FILE:/tmp", "path")[:2], (0, b"/tmp\n"))
+
+
+if __name__ == "__main__":
+    cli_test.main()
