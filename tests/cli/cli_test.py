@@ -54,17 +54,6 @@ def example(*parts):
 
 
 class WhichOnTheExampleToolbox(unittest.TestCase):
-    def test_names_resolve_in_path_order(self):
-        status, out, err = run("--example", "which", "area", "clamp", "median", "histogram", "mean.vl")
-        self.assertEqual(status, 0, err)
-        self.assertEqual(out.splitlines(), [
-            example("geometry", "area.vl"),  # shadows utils/area.vl
-            example("utils", "clamp.vl"),
-            example("stats", "median.vlp"),
-            example("stats", "histogram.vlx"),
-            example("stats", "mean.vl"),
-        ])
-
     def test_a_miss_is_reported_and_the_rest_still_resolve(self):
         status, out, err = run("which", "--example", "nothing_here", "clamp", "units")
         self.assertEqual(status, 1)

@@ -106,22 +106,6 @@ class OnATree(unittest.TestCase):
                          os.fsdecode(self.at(b"a", b"private", b"helper.vl")))
         self.assertEqual(answer["nearMisses"], [])
 
-    def test_shadows_lists_every_name_defined_twice(self):
-        status, out, err = self.vpath("shadows")
-        self.assertEqual((status, err), (0, ""))
-        self.assertEqual(out.split(b"\n"), [
-            self.at(b"a", b"area.vl"), self.at(b"b", b"area.vl") + b"  (shadowed)", b"",
-            self.at(b"a", b"clamp.vl"), self.at(b"b", b"clamp.vl") + b"  (shadowed)", b"", b""])
-        status, out, _ = self.vpath("shadows", "--differ", "--json")
-
-        def hit(folder):
-            def named(*parts):
-                return {"path": os.fsdecode(self.at(*parts)),
-                        "iri": "file://" + os.fsdecode(self.at(*parts))}
-            return {"file": named(folder, b"clamp.vl"), "folder": named(folder), "kind": "folder"}
-        self.assertEqual([json.loads(l) for l in out.splitlines()],
-                         [{"name": "clamp", "inUse": hit(b"a"), "shadowed": [hit(b"b")]}])
-
     def test_json_keeps_the_bytes_of_names_that_are_not_utf8(self):
         status, out, _ = self.vpath("which", "--json", "-a", b"n\xe9", "area", "nope")
         self.assertEqual(status, 1)

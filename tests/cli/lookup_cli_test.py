@@ -34,12 +34,6 @@ class Batch(unittest.TestCase):
 
 
 class Ls(unittest.TestCase):
-    def test_files_by_extension_in_path_order(self):
-        status, out, err = run("--example", "ls", "--ext", ".vlp", "--ext", ".vlx")
-        self.assertEqual(status, 0, err)
-        self.assertEqual(out.splitlines(), [example("stats", "histogram.vlx"),
-                                            example("stats", "median.vlp")])
-
     def test_packages_and_classes_on_request(self):
         plain = run("--example", "ls")[1].splitlines()
         everything = run("ls", "--packages", "--example")[1].splitlines()

@@ -109,22 +109,6 @@ TEST_F(MainSearchPathTest, IgnoreCasePrefersTheExactSpelling) {
         "");
 }
 
-TEST_F(MainSearchPathTest, FindAllListsOneFilePerEntryInPathOrder) {
-    const ustring area = u"area";
-    const auto target =
-        CreateSearchTargetWithExtensionInFilenamePreferred(area, languageExtensions);
-    const std::uint32_t mainAndPrivate[] = {0, 3};
-    const auto all = path->FindAllInScope(SearchScope(mainAndPrivate), target,
-                                          FilenameMatchingPolicy::PlatformDefault);
-    std::vector<ustring> files;
-    for (const auto& f : all)
-        files.push_back(f.GetPathItem()->GetAbsoluteIRI().getName());
-    EXPECT_THAT(files, ElementsAre(u"area.vl", u"area.vl", u"area.vlx"));
-    ASSERT_EQ(all.size(), 3u);
-    EXPECT_EQ(all[1].GetPathEntry(), Entry("one/private"));
-    EXPECT_EQ(all[2].GetPathEntry(), Entry("two"));
-}
-
 TEST_F(MainSearchPathTest, EntriesKnowTheirMainEntryParentAndOrder) {
     const auto one = Entry("one");
     const auto two = Entry("two");
