@@ -4,16 +4,10 @@
 #include <cstdio>
 #include <memory>
 
-#include <fmt/format.h>
 
-#include <foundation/storage/vfs/exceptions.hpp>
-#include <foundation/storage/vfs/folder.hpp>
 #include <foundation/storage/vfs/iri_conversion.hpp>
-#include <velmora/pathmanagement/cache_and_notify.hpp>
-#include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/searchpath/path_cache_place.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
-#include <velmora/storage/vorlan_storage_system.hpp>
 
 #include "commands.hpp"
 #include "context/given_path.hpp"

@@ -67,61 +67,36 @@ int RunPath(const PathOptions& pathOptions, bool json) {
     return kExitOk;
 }
 
-// The change report speaks of entries; a folder that had left the disk had none, and its removal is
-// told here.
-void PrintRemovedWithoutEntry(const std::vector<foundation::storage::vfs::AbsoluteIRI>& before,
-                              const Velmora::SearchPath::MainSearchPath& beforePath,
-                              const std::vector<foundation::storage::vfs::AbsoluteIRI>& after) {
-    // Only folders between the runs that both lists share at the front and at the back can have
-    // left: a change of a long path touches a few.
-    const auto [front, back] = Velmora::SearchPath::SharedRuns(before, after);
-    // By set, not by search: a path of many folders would make a search of each quadratic.
-    const boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> kept(
-        after.begin() + static_cast<std::ptrdiff_t>(front),
-        after.end() - static_cast<std::ptrdiff_t>(back));
-    std::vector<foundation::storage::vfs::AbsoluteIRI> gone;
-    for (std::size_t i = front; i < before.size() - back; ++i) {
-        if (!kept.contains(before[i]))
-            gone.push_back(before[i]);
-    }
-    if (gone.empty())
-        return;
-    boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> withEntry;
-    for (const auto& entry : beforePath.GetFolderEntries()) {
-        if (entry)
-            withEntry.insert(entry->GetLocation());
-    }
-    for (const auto& folder : gone) {
-        if (!withEntry.contains(folder))
-            PrintLine("removed " + DisplayBytes(folder));
-    }
-}
+using FolderSet = boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI>;
 
-// A folder added that another folder of the path holds as a special subfolder is searched through
-// that folder and has no entry of its own: the change report does not name it, and it is told
-// here, unless the report named it as a special subfolder that came with its holder.
-void PrintAddedWithoutEntry(
-    const std::vector<foundation::storage::vfs::AbsoluteIRI>& before,
-    const std::vector<foundation::storage::vfs::AbsoluteIRI>& after,
-    const Velmora::SearchPath::MainSearchPath& afterPath,
-    const boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI>& reported) {
-    const auto [front, back] = Velmora::SearchPath::SharedRuns(before, after);
-    const boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> was(
-        before.begin() + static_cast<std::ptrdiff_t>(front),
-        before.end() - static_cast<std::ptrdiff_t>(back));
-    std::vector<foundation::storage::vfs::AbsoluteIRI> added;
-    for (std::size_t i = front; i < after.size() - back; ++i) {
-        if (!was.contains(after[i]) && !reported.contains(after[i]))
-            added.push_back(after[i]);
+// The change report speaks of entries, and some folders of the saved path have none: one that had
+// left the disk, or one that another folder of the path holds as a special subfolder (searched
+// through that folder). Their coming and going is told here: each folder of `to` that `from`
+// lacks, has no entry in `path` (the path that holds it, or held it) and is not in `reported`.
+void PrintFoldersWithoutEntry(const char* what,
+                              const std::vector<foundation::storage::vfs::AbsoluteIRI>& from,
+                              const std::vector<foundation::storage::vfs::AbsoluteIRI>& to,
+                              const Velmora::SearchPath::MainSearchPath& path,
+                              const FolderSet& reported) {
+    // Only folders between the runs that both lists share at the front and at the back can
+    // differ: a change of a long path touches a few. By set, not by search: a path of many
+    // folders would make a search of each quadratic.
+    const auto [front, back] = Velmora::SearchPath::SharedRuns(to, from);
+    const FolderSet in(from.begin() + static_cast<std::ptrdiff_t>(front),
+                       from.end() - static_cast<std::ptrdiff_t>(back));
+    std::vector<foundation::storage::vfs::AbsoluteIRI> changed;
+    for (std::size_t i = front; i < to.size() - back; ++i) {
+        if (!in.contains(to[i]) && !reported.contains(to[i]))
+            changed.push_back(to[i]);
     }
-    if (added.empty())
+    if (changed.empty())
         return;
-    boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> withEntry;
-    for (const auto& entry : afterPath.GetFolderEntries())
+    FolderSet withEntry;
+    for (const auto& entry : path.GetFolderEntries())
         withEntry.insert(entry->GetLocation());
-    for (const auto& folder : added) {
+    for (const auto& folder : changed) {
         if (!withEntry.contains(folder))
-            PrintLine("added " + DisplayBytes(folder));
+            PrintLine(std::string(what) + " " + DisplayBytes(folder));
     }
 }
 
@@ -131,8 +106,7 @@ int RunChange(const PathOptions& pathOptions, Edit edit) {
     const auto manager = OpenManager(pathOptions, Purpose::Change);
     if (!manager)
         return kExitTrouble;
-    auto reported =
-        std::make_shared<boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI>>();
+    auto reported = std::make_shared<FolderSet>();
     manager->AddPathChangeObserver([reported](const PathChange& change) {
         const auto report = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
         for (const auto& entry : *report.added)
@@ -148,8 +122,8 @@ int RunChange(const PathOptions& pathOptions, Edit edit) {
         return kExitRefused;
     }
     const auto after = manager->GetPathFolderIRIs();
-    PrintAddedWithoutEntry(*before, *after, *manager->GetSnapshot(), *reported);
-    PrintRemovedWithoutEntry(*before, *beforePath, *after);
+    PrintFoldersWithoutEntry("added", *before, *after, *manager->GetSnapshot(), *reported);
+    PrintFoldersWithoutEntry("removed", *after, *before, *beforePath, {});
     PrintWarnings(*manager->GetWarnings());
     return kExitOk;
 }
