@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <memory>
 
-
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/searchpath/path_cache_place.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
