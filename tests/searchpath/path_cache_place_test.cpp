@@ -200,7 +200,19 @@ TEST_F(PathCachePlace, AWriteLeavesNoLeftoversAndKeepsTheFolderBounded) {
     const std::string live = "c/" + cacheName(3) + "." + std::to_string(::getpid()) + ".7.tmp";
     for (const auto& name : {dead, old, live})
         tree.File(name, "part");
+    // Caches of throwaway folders go as soon as their folders are gone, however recently used.
+    tree.File("gone/g.vl");
+    ScanReport report;
+    const auto goneEntries = MainSearchPath::Scan({tree.IRI("gone")}, report)->GetFolderEntries();
+    for (const int i : {80, 81}) {
+        SavePathCache(tree.IRI("c/" + cacheName(i)), tree.IRI("c/x"),
+                      i == 80 ? goneEntries : entries);
+        fs::last_write_time(tree.Path("c/" + cacheName(i)), now + std::chrono::hours(200));
+    }
+    fs::remove_all(tree.Path("gone"));
     SavePathCache(tree.IRI("c/" + cacheName(99)), tree.IRI("c/x"), entries);
+    EXPECT_FALSE(fs::exists(tree.Path("c/" + cacheName(80))));
+    EXPECT_TRUE(fs::exists(tree.Path("c/" + cacheName(81))));
     EXPECT_FALSE(fs::exists(tree.Path(dead)));
     EXPECT_FALSE(fs::exists(tree.Path(old)));
     EXPECT_TRUE(fs::exists(tree.Path(live)));
@@ -209,8 +221,8 @@ TEST_F(PathCachePlace, AWriteLeavesNoLeftoversAndKeepsTheFolderBounded) {
     for (const auto& item : fs::directory_iterator(tree.Path("c")))
         caches += item.path().extension() == ".cache";
     EXPECT_EQ(caches, Velmora::SearchPath::kMostPathCaches);
-    for (int i = 0; i < 8; ++i)
-        EXPECT_EQ(fs::exists(tree.Path("c/" + cacheName(i))), i >= 7) << i;
+    for (int i = 0; i < 9; ++i)
+        EXPECT_EQ(fs::exists(tree.Path("c/" + cacheName(i))), i >= 8) << i;
     // --all: every cache and temporary file of the user's, nothing else.
     tree.File("c/notes.txt");
     EXPECT_EQ(Velmora::SearchPath::ClearAllPathCaches(Native("c")), "");

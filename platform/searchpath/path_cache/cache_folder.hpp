@@ -17,8 +17,9 @@ std::string MakeRoomForCache(const std::string& file);
 // TemporaryCacheName: the name of this process's temporary file for the cache `file`.
 std::string TemporaryCacheName(const std::string& file);
 
-// TidyCacheFolder: removes the temporary files of writers no longer running, and the least
-// recently used caches beyond the folder's bounds; `kept`, the cache just written, stays.
+// TidyCacheFolder: removes the temporary files of writers no longer running, the caches whose
+// folders are all gone, and the least recently used caches beyond the folder's bounds; `kept`, the
+// cache just written, stays.
 void TidyCacheFolder(const std::string& folder, const std::string& kept);
 
 }  // namespace Velmora::SearchPath::path_cache_internal

@@ -12,14 +12,20 @@
 
 #include <fmt/format.h>
 
+#include <foundation/storage/vfs/exceptions.hpp>
+#include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/os/system.hpp>
 #include <velmora/searchpath/path_cache.hpp>
+#include <velmora/text/ustring.hpp>
 
 #include "cache_folder.hpp"
+#include "path_cache_format.hpp"
 
 namespace Velmora::SearchPath {
 
 namespace {
+
+using namespace path_cache_internal;
 
 // The kinds of st_mode, as Linux numbers them.
 constexpr std::uint32_t kKindBits = 0170000;
@@ -113,6 +119,56 @@ bool IsCacheName(std::string_view name) {
 bool IsTemporaryName(std::string_view name) {
     return name.size() > 38 && IsCacheName(name.substr(0, 38)) && name[38] == '.' &&
            name.ends_with(".tmp");
+}
+
+// The most of a cache that is read to tell whether its folders are all gone: a list of throwaway
+// folders makes a small cache, and a large one is left to the folder's bounds.
+constexpr std::uint64_t kMostBytesReadForFolders = std::uint64_t{4} << 20;
+
+// Whether the cache at `path` was written for folders that are all gone (a list of throwaway
+// folders given once): no start will ever use it. A cache that cannot be read, or holds no
+// folder, is not judged.
+bool FoldersAllGone(const std::string& path) {
+    std::string bytes;
+    if (os::System().ReadRegularFile(path, kMostBytesReadForFolders, bytes) != 0 ||
+        bytes.size() < kTableEnd || std::memcmp(bytes.data(), kMagic, sizeof kMagic) != 0) {
+        return false;
+    }
+    const auto section = [&](SectionId id) {
+        const auto entry =
+            Get<SectionEntry>(bytes, sizeof(Header) + (id - 1) * sizeof(SectionEntry));
+        return entry.offset <= bytes.size() && entry.size <= bytes.size() - entry.offset
+                   ? std::string_view(bytes).substr(entry.offset, entry.size)
+                   : std::string_view();
+    };
+    const std::string_view folders = section(kFolders);
+    const std::string_view text = section(kText);
+    if (folders.size() < 4)
+        return false;
+    const auto count = std::min<std::size_t>(Get<std::uint32_t>(folders, 0),
+                                             (folders.size() - 4) / sizeof(FolderRecord));
+    bool any = false;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto record = Get<FolderRecord>(folders, 4 + i * sizeof(FolderRecord));
+        if (record.parent != kNoParent)
+            continue;
+        if (record.locationOffset > text.size() ||
+            record.locationLength > text.size() - record.locationOffset) {
+            return false;
+        }
+        try {
+            const std::string native = text::ToNative(
+                foundation::storage::vfs::fromAbsoluteIRI(foundation::storage::vfs::AbsoluteIRI(
+                    text::FromNative(text.substr(record.locationOffset, record.locationLength)))));
+            os::FileStatus status;
+            if (const int err = os::System().Stat(native, status); err != ENOENT && err != ENOTDIR)
+                return false;
+        } catch (const foundation::storage::vfs::Exception&) {
+            return false;
+        }
+        any = true;
+    }
+    return any;
 }
 
 }  // namespace
@@ -266,6 +322,8 @@ void TidyCacheFolder(const std::string& folder, const std::string& kept) {
                 writer == 0 || !os::System().ProcessExists(writer)) {
                 os::System().RemoveFile(path);
             }
+        } else if (path != kept && FoldersAllGone(path)) {
+            os::System().RemoveFile(path);
         } else if (path != kept) {
             caches.push_back({path, std::max(status.accessedNs, status.modifiedNs), status.size});
         }

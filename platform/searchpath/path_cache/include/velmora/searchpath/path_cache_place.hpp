@@ -10,9 +10,10 @@
 // The folder holds, by name:
 //   <32 hex digits>.cache                 the cache of one path (PathCacheFileName)
 //   <32 hex digits>.cache.<pid>.<hex>.tmp a cache being written by process <pid>
-// A write removes the temporary files of writers that are no longer running, and keeps the folder
-// bounded: beyond kMostPathCaches caches or kMostPathCacheBytes bytes in all, the least recently
-// used go (a start reads its cache: that is a use).
+// A write removes the temporary files of writers that are no longer running and the caches whose
+// folders are all gone (no start will use them again), and keeps the folder bounded: beyond
+// kMostPathCaches caches or kMostPathCacheBytes bytes in all, the least recently used go (a start
+// reads its cache: that is a use).
 
 #include <cstdint>
 #include <string>
