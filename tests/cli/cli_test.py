@@ -99,8 +99,8 @@ class OwnPathDefinition:
         open(path, "wb").close()
         return path
 
-    def saved(self):
-        with open(self.pathdef, "rb") as f:
+    def saved(self, path=None):
+        with open(path or self.pathdef, "rb") as f:
             return f.read()
 
 
@@ -193,7 +193,7 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         # --pathdef wins over the environment.
         other = os.path.join(self.root, b"other")
         self.assertEqual(self.vpath("--pathdef", other, "add", "a")[0], 0)
-        self.assertEqual(self.saved_at(other).splitlines()[1], a)
+        self.assertEqual(self.saved(other).splitlines()[1], a)
         self.assertFalse(os.path.exists(self.pathdef))
         # Without VPATH_PATHDEF, the XDG configuration folder.
         env = dict(self.env, XDG_CONFIG_HOME=os.fsdecode(os.path.join(self.root, b"xdg")))
@@ -292,10 +292,6 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
                 self.assertEqual(err.count(b"\n"), 1, err)
                 self.assertIn(args[0].encode(), err)
                 self.assertLess(len(err), 120, err)
-
-    def saved_at(self, path):
-        with open(path, "rb") as f:
-            return f.read()
 
     def test_split_prints_the_folders_of_a_path_list(self):
         self.assertEqual(self.vpath("split", b";a;;b:c d ;\xff:"), (0, b"a\nb\nc d \n\xff\n", b""))
