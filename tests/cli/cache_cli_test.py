@@ -166,13 +166,9 @@ class CachePlace(unittest.TestCase):
         self.assertEqual(os.stat(cache).st_mtime_ns, written)
         self.assertIn("state: not used", self.vpath("cache", "status")[1])
 
-    def test_leftovers_go_and_clear_all_removes_every_cache(self):
-        cache = self.cache_file()
-        leftover = cache + ".2147483000.0.tmp"
-        with open(leftover, "w") as f:
-            f.write("part of a cache")
+    def test_clear_all_removes_every_cache(self):
+        self.cache_file()
         self.vpath("--path", self.tb, "which", "area")
-        self.assertFalse(os.path.exists(leftover))
         self.assertEqual(len(self.caches()), 2)
         self.assertEqual(self.vpath("cache", "clear", "--all")[0], 0)
         self.assertEqual(self.caches(), [])
