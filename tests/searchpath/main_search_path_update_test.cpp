@@ -52,7 +52,7 @@ TEST_F(MainSearchPathUpdateTest, AnswersAsAPathMadeWhole) {
     };
     const Case cases[] = {
         {"a file added", [&] { tree.File("one/new.vl"); }},
-        {"a file taken away", [&] { std::filesystem::remove(tree.Path("two/only.vl")); }},
+        {"a file taken away", [&] { std::filesystem::remove(tree.Path("two/only.vlp")); }},
         {"a special folder added", [&] { tree.File("two/+more/@Cls/Cls.vl"); }},
         {"a special folder taken away",
          [&] { std::filesystem::remove_all(tree.Path("one/+pkg")); }},
