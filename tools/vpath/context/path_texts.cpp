@@ -70,12 +70,13 @@ std::vector<ustring> PathFileLines(const std::string& file, const std::string& c
     std::vector<ustring> lines;
     std::size_t start = 0;
     for (std::int64_t number = 1; start < content.size(); ++number) {
-        std::size_t end = content.find('\n', start);
-        if (end == std::string::npos)
-            end = content.size();
+        const std::size_t newline = content.find('\n', start);
+        const std::size_t end = newline == std::string::npos ? content.size() : newline;
         std::string line = content.substr(start, end - start);
         start = end + 1;
-        if (!line.empty() && line.back() == '\r')
+        // As in the path definition file, only a line feed makes a carriage return before it a
+        // line ending: a last line without one keeps its bytes, and names the same folder there.
+        if (newline != std::string::npos && !line.empty() && line.back() == '\r')
             line.pop_back();
         if (line.empty() || line.front() == '#')
             continue;

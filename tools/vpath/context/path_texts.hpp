@@ -19,7 +19,8 @@ namespace vpath_cli {
 std::vector<ustring> SplitPathArgument(const ustring& text);
 
 // PathFileLines: the folder texts of `content`, the content of the --path-file `file`: one a line,
-// without comment ("#") and empty lines, and without a carriage return that ends a line.
+// without comment ("#") and empty lines, read as the path definition file reads its lines (a line
+// ends in LF or CRLF; a last line without LF keeps a carriage return it ends in).
 // Throws std::runtime_error, naming `file` and the line, when a line holds a NUL: the line is shown
 // whole, the NUL as \0 and a backslash as \\.
 std::vector<ustring> PathFileLines(const std::string& file, const std::string& content);
