@@ -5,12 +5,13 @@
 // that was saved. A folder that cannot be saved leaves the file as it was, with a message.
 //
 // Input: a byte of choices (bit 0: keep the last reading, as a change does; bit 1: save as a change
-// worked out on what was loaded; bit 2: add rather than remove), a byte of position, the name of
-// the folder to add up to a line feed, and the rest as the file.
+// worked out on what was loaded; bit 2: add rather than remove; bit 3: there is no file yet), a
+// byte of position, the name of the folder to add up to a line feed, and the rest as the file.
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -80,7 +81,8 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
         *argc, *argv,
         {seed(4, 1, "new", "# vpath search path\n/home/ada/tb\n/srv/a\n"),
          seed(5, 0, "caf\xE9", "/a\r\n\r\n# note\r\n/b/./c/../d//\r\n/b/d\r\n/e"),
-         seed(2, 1, "x\r", "/last/ends/in/cr\r"), seed(3, 0, "x", "/a\n/b\n/a/\n/c"),
+         seed(6, 1, "x\r", "/last/ends/in/cr\r"), seed(4, 2, "n", "# c\n/a\n/last/ends/in/cr\r"),
+         seed(3, 0, "x", "/a\n/b\n/a/\n/c"), seed(12, 0, "x\r", ""),
          seed(6, 2, "%2F", "#\n/x y/%41\n/n\xFF\xFE\n\n/z\n/x y/%41/\n")});
     return 0;
 }
@@ -92,7 +94,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string name(input.Piece('\n'));
     const std::string old(input.Rest());
     const auto path = vpath_fuzz::Scratch() / "pathdef";
-    vpath_fuzz::WriteFile(path, old);
+    const bool missing = choices & 8;
+    if (missing)
+        std::filesystem::remove(path);
+    else
+        vpath_fuzz::WriteFile(path, old);
 
     PathDefinitionFile file(path.string());
     if (choices & 1)
@@ -100,8 +106,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Notification problems;
     const auto loaded = file.Load(problems);
     Require((loaded.outcome == PathDefinitionFile::Outcome::Failed) != problems.empty());
-    if (loaded.outcome != PathDefinitionFile::Outcome::Loaded)
+    if (loaded.outcome !=
+        (missing ? PathDefinitionFile::Outcome::Missing : PathDefinitionFile::Outcome::Loaded)) {
+        Require(loaded.outcome == PathDefinitionFile::Outcome::Failed);
         return 0;
+    }
 
     std::vector<AbsoluteIRI> folders = loaded.folders;
     std::vector<AbsoluteIRI> gone;
@@ -130,12 +139,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string now = vpath_fuzz::ReadFile(path);
     Require(saved == problems.empty());
     if (!saved) {
-        Require(now == old);
+        Require(missing ? !std::filesystem::exists(path) : now == old);
         return 0;
     }
     Notification again;
     const auto reloaded = PathDefinitionFile(path.string()).Load(again);
     Require(reloaded.outcome == PathDefinitionFile::Outcome::Loaded && reloaded.folders == folders);
+    if (missing)
+        return 0;
 
     // The lines kept, in order, and one new line for an added folder.
     const auto kept = KeptLines(old, loaded.folders.size(), gone);

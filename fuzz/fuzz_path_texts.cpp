@@ -120,6 +120,8 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
          "\x02"
          "FILE:/tmp:http://h/a::b;;rel/../c",
          "\x02"
+         "Http://h/x",
+         "\x02"
          "file:/b::x:file:b:caf\xC3\xA9:\xFF",
          "\x01# folders\n/a\r\n\n/b/./c/../d//\nrel\n",
          std::string("\x01/a\n/b\0c\\d\r\n/e", sizeof "\x01/a\n/b\0c\\d\r\n/e" - 1),
