@@ -62,3 +62,7 @@ fuzz() {
 fuzz fuzz_text -print_final_stats=1
 fuzz fuzz_absolute_iri -print_final_stats=1 -dict=fuzz/absolute_iri.dict
 fuzz fuzz_path_cache -print_final_stats=1
+fuzz fuzz_path_cache_load -print_final_stats=1
+fuzz fuzz_cache_names -print_final_stats=1
+fuzz fuzz_path_definition -print_final_stats=1
+fuzz fuzz_path_texts -print_final_stats=1
