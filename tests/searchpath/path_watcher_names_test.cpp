@@ -27,6 +27,7 @@ using Velmora::SearchPath::FolderEntry;
 using Velmora::SearchPath::MainSearchPath;
 using Velmora::SearchPath::MainSearchPathManager;
 using Velmora::SearchPath::PathPoller;
+using Velmora::SearchPath::PathState;
 using Velmora::SearchPath::PathWatcher;
 using vpath_test::FaultSystem;
 using namespace std::chrono_literals;
@@ -39,23 +40,21 @@ class CountedPath final : public Velmora::SearchPath::IWatchedPath {
         : m_manager(folders, {}), m_pathDefinition(std::move(pathDefinition)) {
         m_manager.AddPathChangeObserver([this](const auto&) { Tell(); });
     }
-    std::shared_ptr<const MainSearchPath> GetSnapshot() const override {
-        return m_manager.GetSnapshot();
-    }
-    std::shared_ptr<const std::vector<AbsoluteIRI>> GetPathFolderIRIs() const override {
-        return m_manager.GetPathFolderIRIs();
-    }
-    void Refresh() override { m_manager.Refresh(); }
-    bool RefreshFolders(const std::vector<AbsoluteIRI>& locations) override {
+    std::shared_ptr<const PathState> GetState() const override { return m_manager.GetState(); }
+    std::shared_ptr<const MainSearchPath> GetSnapshot() const { return m_manager.GetSnapshot(); }
+    std::shared_ptr<const PathState> Refresh() override { return m_manager.Refresh(); }
+    std::shared_ptr<const PathState> RefreshFolders(
+        const std::vector<AbsoluteIRI>& locations) override {
         return m_manager.RefreshFolders(locations);
     }
-    bool ReloadPathDefinition(foundation::core::except::Notification&) override {
+    std::shared_ptr<const PathState> ReloadPathDefinition(
+        foundation::core::except::Notification&) override {
         {
             std::lock_guard lock(m_mutex);
             ++m_reloads;
         }
         Tell();
-        return false;
+        return nullptr;
     }
     std::string GetPathDefinitionPath() const override { return m_pathDefinition; }
 
