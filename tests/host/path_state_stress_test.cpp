@@ -62,23 +62,6 @@ int Resolve(const PathState& state, const std::string& name, const std::vector<A
     return at == pool.end() ? -2 : static_cast<int>(at - pool.begin());
 }
 
-// How many faults the threads saw, and the first one.
-class Faults {
-  public:
-    void Add(std::string what) {
-        std::lock_guard lock(m_mutex);
-        if (m_count++ == 0)
-            m_first = std::move(what);
-    }
-    int Count() const { return m_count; }
-    const std::string& First() const { return m_first; }
-
-  private:
-    std::mutex m_mutex;
-    int m_count = 0;
-    std::string m_first;
-};
-
 TEST(PathStateStress, EveryAnswerComesFromOneWholeState) {
     // Scans on the calling thread: libtbb's own synchronisation would only add noise under
     // ThreadSanitizer, and the question here is the manager's.
@@ -98,14 +81,19 @@ TEST(PathStateStress, EveryAnswerComesFromOneWholeState) {
         return static_cast<int>(std::find(pool.begin(), pool.end(), folder) - pool.begin());
     };
     MainSearchPathManager manager(pool, {});
-    Faults faults;
+    std::mutex faultsMutex;
+    std::vector<std::string> faults;
+    const auto fault = [&](std::string what) {
+        std::lock_guard lock(faultsMutex);
+        faults.push_back(std::move(what));
+    };
     std::uint64_t told = 0;  // changes are told one at a time, whichever thread makes them
     manager.AddPathChangeObserver([&](const pm::PathChange& change) {
         const auto state = manager.GetState();
         if (change.generation != told + 1 || state->generation != change.generation ||
             state->path != change.after) {
-            faults.Add(fmt::format("told of generation {} after {}, while {} is current",
-                                   change.generation, told, state->generation));
+            fault(fmt::format("told of generation {} after {}, while {} is current",
+                              change.generation, told, state->generation));
         }
         told = change.generation;
     });
@@ -129,8 +117,8 @@ TEST(PathStateStress, EveryAnswerComesFromOneWholeState) {
                 }
                 const int got = Resolve(*state, fmt::format("s{}", name), pool);
                 if (got != expected) {
-                    faults.Add(fmt::format("s{} in f{} on generation {}, not in f{}", name, got,
-                                           state->generation, expected));
+                    fault(fmt::format("s{} in f{} on generation {}, not in f{}", name, got,
+                                      state->generation, expected));
                 }
             }
         });
@@ -150,7 +138,7 @@ TEST(PathStateStress, EveryAnswerComesFromOneWholeState) {
                 manager.ApplyPathAfterAdding(folders, problems);
             }
             if (!problems.empty())
-                faults.Add(problems.ToNativeText());
+                fault(problems.ToNativeText());
         }
     });
     threads.emplace_back([&] {
@@ -169,15 +157,15 @@ TEST(PathStateStress, EveryAnswerComesFromOneWholeState) {
                 if (!state && round % 2)
                     state = manager.GetState();  // the watcher took it up first
                 if (!state) {
-                    faults.Add("the watcher did not settle");
+                    fault("the watcher did not settle");
                     continue;
                 }
                 const bool onPath = std::find(state->folders->begin(), state->folders->end(),
                                               pool[i]) != state->folders->end();
                 const int got = Resolve(*state, fmt::format("c{}", i), pool);
                 if (got != (exists && onPath ? i : -1)) {
-                    faults.Add(fmt::format("c{} {} in f{} on generation {}", i,
-                                           exists ? "made" : "removed", got, state->generation));
+                    fault(fmt::format("c{} {} in f{} on generation {}", i,
+                                      exists ? "made" : "removed", got, state->generation));
                 }
             }
         }
@@ -188,11 +176,9 @@ TEST(PathStateStress, EveryAnswerComesFromOneWholeState) {
         thread.join();
     watcher.reset();  // its refreshes tell the observer too
 
-    EXPECT_EQ(faults.Count(), 0) << faults.First();
+    EXPECT_TRUE(faults.empty()) << faults.size() << " faults, the first: " << faults.front();
     EXPECT_EQ(manager.GetState()->generation, told);
-    EXPECT_GT(lookups.load(), 0);
-    EXPECT_GT(changes.load(), 0);
-    EXPECT_GT(churns.load(), 0);
+    EXPECT_GT(std::min({lookups.load(), changes.load(), churns.load()}), 0);  // all of them ran
 }
 
 }  // namespace

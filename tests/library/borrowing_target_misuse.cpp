@@ -8,6 +8,7 @@
 using Velmora::PathManagement::CreateSearchTargetWithExtensionInFilenamePreferred;
 using Velmora::PathManagement::detail::SearchTarget;
 
+std::size_t Use();
 std::size_t Use() {
     const ustring name = u"area";
     const std::vector<ustring> extensions = {u".vl"};
