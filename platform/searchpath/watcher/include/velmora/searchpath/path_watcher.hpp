@@ -53,7 +53,7 @@
 //
 //   std::ofstream(folder / "area.vl") << "...";
 //   const auto state = watcher.WaitUntilSettled(std::chrono::seconds(1));
-//   if (state) { /* state->path holds area.vl, and so does every later state */ }
+//   if (state) { /* state->path holds area.vl */ }
 
 #include <atomic>
 #include <chrono>
@@ -115,9 +115,9 @@ class VELMORA_SEARCHPATH_EXPORT PathWatcher {
     //
     // Blocks for the rest of the watcher's round under way (it notices the call within 0.1 s),
     // then for one round: the burst's settle time (at most Options::maxSettle) and the refreshes
-    // it makes, which read again only the folders that changed. Any thread but the watcher's own:
-    // called by an observer of the manager that the watcher's refresh is telling, it throws
-    // std::logic_error, as that round cannot end while it waits.
+    // it makes, which read again only the folders that changed. Not from an observer of the
+    // manager: the watcher's refreshes wait for the change being told, so it would time out; on
+    // the watcher's own thread it throws std::logic_error at once.
     std::shared_ptr<const PathState> WaitUntilSettled(std::chrono::milliseconds timeout);
 
     // The folders watched through inotify and those polled instead.
