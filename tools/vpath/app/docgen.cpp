@@ -108,7 +108,7 @@ std::string ManPage(const CLI::App& app) {
     page +=
         ".SH SEE ALSO\n"
         "\\fBwhich\\fR(1), \\fBxargs\\fR(1), \\fBjq\\fR(1), \\fBinotify\\fR(7); "
-        "\\fIembedding.md\\fR for the library behind the command.\n";
+        "\\fIdocs/embedding.md\\fR in vpath's sources, for the library behind the command.\n";
     return page;
 }
 
