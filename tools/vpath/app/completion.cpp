@@ -297,9 +297,9 @@ std::string ZshArguments(const CLI::App& sub) {
         case Arguments::PathFolders:
             return fmt::format("        '*:{}:_vpath_path_folders'\n", what);
         case Arguments::Names:
-            return fmt::format("        '*:{}:_vpath_names ls'\n", what);
+            return fmt::format("        '*:{}:_vpath_names'\n", what);
         case Arguments::Entries:
-            return fmt::format("        '*:{}:_vpath_names entries'\n", what);
+            return fmt::format("        '*:{}:_vpath_entries'\n", what);
         case Arguments::Files:
             return fmt::format("        '*:{}:_files'\n", what);
         case Arguments::Commands:
@@ -311,26 +311,42 @@ std::string ZshArguments(const CLI::App& sub) {
     }
 }
 
-constexpr const char* kZshHelpers = R"zsh(_vpath_commands() {
+constexpr const char* kZshHelpers =
+    R"zsh(# The options parsed so far that choose the path, for the runs of vpath below (not
+# --path-file -, which would wait for standard input), appended to $given.
+_vpath_given() {
+    local option
+    for option in --example --no-cache; do
+        (( ${+opt_args[$option]} )) && given+=($option)
+    done
+    for option in --path --pathdef --path-file; do
+        (( ${+opt_args[$option]} )) && [[ $opt_args[$option] != - ]] &&
+            given+=($option ${(Q)opt_args[$option]})
+    done
+}
+_vpath_commands() {
     _describe -t commands command commands
 }
 # The folders on the path, as vpath path prints them; folders on disk besides.
 _vpath_path_folders() {
-    local -a folders
-    folders=(${(0)"$(_call_program folders $vpath path -z 2>/dev/null)"})
+    local -a folders given=($given)
+    _vpath_given
+    folders=(${(0)"$(_call_program folders $vpath $given path -z 2>/dev/null)"})
     _alternative 'path:folder on the path:compadd -a folders' 'folders:folder:_files -/'
 }
-# The names that which resolves, or for entries the folders that hold files, from vpath ls.
+# The names that which resolves, from vpath ls.
 _vpath_names() {
-    local -a files names
-    if [[ $1 == entries ]]; then
-        files=(${(0)"$(_call_program names $vpath ls --packages -z 2>/dev/null)"})
-        names=(${(u)${${files:h:t}#[+@]}})
-    else
-        files=(${(0)"$(_call_program names $vpath ls -z 2>/dev/null)"})
-        names=(${(u)${files:t:r}})
-    fi
-    compadd -a names
+    local -a files given=($given)
+    _vpath_given
+    files=(${(0)"$(_call_program names $vpath $given ls -z 2>/dev/null)"})
+    compadd "$@" - ${(u)${files:t:r}}
+}
+# The folders that hold files, "+" and "@" left out as entries allows, from vpath ls.
+_vpath_entries() {
+    local -a files given=($given)
+    _vpath_given
+    files=(${(0)"$(_call_program names $vpath $given ls --packages -z 2>/dev/null)"})
+    compadd "$@" - ${(u)${${files:h:t}#[+@]}}
 }
 )zsh";
 
@@ -353,7 +369,8 @@ std::string ZshCompletion(const CLI::App& app) {
         "# zsh completion for vpath. Generated from the definitions of the vpath command; do not "
         "edit.\n"
         "local curcontext=$curcontext state line vpath=$words[1]\n"
-        "local -a commands global specs\n"
+        "local -a commands global specs given\n"
+        "local -A opt_args\n"
         "commands=(\n{}    )\n"
         "global=(\n{}    )\n"
         "{}"
@@ -367,6 +384,7 @@ std::string ZshCompletion(const CLI::App& app) {
         "    _vpath_commands\n"
         "    ;;\n"
         "argument)\n"
+        "    _vpath_given\n"
         "    case $words[1] in\n"
         "{}"
         "    esac\n"
