@@ -10,7 +10,7 @@ packages=(
     libtbb-dev
     libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev
     libcli11-dev libfmt-dev libspdlog-dev nlohmann-json3-dev libxxhash-dev
-    python3 diffutils findutils dpkg-dev file groff-base inotify-tools
+    python3 diffutils findutils dpkg-dev file groff-base inotify-tools bash-completion
 )
 
 missing=()
