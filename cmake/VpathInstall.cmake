@@ -1,5 +1,6 @@
 # Installation and the CMake package: find_package(VelmoraPathManagement) and link
-# VelmoraPathManagement::VelmoraPathManagement.
+# VelmoraPathManagement::VelmoraPathManagement. The libraries name their installed include folder
+# themselves (VPATH_INSTALL_INCLUDEDIR), so each consumer gets it once.
 
 set(VPATH_CONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VelmoraPathManagement)
 
@@ -7,8 +8,7 @@ install(TARGETS vpath_platform velmora_pathmanagement velmora_searchpath Velmora
     EXPORT VelmoraPathManagementTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-    INCLUDES DESTINATION ${VPATH_INSTALL_INCLUDEDIR})
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 install(DIRECTORY
         ${PROJECT_SOURCE_DIR}/include/

@@ -29,6 +29,14 @@ file(GLOB top_level_includes RELATIVE ${prefix}/include ${prefix}/include/*)
 if(NOT top_level_includes STREQUAL "velmora")
     message(FATAL_ERROR "include/ holds ${top_level_includes}, not only velmora/")
 endif()
+# ... and the CMake package names that folder, once, for each target.
+file(GLOB targets_file ${prefix}/*/cmake/VelmoraPathManagement/VelmoraPathManagementTargets.cmake)
+file(STRINGS ${targets_file} include_lines REGEX "INTERFACE_INCLUDE_DIRECTORIES")
+foreach(line IN LISTS include_lines)
+    if(NOT line MATCHES "^ *INTERFACE_INCLUDE_DIRECTORIES \"\\\${_IMPORT_PREFIX}/include/velmora\"$")
+        message(FATAL_ERROR "the CMake package's include folders: ${line}")
+    endif()
+endforeach()
 
 step(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${SCRATCH}/build -G Ninja
      -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
