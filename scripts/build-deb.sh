@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the Debian packages with dpkg-buildpackage from a copy of the tree, so that the source
 # stays clean: build/deb/vpath-VERSION/ is the copy, and the packages land in build/deb/. The
-# copy holds the tracked files as they are in the working tree, uncommitted changes included.
+# copy holds the working tree's files that git tracks or would track (not those it ignores), as
+# they are now: uncommitted changes and new files included.
 #
 # The copy's place never changes, and the compiler runs through ccache: a second build of the
 # same sources is quick.
@@ -14,8 +15,11 @@ copy=$out/vpath-$version
 rm -rf "$copy" "$out"/*.deb "$out"/*.ddeb "$out"/*.changes "$out"/*.buildinfo
 mkdir -p "$copy"
 if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
-    snapshot=$(git stash create)
-    git archive --format=tar "${snapshot:-HEAD}" | tar -x -C "$copy"
+    git ls-files -z --cached --others --exclude-standard |
+        while IFS= read -r -d '' file; do
+            if [ -e "$file" ] || [ -L "$file" ]; then printf '%s\0' "$file"; fi
+        done |
+        tar --null -T - -cf - | tar -x -C "$copy"
 else
     tar --exclude=./build -cf - . | tar -x -C "$copy"
 fi

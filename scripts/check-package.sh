@@ -131,20 +131,29 @@ for p in "${packages[@]}"; do dpkg-query -L "$p"; done | sort -u >"$files"
     fail "the installed vpath does not find the installed example toolbox"
 
 left() {
-    local p
+    local p file
     for p in "${packages[@]}"; do
         if dpkg-query -W -f='${db:Status-Abbrev}' "$p" 2>/dev/null | grep -q '^.[^n]'; then
             fail "after $1, dpkg still knows $p: $(dpkg-query -W -f='${db:Status-Abbrev}' "$p")"
         fi
     done
-    # Folders may stay when other packages share them; files may not.
+    # Folders may stay when other packages share them; files and links may not, nor the folders
+    # that are the packages' own.
     while read -r file; do
-        [ -e "$file" ] && [ ! -d "$file" ] && fail "after $1, $file is left"
+        if [ -L "$file" ] || { [ -e "$file" ] && [ ! -d "$file" ]; }; then
+            fail "after $1, $file is left"
+        fi
     done <"$files"
+    for file in /usr/share/vpath /usr/include/velmora "/usr/lib/$multiarch/cmake/VelmoraPathManagement" \
+        "${packages[@]/#//usr/share/doc/}"; do
+        [ -e "$file" ] && fail "after $1, $file is left"
+    done
     return 0
 }
+# The packages have no configuration files: remove leaves nothing for purge to take away, and
+# dpkg forgets them at once (apt-get purge would no longer know their names).
 apt-get remove -y -q "${packages[@]}" >/dev/null
 left "apt-get remove"
-apt-get purge -y -q "${packages[@]}" >/dev/null
-left "apt-get purge"
+dpkg --purge "${packages[@]}" >/dev/null 2>&1
+left "dpkg --purge"
 echo "install, remove and purge: nothing left"
