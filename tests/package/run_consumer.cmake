@@ -25,6 +25,20 @@ endfunction()
 
 step(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
+# Every header lies in the project's own folder, never in folders other projects' headers share.
+file(GLOB top_level_includes RELATIVE ${prefix}/include ${prefix}/include/*)
+if(NOT top_level_includes STREQUAL "velmora")
+    message(FATAL_ERROR "include/ holds ${top_level_includes}, not only velmora/")
+endif()
+# ... and the CMake package names that folder, once, for each target.
+file(GLOB targets_file ${prefix}/*/cmake/VelmoraPathManagement/VelmoraPathManagementTargets.cmake)
+file(STRINGS ${targets_file} include_lines REGEX "INTERFACE_INCLUDE_DIRECTORIES")
+foreach(line IN LISTS include_lines)
+    if(NOT line MATCHES "^ *INTERFACE_INCLUDE_DIRECTORIES \"\\\${_IMPORT_PREFIX}/include/velmora\"$")
+        message(FATAL_ERROR "the CMake package's include folders: ${line}")
+    endif()
+endforeach()
+
 step(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${SCRATCH}/build -G Ninja
      -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
 step(${CMAKE_COMMAND} --build ${SCRATCH}/build)
@@ -34,10 +48,18 @@ expect_example_output()
 file(GLOB_RECURSE pc_files ${prefix}/*/velmora-pathmanagement.pc)
 get_filename_component(pc_dir "${pc_files}" DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${pc_dir})
-step(${PKG_CONFIG} --cflags --libs velmora-pathmanagement)
+# The file names the install prefix; the scratch prefix stands in for it. Its flags are just the
+# one include folder: the language level is the consumer's choice.
+set(pc ${PKG_CONFIG} --define-variable=prefix=${prefix})
+step(${pc} --cflags velmora-pathmanagement)
+string(STRIP "${step_output}" cflags)
+if(NOT cflags STREQUAL "-I${prefix}/include/velmora")
+    message(FATAL_ERROR "pkg-config's Cflags are '${cflags}', not -I${prefix}/include/velmora")
+endif()
+step(${pc} --cflags --libs velmora-pathmanagement)
 separate_arguments(flags UNIX_COMMAND "${step_output}")
-step(${CXX} ${CONSUMER_DIR}/main.cpp ${flags} -o ${SCRATCH}/pc_example)
-step(${PKG_CONFIG} --variable=libdir velmora-pathmanagement)
+step(${CXX} -std=c++20 ${CONSUMER_DIR}/main.cpp ${flags} -o ${SCRATCH}/pc_example)
+step(${pc} --variable=libdir velmora-pathmanagement)
 string(STRIP "${step_output}" libdir)
 step(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir}
      ${SCRATCH}/pc_example ${EXAMPLES}/utils ${EXAMPLES}/geometry)
