@@ -6,6 +6,9 @@
 //               next snapshot (the folder's scan is not timed: only what follows it)
 //   rearrange   a folder in the middle of the path is taken off, then put back; each step
 //               publishes through MainSearchPath::Rearrange
+//   reverse     the whole path in reverse order, through Rearrange: every folder moves
+// The first change after the scan is timed apart: it is the one that builds the tables a scan
+// leaves for first use.
 // For each new snapshot: the time to publish it, and the time of each of its first lookups
 // (FindFirstInScope of names held somewhere on the path), one by one. Beside them, in the same
 // run and interleaved with them, the same number of lookups on a snapshot that has answered
@@ -116,8 +119,8 @@ class Run {
     Figures Refreshes(std::size_t count) {
         Figures f;
         for (std::size_t k = 0; k < count; ++k) {
-            const std::size_t folder = (k * 7919) % m_tree.folders.size();
-            const std::string base = "added_" + std::to_string(k);
+            const std::size_t folder = (m_refreshes * 7919) % m_tree.folders.size();
+            const std::string base = "added_" + std::to_string(m_refreshes++);
             std::ofstream(m_tree.folders[folder] / (base + ".vl")) << "";
             ScanReport report;
             auto entry = FolderScanner().ScanMainEntry(
@@ -137,12 +140,14 @@ class Run {
         return f;
     }
 
-    Figures Rearranges(std::size_t count) {
+    Figures Rearranges(std::size_t count, bool reverse) {
         Figures f;
         for (std::size_t k = 0; k < count; ++k) {
             auto entries = m_path->GetFolderEntries();
             const std::size_t at = entries.size() / 2;
-            if (k % 2 == 0) {
+            if (reverse) {
+                std::reverse(entries.begin(), entries.end());
+            } else if (k % 2 == 0) {
                 m_away = entries[at];
                 entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(at));
             } else {
@@ -165,6 +170,7 @@ class Run {
     std::deque<ustring> m_names;  // borrowed by the targets
     std::vector<SearchTarget> m_targets;
     std::size_t m_next = 0;
+    std::size_t m_refreshes = 0;
 };
 
 }  // namespace
@@ -185,8 +191,11 @@ int main(int argc, char** argv) {
                     path->GetFolderEntries().size(), tree.fileCount, kFirstLookups);
         Run run(tree, std::move(path));
         const std::size_t count = 10 * options->repetitions;
+        Print("first change after the scan (Update)", run.Refreshes(1));
         Print("refresh: one folder read anew (Update)", run.Refreshes(count));
-        Print("rearrange: a folder taken off or put back (Rearrange)", run.Rearranges(count));
+        Print("rearrange: a folder taken off or put back (Rearrange)",
+              run.Rearranges(count, false));
+        Print("reverse: every folder moved (Rearrange)", run.Rearranges(2, true));
         return 0;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "bench_snapshot: %s\n", e.what());
