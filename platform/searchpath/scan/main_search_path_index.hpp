@@ -403,12 +403,13 @@ struct MainSearchPath::Index {
     }
 
     // Derive: the index of a path whose main entries are `mains`, from `previous`'s; `from[i]` is
-    // the place of mains[i] on `previous` (kNone for an entry new to it). Null when the path is
-    // better made whole: too much of it has changed since the root.
+    // the place of mains[i] on `previous` (kNone for an entry new to it); trees that moved against
+    // the others are added anew. Null when the path is better made whole: too much of it has
+    // changed since the root.
     static std::unique_ptr<Index> Derive(
         const MainSearchPath& previous,
         const std::vector<std::shared_ptr<const FolderEntry>>& mains,
-        const std::vector<std::uint32_t>& from);
+        std::vector<std::uint32_t> from);
 };
 
 // Built on first use by a lookup that ignores case.

@@ -28,6 +28,33 @@ std::size_t FilesIn(const FolderEntry& entry) {
     return files;
 }
 
+// Takes out of `from` (kNone) the places that are not in one longest run of ascending places: the
+// trees that moved against the others, which a derived index adds anew so that its root's chains
+// stay in path order.
+void KeepLongestAscent(std::vector<std::uint32_t>& from) {
+    std::vector<std::uint32_t> tails;  // of each length, the position that ends its lowest ascent
+    std::vector<std::uint32_t> before(from.size(), kNone);
+    for (std::uint32_t i = 0; i < from.size(); ++i) {
+        if (from[i] == kNone)
+            continue;
+        const auto it =
+            std::lower_bound(tails.begin(), tails.end(), from[i],
+                             [&](std::uint32_t t, std::uint32_t v) { return from[t] < v; });
+        before[i] = it == tails.begin() ? kNone : *(it - 1);
+        if (it == tails.end())
+            tails.push_back(i);
+        else
+            *it = i;
+    }
+    std::vector<char> keep(from.size(), 0);
+    for (auto i = tails.empty() ? kNone : tails.back(); i != kNone; i = before[i])
+        keep[i] = 1;
+    for (std::uint32_t i = 0; i < from.size(); ++i) {
+        if (keep[i] == 0)
+            from[i] = kNone;
+    }
+}
+
 }  // namespace
 
 PathManagement::SharedPathEntryVector MainSearchPath::GetMainEntries() const {
@@ -49,8 +76,18 @@ PathEntryVector MainSearchPath::GetMethodEntries() const {
 
 std::unique_ptr<MainSearchPath::Index> MainSearchPath::Index::Derive(
     const MainSearchPath& previous, const std::vector<std::shared_ptr<const FolderEntry>>& mains,
-    const std::vector<std::uint32_t>& from) {
+    std::vector<std::uint32_t> from) {
     const Index& prev = *previous.m_index;
+    std::uint32_t last = 0;
+    for (const auto place : from) {
+        if (place == kNone)
+            continue;
+        if (place < last) {
+            KeepLongestAscent(from);
+            break;
+        }
+        last = place;
+    }
     const bool prevWhole = prev.root == nullptr;
     const Index& root = prevWhole ? prev : *prev.root;
     // The root's tables answer beside ours from now on: they are built here, once per root, and
@@ -122,7 +159,7 @@ std::unique_ptr<MainSearchPath::Index> MainSearchPath::Index::Derive(
         std::transform(prev.slotOfRoot.begin(), prev.slotOfRoot.end(), index->slotOfRoot.begin(),
                        here);
     }
-    std::uint32_t last = 0;
+    last = 0;
     for (const auto slot : index->slotOfRoot) {
         if (slot == kNone) {
             ++index->goneFromRoot;
