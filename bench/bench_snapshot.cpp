@@ -24,6 +24,8 @@
 #include <string>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+
 #include <velmora/pathinterfaces/constants.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
@@ -51,14 +53,13 @@ double Microseconds(Clock::duration d) {
     return std::chrono::duration<double, std::micro>(d).count();
 }
 
-// One name resolved on the path, timed.
+// One name resolved on the path, timed; a name of the folder a rearrangement took off is missed.
 double TimedLookup(const MainSearchPath& path, const SearchTarget& target) {
     const auto start = Clock::now();
     auto found = path.FindFirstInScope(SearchScope(kPrimary), target,
                                        FilenameMatchingPolicy::PlatformDefault);
     const auto elapsed = Clock::now() - start;
-    if (!found)
-        throw std::runtime_error("a name held on the path was not found");
+    benchmark::DoNotOptimize(found);
     return Microseconds(elapsed);
 }
 
