@@ -117,26 +117,6 @@ std::vector<char> MainSearchPath::HeldMains(
 MainSearchPath::MainSearchPath() = default;
 MainSearchPath::~MainSearchPath() = default;
 
-MainSearchPath::IndexSlot::IndexSlot(const MainSearchPath& owner) : m_owner(owner) {}
-MainSearchPath::IndexSlot::~IndexSlot() = default;
-
-void MainSearchPath::IndexSlot::Set(std::unique_ptr<const Index> index) {
-    m_index = std::move(index);
-    m_ready.store(m_index.get(), std::memory_order_release);
-}
-
-const MainSearchPath::Index* MainSearchPath::IndexSlot::Build() const {
-    std::call_once(m_once, [this] {
-        if (!m_index) {
-            const auto whole = Create(m_owner.m_mainFolders);
-            m_index = std::move(whole->m_index.m_index);
-            m_owner.m_methods = std::move(whole->m_methods);
-        }
-        m_ready.store(m_index.get(), std::memory_order_release);
-    });
-    return m_index.get();
-}
-
 std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     std::vector<std::shared_ptr<const FolderEntry>> mainEntries) {
     return Create(std::move(mainEntries), nullptr);
@@ -161,7 +141,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     if (places == nullptr)
         seen.reserve(mainEntries.size());
     index->slots.reserve(mainEntries.size());
-    std::vector<std::pair<const std::shared_ptr<const FolderEntry>*, std::uint32_t>> stack;
+    index->firstSlotOfMain.reserve(mainEntries.size() + 1);
     std::size_t kept = 0;
     for (std::size_t place = 0; place < mainEntries.size(); ++place) {
         auto& main = mainEntries[place];
@@ -173,37 +153,21 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
         const auto mainIndex = static_cast<std::uint32_t>(kept);
         if (&mainEntries[kept] != &main)
             mainEntries[kept] = std::move(main);
-        // Depth first, sub-entries in name order, so that every tree stays together.
-        stack.emplace_back(&mainEntries[kept++], kNone);
-        while (!stack.empty()) {
-            const auto [entry, parent] = stack.back();
-            stack.pop_back();
-            const auto slot = static_cast<std::uint32_t>(index->slots.size());
-            const auto kind = (*entry)->GetPathEntryType();
-            index->slots.push_back({*entry, mainIndex, parent, kind});
-            const auto& subs = (*entry)->SubEntries();
-            for (auto it = subs.rbegin(); it != subs.rend(); ++it)
-                stack.emplace_back(&*it, slot);
-            if (kind == PathEntryType::ResourcesFolder)
-                continue;
-            fileNames += (*entry)->GetFileCount();
-            if (kind == PathEntryType::AtFolder)
-                path->m_methods.push_back(*entry);
+        index->firstSlotOfMain.push_back(static_cast<std::uint32_t>(index->slots.size()));
+        index->AppendTree(*mainEntries[kept++], mainIndex, [&](std::uint32_t slot) {
+            const auto& entry = *index->slots[slot].entry;
+            if (index->slots[slot].kind == PathEntryType::ResourcesFolder)
+                return;
+            fileNames += entry.GetFileCount();
             // The files of entries from one path cache are found through its index; only the
             // others' names are read.
-            const auto& table = *(*entry)->GetFileTable();
-            if (table.Image() && !index->image) {
-                index->image = table.Image();
-                index->slotOfRecord.assign(index->image->RecordCount(), kNone);
-            }
-            if (index->SavedIn(table) && index->slotOfRecord[table.Record()] == kNone) {
-                index->slotOfRecord[table.Record()] = slot;
-            } else {
-                unsaved += table.Count();
+            if (!index->TakeRecord(slot)) {
+                unsaved += entry.GetFileTable()->Count();
                 unsavedSlots.push_back(slot);
             }
-        }
+        });
     }
+    index->firstSlotOfMain.push_back(static_cast<std::uint32_t>(index->slots.size()));
     mainEntries.resize(kept);
     index->byFileName.reserve(unsaved);
     index->postings.reserve(unsaved);
@@ -213,7 +177,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
     }
     path->m_mainFolders = std::move(mainEntries);
     path->m_fileCount = fileNames;
-    path->m_index.Set(std::move(index));
+    path->m_index = std::move(index);
     return path;
 }
 

@@ -41,15 +41,20 @@ PathEntryVector MainSearchPath::GetMethodEntriesByName(SearchScope scope, const 
         const auto parent = m_index->slots[slot].parent;
         if (parent != kNone &&
             scope.Contains(static_cast<std::uint32_t>(m_index->slots[parent].kind))) {
-            result.push_back(m_index->slots[slot].entry);
+            result.push_back(m_index->slots[slot].entry->shared_from_this());
         }
     };
     if (policy != FilenameMatchingPolicy::IgnoreCase) {
-        const auto it = m_index->Methods().find(std::u16string_view(name));
-        if (it != m_index->Methods().end()) {
-            for (const auto slot : it->second)
-                take(slot);
-        }
+        std::vector<std::uint32_t> slots;
+        m_index->ForEachListed(
+            [&](const Index& index) -> const SlotList* {
+                const auto it = index.Methods().find(std::u16string_view(name));
+                return it == index.Methods().end() ? nullptr : &it->second;
+            },
+            [&](std::uint32_t slot) { slots.push_back(slot); });
+        std::sort(slots.begin(), slots.end());
+        for (const auto slot : slots)
+            take(slot);
         return result;
     }
     for (std::uint32_t slot = 0; slot < m_index->slots.size(); ++slot) {
@@ -71,20 +76,24 @@ PathEntryVector MainSearchPath::GetPartiallyMatchingEntries(SearchScope scope,
     if (parts.empty())
         return result;
     // Only the entries whose last folders the last parts can name are candidates.
-    const auto& byName = m_index->ByFolderName();
     const bool two = parts.size() > 1;
-    const auto& index = two ? byName.lastTwo : byName.last;
     ustring key = text::FoldCase(parts.back());
     if (two)
         key = text::FoldCase(parts[parts.size() - 2]) + u'/' + key;
-    const auto it = index.find(key);
-    if (it == index.end())
-        return result;
-    for (const auto slot : it->second) {
+    std::vector<std::uint32_t> slots;
+    m_index->ForEachListed(
+        [&](const Index& index) -> const SlotList* {
+            const auto& byName = two ? index.ByFolderName().lastTwo : index.ByFolderName().last;
+            const auto it = byName.find(key);
+            return it == byName.end() ? nullptr : &it->second;
+        },
+        [&](std::uint32_t slot) { slots.push_back(slot); });
+    std::sort(slots.begin(), slots.end());
+    for (const auto slot : slots) {
         const auto& s = m_index->slots[slot];
         if (scope.Contains(static_cast<std::uint32_t>(s.kind)) &&
             s.entry->EndsWithFolders(parts, policy)) {
-            result.push_back(s.entry);
+            result.push_back(s.entry->shared_from_this());
         }
     }
     return result;
@@ -101,20 +110,23 @@ std::shared_ptr<const IPathEntry> MainSearchPath::GetParentEntryForEntry(
     const auto slot = m_index->SlotOf(entry);
     if (slot == kNone || m_index->slots[slot].parent == kNone)
         return nullptr;
-    return m_index->slots[m_index->slots[slot].parent].entry;
+    return m_index->slots[m_index->slots[slot].parent].entry->shared_from_this();
 }
 
 std::shared_ptr<const IPathEntry> MainSearchPath::GetPathEntryFromAbsoluteIRI(
     const AbsoluteIRI& location, FilenameMatchingPolicy policy) const {
-    const auto& byLocation = m_index->ByLocation().byLocation;
-    const auto it = byLocation.find(location);
-    if (it != byLocation.end())
-        return m_index->slots[it->second].entry;
+    const auto slot = m_index->FirstListed([&](const Index& index) {
+        const auto& byLocation = index.ByLocation().byLocation;
+        const auto it = byLocation.find(location);
+        return it == byLocation.end() ? kNone : it->second;
+    });
+    if (slot != kNone)
+        return m_index->slots[slot].entry->shared_from_this();
     if (policy != FilenameMatchingPolicy::IgnoreCase)
         return nullptr;
     for (const auto& s : m_index->slots) {
         if (text::EqualsIgnoringCase(s.entry->GetAbsoluteIRI().toString(), location.toString())) {
-            return s.entry;
+            return s.entry->shared_from_this();
         }
     }
     return nullptr;
@@ -122,24 +134,35 @@ std::shared_ptr<const IPathEntry> MainSearchPath::GetPathEntryFromAbsoluteIRI(
 
 std::shared_ptr<const IPathEntry> MainSearchPath::GetPathEntryFromAbsoluteIRI(
     const CanonicalAbsoluteIRI& location) const {
-    const auto& byCanonical = m_index->ByLocation().byCanonical;
-    const auto it = byCanonical.find(location.getIRI());
-    return it == byCanonical.end() ? nullptr : m_index->slots[it->second].entry;
+    const auto slot = m_index->FirstListed([&](const Index& index) {
+        const auto& byCanonical = index.ByLocation().byCanonical;
+        const auto it = byCanonical.find(location.getIRI());
+        return it == byCanonical.end() ? kNone : it->second;
+    });
+    return slot == kNone ? nullptr : m_index->slots[slot].entry->shared_from_this();
 }
 
 const MainSearchPath::FoldedIndex& MainSearchPath::Folded() const {
     std::call_once(m_foldedOnce, [this] {
         auto folded = std::make_unique<FoldedIndex>();
-        for (const auto& [name, chain] : m_index->byFileName) {
-            auto& list = folded->byFileName[text::FoldCase(name)];
-            m_index->ForEachSlot(chain, [&](std::uint32_t slot) {
-                list.push_back(slot);
-                return true;
-            });
+        const Index& index = *m_index;
+        for (const Index* source : {&index, index.root}) {
+            if (source == nullptr)
+                continue;
+            const std::span<const std::uint32_t> here =
+                source == &index ? std::span<const std::uint32_t>(index.slotOfId)
+                                 : std::span<const std::uint32_t>(index.slotOfRoot);
+            for (const auto& [name, chain] : source->byFileName) {
+                auto& list = folded->byFileName[text::FoldCase(name)];
+                source->ForEachSlot(chain, here, false, [&](std::uint32_t slot) {
+                    list.push_back(slot);
+                    return true;
+                });
+            }
         }
-        if (m_index->image) {
-            m_index->image->ForEachName([&](std::string_view name, std::uint32_t record) {
-                if (const auto slot = m_index->slotOfRecord[record]; slot != kNone)
+        if (index.image) {
+            index.image->ForEachName([&](std::string_view name, std::uint32_t record) {
+                if (const auto slot = index.slotOfRecord[record]; slot != kNone)
                     folded->byFileName[text::FoldCase(text::FromNative(name))].push_back(slot);
             });
         }
@@ -189,15 +212,15 @@ OptionalFoundItem MainSearchPath::FindFirstInScope(
         }
         if (best == kNone)
             return boost::none;
-        const auto& entry = m_index->slots[best].entry;
+        const FolderEntry& entry = *m_index->slots[best].entry;
         // No extension before the one the index named is in that folder, unless the index is
         // wrong; the folder's whole list is the answer then.
-        if (auto item = entry->FindFileNamed(
+        if (auto item = entry.FindFileNamed(
                 name.leaf, std::span(extensions).subspan(bestExtension, 1), policy)) {
-            return FoundItem(std::move(item), entry);
+            return FoundItem(std::move(item), entry.shared_from_this());
         }
-        if (auto item = entry->FindFileNamed(name.leaf, extensions, policy))
-            return FoundItem(std::move(item), entry);
+        if (auto item = entry.FindFileNamed(name.leaf, extensions, policy))
+            return FoundItem(std::move(item), entry.shared_from_this());
         rejected.push_back(std::exchange(best, kNone));
     }
 }
@@ -210,7 +233,7 @@ std::optional<MainSearchPath::Holder> MainSearchPath::FindFirstHolderInScope(
                                                     FilenameMatchingPolicy::Exact, {}, extension);
     if (slot == kNone)
         return std::nullopt;
-    return Holder{m_index->slots[slot].entry.get(), extension};
+    return Holder{m_index->slots[slot].entry, extension};
 }
 
 std::vector<FoundItem> MainSearchPath::FindAllInScope(
@@ -244,11 +267,11 @@ std::vector<FoundItem> MainSearchPath::FindAllInScope(
     for (const auto slot : candidates) {
         if (!m_index->Searchable(slot, scope))
             continue;
-        const auto& entry = m_index->slots[slot].entry;
-        if (!name.folders.empty() && !entry->EndsWithFolders(name.folders, policy))
+        const FolderEntry& entry = *m_index->slots[slot].entry;
+        if (!name.folders.empty() && !entry.EndsWithFolders(name.folders, policy))
             continue;
-        if (auto item = entry->FindFileNamed(name.leaf, extensions, policy)) {
-            result.emplace_back(std::move(item), entry);
+        if (auto item = entry.FindFileNamed(name.leaf, extensions, policy)) {
+            result.emplace_back(std::move(item), entry.shared_from_this());
         }
     }
     return result;

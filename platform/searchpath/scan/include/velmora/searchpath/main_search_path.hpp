@@ -15,7 +15,6 @@
 //                                     FilenameMatchingPolicy::PlatformDefault);
 //   // hit->GetPathItem() is geometry/area.vl if geometry has one, else utils/area.vl
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -29,7 +28,9 @@
 
 namespace Velmora::SearchPath {
 
-class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IPath {
+class VELMORA_SEARCHPATH_EXPORT MainSearchPath final
+    : public PathManagement::IPath,
+      public std::enable_shared_from_this<MainSearchPath> {
   public:
     // Create: the path over entries already scanned, in path order. A main entry whose location is
     // already on the path is left out (its first occurrence stays), and so is one that another
@@ -52,15 +53,17 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
     };
     // Update: the path that `previous` becomes when some of its main entries are read anew, for a
     // refresh that must cost in proportion to the folders that changed, not to the path. The new
-    // path shares everything else with `previous`; its name index is built on its first lookup.
+    // path shares everything else with `previous`, and its index is ready when it is returned:
+    // derived from `previous`'s at a cost that follows the folders read anew.
     // REQUIRES: each replacement is for the folder at its position, positions ascending.
     static std::shared_ptr<const MainSearchPath> Update(const MainSearchPath& previous,
                                                         const std::vector<Replacement>& replaced);
 
     // Rearrange: the path of `mainEntries`, nearly all of them `previous`'s own, as Create would
-    // make it; its name index is built on its first lookup, as Update's is. A change of a long
-    // path (folders added, taken off, moved) thus costs in proportion to the folders it touches
-    // when nothing is looked up. REQUIRES: no two entries are of one folder (as Revalidate gives).
+    // make it; its index is derived from `previous`'s as Update's is. A change of a long path
+    // (folders added, taken off, moved) thus costs in proportion to the folders it touches, and
+    // the first lookups on it cost what later ones do. REQUIRES: no two entries are of one folder
+    // (as Revalidate gives).
     static std::shared_ptr<const MainSearchPath> Rearrange(
         const MainSearchPath& previous,
         std::vector<std::shared_ptr<const FolderEntry>> mainEntries);
@@ -149,27 +152,6 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
         const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
         const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
         const EntryCache* cache, std::size_t fresh, FolderPlaces* places);
-    // The index: set by Create; a path that Update made builds it (and its method entries) when
-    // it is first used, so that a refresh nobody looks up in costs nothing for it.
-    class IndexSlot {
-      public:
-        explicit IndexSlot(const MainSearchPath& owner);
-        ~IndexSlot();
-        IndexSlot(const IndexSlot&) = delete;
-        IndexSlot& operator=(const IndexSlot&) = delete;
-        void Set(std::unique_ptr<const Index> index);
-        const Index* operator->() const {
-            const Index* ready = m_ready.load(std::memory_order_acquire);
-            return ready != nullptr ? ready : Build();
-        }
-
-      private:
-        const Index* Build() const;
-        const MainSearchPath& m_owner;
-        mutable std::once_flag m_once;
-        mutable std::unique_ptr<const Index> m_index;
-        mutable std::atomic<const Index*> m_ready{nullptr};
-    };
     MainSearchPath();
 
     // For each main entry, whether another one holds its folder as a special subfolder; empty
@@ -179,16 +161,21 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final : public PathManagement::IP
 
     const FoldedIndex& Folded() const;
 
+    // Made whole, or derived from the path before it, when the path is made: a lookup never waits
+    // for it.
+    static std::shared_ptr<const MainSearchPath> Derive(
+        const MainSearchPath& previous, std::vector<std::shared_ptr<const FolderEntry>> mainEntries,
+        const std::vector<std::uint32_t>& from, std::size_t fileCount);
+
     std::vector<std::shared_ptr<const FolderEntry>> m_mainFolders;
-    // Made on first use by a path that Update made.
+    // Made on first use: a list for callers of the interface, not for lookups.
     mutable std::once_flag m_mainsOnce;
     mutable PathManagement::SharedPathEntryVector m_mains;
-    mutable PathManagement::PathEntryVector m_methods;  // filled with the index
     std::size_t m_fileCount = 0;
     // Whether a main entry has a special folder's name: a change of such a path may change which
     // folders their holders hold, and is made whole.
     bool m_specialMains = false;
-    IndexSlot m_index{*this};
+    std::unique_ptr<const Index> m_index;
     mutable std::once_flag m_foldedOnce;
     mutable std::unique_ptr<const FoldedIndex> m_folded;
 };
