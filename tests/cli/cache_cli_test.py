@@ -3,38 +3,32 @@ follows changes of the path, and `vpath cache` and --no-cache do what they say."
 
 import os
 import subprocess
-import tempfile
 import time
 import unittest
 
 import cli_test
 
 
-class PathCache(unittest.TestCase):
-    def setUp(self):
-        self.scratch = tempfile.TemporaryDirectory()
-        self.root = self.scratch.name
-        self.tb = os.path.join(self.root, "tb")
-        os.makedirs(os.path.join(self.tb, "+pkg"))
-        open(os.path.join(self.tb, "area.vl"), "w").close()
-        self.pathdef = os.path.join(self.root, "pathdef")
-        with open(self.pathdef, "w") as f:
-            f.write(self.tb + "\n")
-        self.cache_folder = os.path.join(self.root, "cache", "vpath")
-        self.env = dict(os.environ, VPATH_PATHDEF=self.pathdef, HOME=self.root,
-                        XDG_CACHE_HOME=os.path.join(self.root, "cache"))
+class OnASavedFolder(cli_test.OwnPathDefinition):
+    """A saved path of one folder, tb, holding area.vl and a package folder; vpath in text."""
 
-    def tearDown(self):
-        self.scratch.cleanup()
+    def setUp(self):
+        super().setUp()
+        self.file(b"tb/area.vl")
+        self.folder(b"tb/+pkg")
+        self.file(self.pathdef, self.at(b"tb\n"))
+        self.root, self.tb = os.fsdecode(self.root), os.fsdecode(self.at(b"tb"))
+        self.cache_folder = os.path.join(self.root, "cache", "vpath")
 
     def vpath(self, *args):
-        done = subprocess.run([cli_test.VPATH, *args], capture_output=True, text=True, env=self.env,
-                              timeout=60)
-        return done.returncode, done.stdout, done.stderr
+        status, out, err = super().vpath(*args)
+        return status, out.decode(), err.decode()
 
     def caches(self):
         return sorted(os.listdir(self.cache_folder)) if os.path.isdir(self.cache_folder) else []
 
+
+class PathCache(OnASavedFolder, unittest.TestCase):
     def test_start_writes_the_cache_and_later_starts_see_changes(self):
         self.assertEqual(self.vpath("which", "area")[1], os.path.join(self.tb, "area.vl") + "\n")
         self.assertEqual(len(self.caches()), 1)
@@ -115,13 +109,9 @@ class PathCache(unittest.TestCase):
 
 
 
-class CachePlace(unittest.TestCase):
+class CachePlace(OnASavedFolder, unittest.TestCase):
     """Only a folder and a file of the user's own are used as the cache, whatever is put there."""
 
-    setUp = PathCache.setUp
-    tearDown = PathCache.tearDown
-    vpath = PathCache.vpath
-    caches = PathCache.caches
 
     def cache_file(self):
         self.vpath("which", "area")
