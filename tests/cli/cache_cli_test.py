@@ -56,17 +56,8 @@ class PathCache(OnASavedFolder, unittest.TestCase):
         self.vpath("which", "area")
         [cache] = self.caches()
         written = os.stat(os.path.join(self.cache_folder, cache)).st_ino
-        watch = subprocess.Popen([cli_test.VPATH, "watch", "--count", "1"], env=self.env,
-                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        n = 0
-        while watch.poll() is None and n < 300:
-            open(os.path.join(self.tb, "new%d.vl" % n), "w").close()
-            n += 1
-            try:
-                watch.wait(timeout=0.2)
-            except subprocess.TimeoutExpired:
-                pass
-        self.assertEqual(watch.wait(timeout=60), 0)
+        self.until_exit(self.watch("--count", "1"),
+                        lambda n: open(os.path.join(self.tb, "new%d.vl" % n), "w").close())
         # Written anew (to a new file renamed over the old) with a file that the watch saw.
         self.assertNotEqual(os.stat(os.path.join(self.cache_folder, cache)).st_ino, written)
         files = [line for line in self.vpath("cache", "status")[1].splitlines()

@@ -101,6 +101,25 @@ class OwnPathDefinition:
             f.write(content)
         return self.at(name)
 
+    def watch(self, *args):
+        return subprocess.Popen([VPATH, "watch"] + list(args), cwd=self.root, env=self.env,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def until_exit(self, process, change):
+        """Makes change(n) for n = 0, 1, ... until the process ends; returns its output."""
+        deadline = time.monotonic() + 60
+        n = 0
+        while process.poll() is None and time.monotonic() < deadline:
+            change(n)
+            n += 1
+            try:
+                process.wait(timeout=0.2)
+            except subprocess.TimeoutExpired:
+                pass
+        out, err = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, err), (0, b""))
+        return out
+
     def saved(self, path=None):
         with open(path or self.pathdef, "rb") as f:
             return f.read()
@@ -114,7 +133,6 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         # An empty path comes with the hint how to add a folder.
         self.assertEqual((status, err == b""), (0, out != b""), err)
         return out.splitlines()
-
 
     def test_which_separators_relative_folders_and_missing_folders(self):
         for name in (b"a/f.vl", b"b/f.vl", b"b/g.vlp"):
@@ -221,25 +239,6 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         # The same path twice: no difference, status 0; a missing file is trouble, status 2.
         self.assertEqual(self.vpath("diff", old, old), (0, b"", b""))
         self.assertEqual(self.vpath("diff", old, b"nowhere")[0], 2)
-
-    def watch(self, *args):
-        return subprocess.Popen([VPATH, "watch"] + list(args), cwd=self.root, env=self.env,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-
-    def until_exit(self, process, change):
-        """Makes change(n) for n = 0, 1, ... until the process ends; returns its output."""
-        deadline = time.monotonic() + 60
-        n = 0
-        while process.poll() is None and time.monotonic() < deadline:
-            change(n)
-            n += 1
-            try:
-                process.wait(timeout=0.2)
-            except subprocess.TimeoutExpired:
-                pass
-        out, err = process.communicate(timeout=60)
-        self.assertEqual((process.returncode, err), (0, b""))
-        return out
 
     def test_watch_prints_a_timestamped_line_per_change(self):
         a = self.folder(b"a")
