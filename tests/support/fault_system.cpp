@@ -19,10 +19,6 @@ void FaultSystem::Before(Op op, std::string pathSuffix, std::function<void()> ac
     m_hooks.push_back({op, std::move(pathSuffix), std::move(action)});
 }
 
-int FaultSystem::Calls(Op op) const {
-    return Calls(op, "");
-}
-
 int FaultSystem::Calls(Op op, const std::string& pathSuffix) const {
     std::lock_guard lock(m_mutex);
     return static_cast<int>(std::count_if(m_log.begin(), m_log.end(), [&](const auto& call) {
