@@ -10,15 +10,16 @@ import cli_test
 
 
 class OnASavedFolder(cli_test.OwnPathDefinition):
-    """A saved path of one folder, tb, holding area.vl and a package folder; vpath in text."""
+    """A saved path of one folder, tb, holding area.vl and a package folder; vpath, and
+    the temporary folder as `home`, in text."""
 
     def setUp(self):
         super().setUp()
         self.file(b"tb/area.vl")
         self.folder(b"tb/+pkg")
         self.file(self.pathdef, self.at(b"tb\n"))
-        self.root, self.tb = os.fsdecode(self.root), os.fsdecode(self.at(b"tb"))
-        self.cache_folder = os.path.join(self.root, "cache", "vpath")
+        self.home, self.tb = os.fsdecode(self.root), os.fsdecode(self.at(b"tb"))
+        self.cache_folder = os.path.join(self.home, "cache", "vpath")
 
     def vpath(self, *args):
         status, out, err = super().vpath(*args)
@@ -43,7 +44,7 @@ class PathCache(OnASavedFolder, unittest.TestCase):
         self.assertEqual(self.vpath("which", "area")[0], 1)
 
     def test_add_and_rm_keep_the_cache_in_step_with_the_path(self):
-        other = os.path.join(self.root, "other")
+        other = os.path.join(self.home, "other")
         os.mkdir(other)
         open(os.path.join(other, "only.vl"), "w").close()
         self.vpath("path")
@@ -67,9 +68,9 @@ class PathCache(OnASavedFolder, unittest.TestCase):
     def test_diff_with_warm_caches_reports_only_what_differs(self):
         # A folder on both paths, with a special subfolder, is one entry to the comparison even
         # when each path's cache holds its own copy of it.
-        other = os.path.join(self.root, "other")
+        other = os.path.join(self.home, "other")
         os.mkdir(other)
-        before = os.path.join(self.root, "before")
+        before = os.path.join(self.home, "before")
         with open(before, "w") as f:
             f.write(self.tb + "\n" + other + "\n")
         for pathdef in (before, self.pathdef):
