@@ -59,6 +59,13 @@ inline std::string CacheOfTree(const std::vector<std::string>& files,
     return bytes;
 }
 
+// A cache of a small tree with every kind of folder.
+inline std::string CacheOfEveryKind() {
+    return CacheOfTree({"a/x.vl", "a/y.vlx", "a/+p/z.vl", "a/+p/@C/C.vl", "a/private/q.vl",
+                        "a/resources/r.txt", "b/caf\xE9.vl", "b/@D/m.vl"},
+                       {"a", "b"});
+}
+
 // Every name of every entry, and one that no entry holds, is looked up through the path-wide index
 // with each policy; whatever is found is a file, and with `mustFind` each name of an entry that is
 // searched by name is found.
@@ -68,19 +75,15 @@ inline void RequireLookupsHold(const FolderEntryList& entries, bool mustFind = f
     const std::uint32_t all[] = {0, 1, 2, 3, 5};
     const std::uint32_t searched[] = {0, 1, 3};
     std::vector<std::pair<ustring, ustring>> names = {{u"absent", u".vl"}};
-    path->ForEachEntry(pm::SearchScope(all), [&](const auto& entry) {
+    const auto addNames = [&](const auto& entry) {
         for (const auto& item : *entry->GetItems())
             names.emplace_back(item->GetName(), item->GetExtension());
         return false;
-    });
-    std::size_t mustFindFrom = names.size();
-    if (mustFind) {
-        path->ForEachEntry(pm::SearchScope(searched), [&](const auto& entry) {
-            for (const auto& item : *entry->GetItems())
-                names.emplace_back(item->GetName(), item->GetExtension());
-            return false;
-        });
-    }
+    };
+    path->ForEachEntry(pm::SearchScope(all), addNames);
+    const std::size_t mustFindFrom = names.size();
+    if (mustFind)
+        path->ForEachEntry(pm::SearchScope(searched), addNames);
     for (std::size_t i = 0; i < names.size(); ++i) {
         const auto& [name, extension] = names[i];
         const std::vector<ustring> extensions = {extension};

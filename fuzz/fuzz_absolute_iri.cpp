@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
 #include <fl/filesystem/path.hpp>
@@ -17,19 +16,17 @@
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/text/ustring.hpp>
 
+#include "fuzz_support.hpp"
+
 namespace {
 
 namespace vfs = foundation::storage::vfs;
 using foundation::storage::utility::decodeURL;
 using foundation::storage::utility::normalizeURL;
 using vfs::AbsoluteIRI;
-
-// An abort makes libFuzzer keep the input that broke the property. A normal text that fails to
-// parse again escapes as an uncaught exception, which libFuzzer reports the same way.
-void Require(bool holds) {
-    if (!holds)
-        std::abort();
-}
+// A normal text that fails to parse again escapes as an uncaught exception, which libFuzzer reports
+// as it reports a failed Require.
+using vpath_fuzz::Require;
 
 // Parsing the text of `iri` gives `iri` again: same text, same hash.
 void RequireNormal(const AbsoluteIRI& iri) {

@@ -21,15 +21,6 @@ namespace {
 
 using Velmora::SearchPath::path_cache_internal::Reseal;
 
-// A valid cache of a small tree with every kind of folder, written once.
-const std::string& BaseCache() {
-    static const std::string bytes =
-        vpath_fuzz::CacheOfTree({"a/x.vl", "a/y.vlx", "a/+p/z.vl", "a/+p/@C/C.vl", "a/private/q.vl",
-                                 "a/resources/r.txt", "b/caf\xE9.vl", "b/@D/m.vl"},
-                                {"a", "b"});
-    return bytes;
-}
-
 std::string Input(std::string_view data) {
     const int mode = data.empty() ? 0 : static_cast<unsigned char>(data[0]) % 3;
     if (!data.empty())
@@ -38,7 +29,8 @@ std::string Input(std::string_view data) {
         return std::string(data);
     if (mode == 1)
         return Reseal(std::string(data));
-    std::string bytes = BaseCache();
+    static const std::string base = vpath_fuzz::CacheOfEveryKind();
+    std::string bytes = base;
     for (std::size_t i = 0; i + 2 < data.size(); i += 3) {
         const std::size_t at =
             (static_cast<unsigned char>(data[i]) << 8 | static_cast<unsigned char>(data[i + 1])) %

@@ -46,9 +46,7 @@ std::vector<AbsoluteIRI> PathFor(const FolderEntryList& entries, unsigned choice
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     const std::vector<std::string> caches = {
-        vpath_fuzz::CacheOfTree({"a/x.vl", "a/y.vlx", "a/+p/z.vl", "a/+p/@C/C.vl", "a/private/q.vl",
-                                 "a/resources/r.txt", "b/caf\xE9.vl", "b/@D/m.vl"},
-                                {"a", "b"}),
+        vpath_fuzz::CacheOfEveryKind(),
         vpath_fuzz::CacheOfTree({"one/f.vl", "two/f.vl", "two/g\xFF.vlp", "three/@K/K.vl"},
                                 {"one", "two", "three", "empty"}),
     };

@@ -115,15 +115,8 @@ void CheckPathFile(const std::string& content) {
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     vpath_fuzz::SeedEmptyCorpora(
         *argc, *argv,
-        {"\x02"
-         "tb:/opt/x;file:///srv/y",
-         "\x02"
-         "FILE:/tmp:http://h/a::b;;rel/../c",
-         "\x02"
-         "Http://h/x",
-         "\x02"
-         "file:/b::x:file:b:caf\xC3\xA9:\xFF",
-         "\x01# folders\n/a\r\n\n/b/./c/../d//\nrel\n",
+        {"\2tb:/opt/x;file:///srv/y", "\2FILE:/tmp:http://h/a::b;;rel/../c", "\2Http://h/x",
+         "\2file:/b::x:file:b:caf\xC3\xA9:\xFF", "\x01# folders\n/a\r\n\n/b/./c/../d//\nrel\n",
          std::string("\x01/a\n/b\0c\\d\r\n/e", sizeof "\x01/a\n/b\0c\\d\r\n/e" - 1),
          "\x01/x y/%41\n/last\r"});
     return 0;

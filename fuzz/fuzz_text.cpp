@@ -4,10 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
 #include <velmora/text/ustring.hpp>
+
+#include "fuzz_support.hpp"
 
 namespace {
 
@@ -16,12 +17,7 @@ using Velmora::text::FoldCase;
 using Velmora::text::FromNative;
 using Velmora::text::IsEscapedByte;
 using Velmora::text::ToNative;
-
-// An abort makes libFuzzer keep the input that broke the property.
-void Require(bool holds) {
-    if (!holds)
-        std::abort();
-}
+using vpath_fuzz::Require;
 
 bool IsHighSurrogate(char16_t c) {
     return c >= 0xD800 && c <= 0xDBFF;

@@ -3,38 +3,33 @@ follows changes of the path, and `vpath cache` and --no-cache do what they say."
 
 import os
 import subprocess
-import tempfile
 import time
 import unittest
 
 import cli_test
 
 
-class PathCache(unittest.TestCase):
-    def setUp(self):
-        self.scratch = tempfile.TemporaryDirectory()
-        self.root = self.scratch.name
-        self.tb = os.path.join(self.root, "tb")
-        os.makedirs(os.path.join(self.tb, "+pkg"))
-        open(os.path.join(self.tb, "area.vl"), "w").close()
-        self.pathdef = os.path.join(self.root, "pathdef")
-        with open(self.pathdef, "w") as f:
-            f.write(self.tb + "\n")
-        self.cache_folder = os.path.join(self.root, "cache", "vpath")
-        self.env = dict(os.environ, VPATH_PATHDEF=self.pathdef, HOME=self.root,
-                        XDG_CACHE_HOME=os.path.join(self.root, "cache"))
+class OnASavedFolder(cli_test.OwnPathDefinition):
+    """A saved path of one folder, tb, holding area.vl and a package folder; vpath, and
+    the temporary folder as `home`, in text."""
 
-    def tearDown(self):
-        self.scratch.cleanup()
+    def setUp(self):
+        super().setUp()
+        self.file(b"tb/area.vl")
+        self.folder(b"tb/+pkg")
+        self.file(self.pathdef, self.at(b"tb\n"))
+        self.home, self.tb = os.fsdecode(self.root), os.fsdecode(self.at(b"tb"))
+        self.cache_folder = os.path.join(self.home, "cache", "vpath")
 
     def vpath(self, *args):
-        done = subprocess.run([cli_test.VPATH, *args], capture_output=True, text=True, env=self.env,
-                              timeout=60)
-        return done.returncode, done.stdout, done.stderr
+        status, out, err = super().vpath(*args)
+        return status, out.decode(), err.decode()
 
     def caches(self):
         return sorted(os.listdir(self.cache_folder)) if os.path.isdir(self.cache_folder) else []
 
+
+class PathCache(OnASavedFolder, unittest.TestCase):
     def test_start_writes_the_cache_and_later_starts_see_changes(self):
         self.assertEqual(self.vpath("which", "area")[1], os.path.join(self.tb, "area.vl") + "\n")
         self.assertEqual(len(self.caches()), 1)
@@ -49,7 +44,7 @@ class PathCache(unittest.TestCase):
         self.assertEqual(self.vpath("which", "area")[0], 1)
 
     def test_add_and_rm_keep_the_cache_in_step_with_the_path(self):
-        other = os.path.join(self.root, "other")
+        other = os.path.join(self.home, "other")
         os.mkdir(other)
         open(os.path.join(other, "only.vl"), "w").close()
         self.vpath("path")
@@ -62,17 +57,8 @@ class PathCache(unittest.TestCase):
         self.vpath("which", "area")
         [cache] = self.caches()
         written = os.stat(os.path.join(self.cache_folder, cache)).st_ino
-        watch = subprocess.Popen([cli_test.VPATH, "watch", "--count", "1"], env=self.env,
-                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        n = 0
-        while watch.poll() is None and n < 300:
-            open(os.path.join(self.tb, "new%d.vl" % n), "w").close()
-            n += 1
-            try:
-                watch.wait(timeout=0.2)
-            except subprocess.TimeoutExpired:
-                pass
-        self.assertEqual(watch.wait(timeout=60), 0)
+        self.until_exit(self.watch("--count", "1"),
+                        lambda n: open(os.path.join(self.tb, "new%d.vl" % n), "w").close())
         # Written anew (to a new file renamed over the old) with a file that the watch saw.
         self.assertNotEqual(os.stat(os.path.join(self.cache_folder, cache)).st_ino, written)
         files = [line for line in self.vpath("cache", "status")[1].splitlines()
@@ -82,9 +68,9 @@ class PathCache(unittest.TestCase):
     def test_diff_with_warm_caches_reports_only_what_differs(self):
         # A folder on both paths, with a special subfolder, is one entry to the comparison even
         # when each path's cache holds its own copy of it.
-        other = os.path.join(self.root, "other")
+        other = os.path.join(self.home, "other")
         os.mkdir(other)
-        before = os.path.join(self.root, "before")
+        before = os.path.join(self.home, "before")
         with open(before, "w") as f:
             f.write(self.tb + "\n" + other + "\n")
         for pathdef in (before, self.pathdef):
@@ -115,13 +101,9 @@ class PathCache(unittest.TestCase):
 
 
 
-class CachePlace(unittest.TestCase):
+class CachePlace(OnASavedFolder, unittest.TestCase):
     """Only a folder and a file of the user's own are used as the cache, whatever is put there."""
 
-    setUp = PathCache.setUp
-    tearDown = PathCache.tearDown
-    vpath = PathCache.vpath
-    caches = PathCache.caches
 
     def cache_file(self):
         self.vpath("which", "area")

@@ -20,10 +20,10 @@ ARGS = None
 UNSAVED_ENV = None
 
 
-def run_raw(*args, cwd=None, env=None):
+def run_raw(*args, cwd=None, env=None, stdin=b""):
     """Runs vpath with byte or text arguments; returns (status, stdout bytes, stderr bytes)."""
     argv = [VPATH] + [a if isinstance(a, bytes) else a.encode() for a in args]
-    done = subprocess.run(argv, capture_output=True, cwd=cwd, timeout=120,
+    done = subprocess.run(argv, input=stdin, capture_output=True, cwd=cwd, timeout=120,
                           env=UNSAVED_ENV if env is None else env)
     return done.returncode, done.stdout, done.stderr
 
@@ -73,31 +73,52 @@ TOOLBOX = ["geometry", "stats", "utils"]
 
 
 class OwnPathDefinition:
-    """A fixture: a temporary folder and a path definition file of the test's own in it."""
+    """A fixture: a temporary folder as HOME, holding the test's own path definition file and
+    cache home, with helpers that make files in it and run vpath there."""
 
     def setUp(self):
-        self.tmp = tempfile.TemporaryDirectory()
-        self.root = os.fsencode(os.path.realpath(self.tmp.name))
-        self.pathdef = os.path.join(self.root, b"cfg", b"pathdef")
-        self.env = dict(os.environ, VPATH_PATHDEF=os.fsdecode(self.pathdef))
+        tmp = tempfile.TemporaryDirectory()
+        self.addCleanup(tmp.cleanup)
+        self.root = os.fsencode(os.path.realpath(tmp.name))
+        self.pathdef = self.at(b"cfg", b"pathdef")
+        self.env = dict(os.environ, VPATH_PATHDEF=os.fsdecode(self.pathdef),
+                        HOME=os.fsdecode(self.root), XDG_CACHE_HOME=os.fsdecode(self.at(b"cache")))
         self.env.pop("XDG_CONFIG_HOME", None)
 
-    def tearDown(self):
-        self.tmp.cleanup()
+    def at(self, *parts):
+        return os.path.join(self.root, *parts)
 
-    def vpath(self, *args, env=None):
-        return run_raw(*args, cwd=self.root, env=self.env if env is None else env)
+    def vpath(self, *args, env=None, stdin=b""):
+        return run_raw(*args, cwd=self.root, env=self.env if env is None else env, stdin=stdin)
 
     def folder(self, name):
-        path = os.path.join(self.root, name)
-        os.makedirs(path, exist_ok=True)
-        return path
+        os.makedirs(self.at(name), exist_ok=True)
+        return self.at(name)
 
-    def file(self, name):
-        path = os.path.join(self.root, name)
-        self.folder(os.path.dirname(path))
-        open(path, "wb").close()
-        return path
+    def file(self, name, content=b""):
+        self.folder(os.path.dirname(self.at(name)))
+        with open(self.at(name), "wb") as f:
+            f.write(content)
+        return self.at(name)
+
+    def watch(self, *args):
+        return subprocess.Popen([VPATH, "watch"] + list(args), cwd=self.root, env=self.env,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def until_exit(self, process, change):
+        """Makes change(n) for n = 0, 1, ... until the process ends; returns its output."""
+        deadline = time.monotonic() + 60
+        n = 0
+        while process.poll() is None and time.monotonic() < deadline:
+            change(n)
+            n += 1
+            try:
+                process.wait(timeout=0.2)
+            except subprocess.TimeoutExpired:
+                pass
+        out, err = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, err), (0, b""))
+        return out
 
     def saved(self, path=None):
         with open(path or self.pathdef, "rb") as f:
@@ -113,15 +134,14 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         self.assertEqual((status, err == b""), (0, out != b""), err)
         return out.splitlines()
 
-
     def test_which_separators_relative_folders_and_missing_folders(self):
         for name in (b"a/f.vl", b"b/f.vl", b"b/g.vlp"):
             self.file(name)
         # Relative folders are taken from the current folder; ";" and ":" both separate.
         status, out, err = self.vpath("--path", b"b;missing:a", "which", "f", "g")
         self.assertEqual(status, 0, err)
-        self.assertEqual(out.splitlines(), [os.path.join(self.root, b"b/f.vl"),
-                                            os.path.join(self.root, b"b/g.vlp")])
+        self.assertEqual(out.splitlines(), [self.at(b"b/f.vl"),
+                                            self.at(b"b/g.vlp")])
         self.assertIn(b"warning: folder " + self.root + b"/missing does not exist", err)
 
     def test_which_names_that_are_not_utf8_round_trip_as_bytes(self):
@@ -164,7 +184,7 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         for name in (b"x\ny", b"dirA\r"):
             self.folder(name)
             self.assertEqual(self.vpath("add", "a", name), (
-                1, b"", b'vpath: The folder "' + os.path.join(self.root, name) +
+                1, b"", b'vpath: The folder "' + self.at(name) +
                         b'" cannot be saved in the path definition file: its name holds a line '
                         b"break or ends in a carriage return, which a line of the file cannot "
                         b"keep. [VELMORA:pathdef:lineBreakInName]\n"))
@@ -172,14 +192,12 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.vpath("add", "a")[0], 0)
         before = self.saved()
         self.assertEqual(self.vpath("rm", "a", "b"), (
-            1, b"", b'vpath: "' + os.path.join(self.root, b"b") +
+            1, b"", b'vpath: "' + self.at(b"b") +
                     b'" is not on the search path. [VORLAN:rmpath:DirNotFound]\n'))
         self.assertEqual(self.saved(), before)
 
     def test_a_bad_line_in_the_saved_path_is_reported_by_number(self):
-        os.makedirs(os.path.dirname(self.pathdef))
-        with open(self.pathdef, "wb") as f:
-            f.write(b"# mine\n/ok\nrelative\n")
+        self.file(self.pathdef, b"# mine\n/ok\nrelative\n")
         expected = (b'vpath: Line 3 of the path definition file "' + self.pathdef +
                     b'" is not an absolute folder path. [VELMORA:pathdef:badLine]\n')
         self.assertEqual(self.vpath("path"), (2, b"", expected))
@@ -191,16 +209,16 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
     def test_where_the_path_is_kept(self):
         a = self.folder(b"a")
         # --pathdef wins over the environment.
-        other = os.path.join(self.root, b"other")
+        other = self.at(b"other")
         self.assertEqual(self.vpath("--pathdef", other, "add", "a")[0], 0)
         self.assertEqual(self.saved(other).splitlines()[1], a)
         self.assertFalse(os.path.exists(self.pathdef))
         # Without VPATH_PATHDEF, the XDG configuration folder.
-        env = dict(self.env, XDG_CONFIG_HOME=os.fsdecode(os.path.join(self.root, b"xdg")))
+        env = dict(self.env, XDG_CONFIG_HOME=os.fsdecode(self.at(b"xdg")))
         del env["VPATH_PATHDEF"]
         self.assertEqual(self.vpath("add", "a", env=env)[0], 0)
         self.assertEqual(self.listed(env)[0], a)
-        self.assertTrue(os.path.exists(os.path.join(self.root, b"xdg/vpath/pathdef")))
+        self.assertTrue(os.path.exists(self.at(b"xdg/vpath/pathdef")))
         # A path given with --path is shown but cannot be changed.
         self.assertEqual(self.vpath("--path", "a:/x/../b", "path"),
                          (0, a + b"\n/b\n", b""))
@@ -208,11 +226,8 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
 
     def test_diff_compares_two_saved_paths(self):
         a, b, c, d = (self.folder(name) for name in (b"a", b"b", b"c", b"d"))
-        old, new = os.path.join(self.root, b"old"), os.path.join(self.root, b"new")
-        with open(old, "wb") as f:
-            f.write(a + b"\n" + b + b"\n" + c + b"\n")
-        with open(new, "wb") as f:
-            f.write(c + b"\n" + a + b"\n" + d + b"\n")
+        old = self.file(b"old", a + b"\n" + b + b"\n" + c + b"\n")
+        new = self.file(b"new", c + b"\n" + a + b"\n" + d + b"\n")
         status, out, err = self.vpath("diff", old, new)
         self.assertEqual((status, err), (1, b""))
         # Of a and c, which swapped, one is reported moved: the longest order kept decides.
@@ -224,25 +239,6 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         # The same path twice: no difference, status 0; a missing file is trouble, status 2.
         self.assertEqual(self.vpath("diff", old, old), (0, b"", b""))
         self.assertEqual(self.vpath("diff", old, b"nowhere")[0], 2)
-
-    def watch(self, *args):
-        return subprocess.Popen([VPATH, "watch"] + list(args), cwd=self.root, env=self.env,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-
-    def until_exit(self, process, change):
-        """Makes change(n) for n = 0, 1, ... until the process ends; returns its output."""
-        deadline = time.monotonic() + 60
-        n = 0
-        while process.poll() is None and time.monotonic() < deadline:
-            change(n)
-            n += 1
-            try:
-                process.wait(timeout=0.2)
-            except subprocess.TimeoutExpired:
-                pass
-        out, err = process.communicate(timeout=60)
-        self.assertEqual((process.returncode, err), (0, b""))
-        return out
 
     def test_watch_prints_a_timestamped_line_per_change(self):
         a = self.folder(b"a")

@@ -10,7 +10,6 @@ holder only, so the answers must be those of the path without it, wherever it st
 import json
 import os
 import random
-import subprocess
 import tempfile
 import unittest
 
@@ -23,8 +22,7 @@ SEEDS = range(24)
 
 
 def vpath(env, *args, stdin=b""):
-    done = subprocess.run([cli_test.VPATH, *args], input=stdin, capture_output=True, env=env, timeout=60)
-    return done.returncode, done.stdout
+    return cli_test.run_raw(*args, env=env, stdin=stdin)[:2]
 
 
 def make_tree(rng, root):

@@ -4,39 +4,27 @@ on temporary folder trees."""
 import json
 import os
 import subprocess
-import tempfile
 import unittest
 
 import cli_test
-from cli_test import run
 
 
-class OnATree(unittest.TestCase):
+class OnATree(cli_test.OwnPathDefinition, unittest.TestCase):
     #  a/ area.vl clamp.vl Mean.vl notes.txt n\xe9.vl +shapes/circle.vl +shapes/@Poly/Poly.vl
     #     private/helper.vl resources/units.vl
     #  b/ area.vl (as a's) clamp.vl (differs) @Sample/Sample.vl
     def setUp(self):
-        self.tmp = tempfile.TemporaryDirectory()
-        self.root = os.fsencode(os.path.realpath(self.tmp.name))
-        files = {b"a/area.vl": b"same", b"a/clamp.vl": b"one", b"a/Mean.vl": b"",
-                 b"a/notes.txt": b"", b"a/n\xe9.vl": b"", b"a/+shapes/circle.vl": b"",
-                 b"a/+shapes/@Poly/Poly.vl": b"", b"a/private/helper.vl": b"",
-                 b"a/resources/units.vl": b"", b"b/area.vl": b"same", b"b/clamp.vl": b"two",
-                 b"b/@Sample/Sample.vl": b""}
-        for name, content in files.items():
-            path = os.path.join(self.root, name)
-            os.makedirs(os.path.dirname(path), exist_ok=True)
-            with open(path, "wb") as f:
-                f.write(content)
-
-    def tearDown(self):
-        self.tmp.cleanup()
-
-    def at(self, *parts):
-        return os.path.join(self.root, *parts)
+        super().setUp()
+        for name in (b"a/Mean.vl", b"a/notes.txt", b"a/n\xe9.vl", b"a/+shapes/circle.vl",
+                     b"a/+shapes/@Poly/Poly.vl", b"a/private/helper.vl", b"a/resources/units.vl",
+                     b"b/@Sample/Sample.vl"):
+            self.file(name)
+        for name, content in ((b"a/area.vl", b"same"), (b"b/area.vl", b"same"),
+                              (b"a/clamp.vl", b"one"), (b"b/clamp.vl", b"two")):
+            self.file(name, content)
 
     def vpath(self, *args, folders=(b"a", b"b")):
-        return run("--path", b":".join(self.at(f) for f in folders), *args)
+        return super().vpath("--path", b":".join(self.at(f) for f in folders), *args)
 
     def test_entries_in_path_order_lenient_and_strict(self):
         cases = [
@@ -136,7 +124,7 @@ class OnATree(unittest.TestCase):
             argv = [cli_test.VPATH, "--path", b":".join([self.at(b"a"), self.at(b"b")]), "which",
                     "--batch"] + (["-a"] if all_files else [])
             with subprocess.Popen(argv, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                  stderr=subprocess.DEVNULL, env=cli_test.UNSAVED_ENV) as co:
+                                  stderr=subprocess.DEVNULL, env=self.env) as co:
                 for name, answer in questions:
                     co.stdin.write(name + b"\n")
                     co.stdin.flush()

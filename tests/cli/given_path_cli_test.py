@@ -2,7 +2,6 @@
 IRI schemes in --path recognised as the rest of vpath recognises them."""
 
 import os
-import subprocess
 import unittest
 
 import cli_test
@@ -11,17 +10,10 @@ MIB = 1 << 20
 
 
 class GivenPath(cli_test.OwnPathDefinition, unittest.TestCase):
-    def given(self, *args, stdin=b""):
-        done = subprocess.run([cli_test.VPATH] + list(args), input=stdin, capture_output=True,
-                              cwd=self.root, env=self.env, timeout=20)
-        return done.returncode, done.stdout, done.stderr
-
     def test_a_path_file_is_a_regular_file_or_standard_input_within_the_cap(self):
         a = self.folder(b"a")
-        big = os.path.join(self.root, b"big")
-        with open(big, "wb") as f:
-            f.write(b"a\n" + b"#" * (16 * MIB))
-        fifo = os.path.join(self.root, b"fifo")
+        big = self.file(b"big", b"a\n" + b"#" * (16 * MIB))
+        fifo = self.at(b"fifo")
         os.mkfifo(fifo)
         # The first failure ends the test: what follows the FIFO, unbounded, would use up memory.
         for file, stdin, said in [
@@ -29,19 +21,17 @@ class GivenPath(cli_test.OwnPathDefinition, unittest.TestCase):
                 (b"/dev/zero", b"", b"it is not a regular file"),
                 (big, b"", b"it is larger than 16 MiB"),
                 (b"-", b"a\n" + b"#" * (16 * MIB), b"standard input is larger than 16 MiB")]:
-            status, out, err = self.given("--path-file", file, "path", stdin=stdin)
+            status, out, err = self.vpath("--path-file", file, "path", stdin=stdin)
             self.assertEqual((status, out), (2, b""), file)
             self.assertIn(said, err)
         # Standard input may be a pipe, and a file may be up to the cap.
-        self.assertEqual(self.given("--path-file", "-", "path", stdin=b"a\n")[:2], (0, a + b"\n"))
-        with open(big, "r+b") as f:
-            f.truncate(16 * MIB)
-        self.assertEqual(self.given("--path-file", big, "path")[:2], (0, a + b"\n"))
+        self.assertEqual(self.vpath("--path-file", "-", "path", stdin=b"a\n")[:2], (0, a + b"\n"))
+        os.truncate(big, 16 * MIB)
+        self.assertEqual(self.vpath("--path-file", big, "path")[:2], (0, a + b"\n"))
 
     def test_a_path_file_line_is_shown_whole(self):
-        with open(os.path.join(self.root, b"list"), "wb") as f:
-            f.write(b"# folders\n/x\x00y\\z/\x00\n")
-        status, out, err = self.given("--path-file", "list", "path")
+        self.file(b"list", b"# folders\n/x\x00y\\z/\x00\n")
+        status, out, err = self.vpath("--path-file", "list", "path")
         self.assertEqual((status, out), (2, b""))
         self.assertIn(b'line 2 ("/x\\0y\\\\z/\\0") is not a folder: it holds a NUL', err)
 
@@ -49,14 +39,12 @@ class GivenPath(cli_test.OwnPathDefinition, unittest.TestCase):
         # The last line ends in a carriage return with no line feed: it is part of the name.
         content = b"# folders\r\n" + self.folder(b"a") + b"\r\n\r\n" + self.folder(b"b\r")
         self.folder(b"b")
-        os.makedirs(os.path.dirname(self.pathdef))
-        for file in (self.pathdef, os.path.join(self.root, b"list")):
-            with open(file, "wb") as f:
-                f.write(content)
-        saved = self.given("path")
+        for file in (self.pathdef, b"list"):
+            self.file(file, content)
+        saved = self.vpath("path")
         self.assertEqual(saved[0], 0)
         self.assertIn(b"b\r\n", saved[1])
-        self.assertEqual(self.given("--path-file", "list", "path"), saved)
+        self.assertEqual(self.vpath("--path-file", "list", "path"), saved)
 
     def test_schemes_are_recognised_whatever_their_case(self):
         for text, folders in [
@@ -64,9 +52,9 @@ class GivenPath(cli_test.OwnPathDefinition, unittest.TestCase):
                 (b"a:File:///b:c", [b"a", b"File:///b", b"c"]),
                 (b"HTTP://h/x;files:/y", [b"HTTP://h/x", b"files", b"/y"])]:
             with self.subTest(text=text):
-                self.assertEqual(self.given("split", text), (0, b"".join(
+                self.assertEqual(self.vpath("split", text), (0, b"".join(
                     f + b"\n" for f in folders), b""))
-        self.assertEqual(self.given("--path", "FILE:/tmp", "path")[:2], (0, b"/tmp\n"))
+        self.assertEqual(self.vpath("--path", "FILE:/tmp", "path")[:2], (0, b"/tmp\n"))
 
 
 if __name__ == "__main__":

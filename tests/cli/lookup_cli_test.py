@@ -1,8 +1,5 @@
 """vpath which --from/--batch and vpath ls, as users run them."""
 
-import os
-import subprocess
-import tempfile
 import unittest
 
 import cli_test
@@ -23,17 +20,15 @@ class WhichFrom(unittest.TestCase):
 class Batch(unittest.TestCase):
     def test_one_answer_line_per_question_line(self):
         # A name asked again gets the same answer, and a miss the same message.
-        done = subprocess.run([cli_test.VPATH, "--example", "which", "--batch"],
-                              input=b"area\nnope\r\nshapes/circle\nnope\narea\n",
-                              capture_output=True, timeout=120, env=cli_test.UNSAVED_ENV)
-        self.assertEqual(done.returncode, 1)
-        self.assertEqual(done.stdout.split(b"\n"), [
+        status, out, err = cli_test.run_raw("--example", "which", "--batch",
+                                            stdin=b"area\nnope\r\nshapes/circle\nnope\narea\n")
+        self.assertEqual((status, err), (1, b"vpath: nope: not found on the path\n" * 2))
+        self.assertEqual(out.split(b"\n"), [
             example("geometry", "area.vl"), b"", example("geometry", "+shapes", "circle.vl"), b"",
             example("geometry", "area.vl"), b""])
-        self.assertEqual(done.stderr, b"vpath: nope: not found on the path\n" * 2)
 
 
-class Ls(unittest.TestCase):
+class Ls(cli_test.OwnPathDefinition, unittest.TestCase):
     def test_packages_and_classes_on_request(self):
         plain = run("--example", "ls")[1].splitlines()
         everything = run("ls", "--packages", "--example")[1].splitlines()
@@ -43,14 +38,9 @@ class Ls(unittest.TestCase):
         self.assertEqual(len(plain), 7)
 
     def test_names_that_are_not_utf8_are_listed_as_bytes(self):
-        with tempfile.TemporaryDirectory() as tmp:
-            folder = os.path.join(os.fsencode(os.path.realpath(tmp)), b"x\xfe")
-            os.makedirs(folder)
-            with open(os.path.join(folder, b"n\xe9.vl"), "wb"):
-                pass
-            status, out, err = run("--path", folder, "ls", "--ext", ".vl")
-            self.assertEqual(status, 0, err)
-            self.assertEqual(out.splitlines(), [os.path.join(folder, b"n\xe9.vl")])
+        name = self.file(b"x\xfe/n\xe9.vl")
+        self.assertEqual(self.vpath("--path", b"x\xfe", "ls", "--ext", ".vl"),
+                         (0, name + b"\n", b""))
 
 
 if __name__ == "__main__":

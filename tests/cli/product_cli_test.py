@@ -3,7 +3,6 @@
 
 import os
 import subprocess
-import tempfile
 import unittest
 
 import cli_test
@@ -43,7 +42,7 @@ class ParseErrors(unittest.TestCase):
                 self.assertIn("--help'", lines[-1])
 
 
-class GlobalOptions(unittest.TestCase):
+class GlobalOptions(cli_test.OwnPathDefinition, unittest.TestCase):
     def test_accepted_after_the_command_and_listed_in_its_help(self):
         for command in commands():
             with self.subTest(command=command):
@@ -52,20 +51,18 @@ class GlobalOptions(unittest.TestCase):
                 for text in (b"--path FOLDERS", b"--path-file FILE", b"--example",
                              b"--pathdef FILE", b"Exit status:"):
                     self.assertIn(text, out)
-        with tempfile.TemporaryDirectory() as tmp:
-            pathdef = os.path.join(tmp, "pathdef")
-            forms = [
-                (["--example", "which", "area"], ["which", "area", "--example"]),
-                (["--path", example("utils"), "ls"], ["ls", "--path", example("utils")]),
-                (["--pathdef", pathdef, "path"], ["path", "--pathdef", pathdef]),
-            ]
-            self.assertEqual(run("add", "--pathdef", pathdef, example("utils"))[0], 0)
-            for before, after in forms:
-                with self.subTest(before=before):
-                    first = run(*before)
-                    self.assertEqual(first[0], 0, first[2])
-                    self.assertNotEqual(first[1], b"")
-                    self.assertEqual(first, run(*after))
+        forms = [
+            (["--example", "which", "area"], ["which", "area", "--example"]),
+            (["--path", example("utils"), "ls"], ["ls", "--path", example("utils")]),
+            (["--pathdef", self.at(b"p"), "path"], ["path", "--pathdef", self.at(b"p")]),
+        ]
+        self.assertEqual(run("add", "--pathdef", self.at(b"p"), example("utils"))[0], 0)
+        for before, after in forms:
+            with self.subTest(before=before):
+                first = run(*before)
+                self.assertEqual(first[0], 0, first[2])
+                self.assertNotEqual(first[1], b"")
+                self.assertEqual(first, run(*after))
 
     def test_one_given_path_at_a_time(self):
         status, _, err = run("--example", "path", "--path", "/x")
@@ -73,15 +70,13 @@ class GlobalOptions(unittest.TestCase):
         self.assertIn("give one of --path, --path-file and --example", err)
 
 
-class ExitStatuses(unittest.TestCase):
+class ExitStatuses(cli_test.OwnPathDefinition, unittest.TestCase):
     def test_trouble_is_status_2_for_every_command(self):
         # (What is found is 0, what is not found or refused 1, and a bad saved path 2: shown
         # with each command's own tests.)
-        with tempfile.TemporaryDirectory() as tmp:
-            for args in (["--example", "add", tmp],
-                         ["--path-file", os.path.join(tmp, "no_such_file"), "path"]):
-                with self.subTest(args=args):
-                    self.assertEqual(run(*args)[0], 2)
+        for args in (["--example", "add", self.root], ["--path-file", b"no_such_file", "path"]):
+            with self.subTest(args=args):
+                self.assertEqual(self.vpath(*args)[0], 2)
 
     def test_an_error_writing_the_output_fails(self):
         if not os.path.exists("/dev/full"):
@@ -96,62 +91,49 @@ class ExitStatuses(unittest.TestCase):
                                  b"vpath: error writing standard output: No space left on device\n")
 
 
-class FirstRun(unittest.TestCase):
+class FirstRun(cli_test.OwnPathDefinition, unittest.TestCase):
     def test_no_saved_path_is_an_empty_path_with_a_hint(self):
-        with tempfile.TemporaryDirectory() as tmp:
-            env = dict(os.environ, VPATH_PATHDEF=os.path.join(tmp, "pathdef"))
-            hint = "vpath: the search path is empty: add a folder with 'vpath add FOLDER'"
-            for args, status in ((["path"], 0), (["which", "area"], 1), (["ls"], 0)):
-                with self.subTest(args=args):
-                    got, out, err = run(*args, env=env)
-                    self.assertEqual((got, out), (status, b""))
-                    self.assertIn(hint, err)
-            # The first add saves exactly the folder named.
-            os.mkdir(os.path.join(tmp, "mine"))
-            self.assertEqual(run("add", os.path.join(tmp, "mine"), env=env)[0], 0)
-            with open(os.path.join(tmp, "pathdef"), "rb") as f:
-                self.assertEqual(f.read().splitlines()[1:], [os.fsencode(tmp) + b"/mine"])
-            self.assertNotIn("empty", run("path", env=env)[2])
+        hint = b"vpath: the search path is empty: add a folder with 'vpath add FOLDER'"
+        for args, status in ((["path"], 0), (["which", "area"], 1), (["ls"], 0)):
+            with self.subTest(args=args):
+                got, out, err = self.vpath(*args)
+                self.assertEqual((got, out), (status, b""))
+                self.assertIn(hint, err)
+        # The first add saves exactly the folder named.
+        self.assertEqual(self.vpath("add", self.folder(b"mine"))[0], 0)
+        self.assertEqual(self.saved().splitlines()[1:], [self.at(b"mine")])
+        self.assertNotIn(b"empty", self.vpath("path")[2])
 
 
-class GivenPaths(unittest.TestCase):
+class GivenPaths(cli_test.OwnPathDefinition, unittest.TestCase):
     def test_path_file_from_standard_input_and_file_iris(self):
-        with tempfile.TemporaryDirectory() as tmp:
-            root = os.fsencode(os.path.realpath(tmp))
-            for name in (b"a", b"b c", b"d\xff", b"e"):
-                os.mkdir(os.path.join(root, name))
-            listing = (b"# folders\n" + root + b"/a\r\n\nb c\nfile://" + root + b"/d%FF\n" +
-                       root + b"/e\n")
-            done = subprocess.run([cli_test.VPATH, "path", "--path-file", "-"], input=listing,
-                                  capture_output=True, cwd=root, env=cli_test.UNSAVED_ENV,
-                                  timeout=120)
-            self.assertEqual((done.returncode, done.stderr), (0, b""))
-            expected = [root + b"/a", root + b"/b c", root + b"/d\xff", root + b"/e"]
-            self.assertEqual(done.stdout, b"".join(folder + b"\n" for folder in expected))
-            status, out, err = run("--path", "file://" + os.fsdecode(root) + "/a:e;file:" +
-                                   os.fsdecode(root) + "/b c", "path", cwd=root)
-            self.assertEqual((status, err), (0, ""))
-            self.assertEqual(out.splitlines(), [root + b"/a", root + b"/e", root + b"/b c"])
+        root = self.root
+        for name in (b"a", b"b c", b"d\xff", b"e"):
+            self.folder(name)
+        listing = (b"# folders\n" + root + b"/a\r\n\nb c\nfile://" + root + b"/d%FF\n" +
+                   root + b"/e\n")
+        expected = [root + b"/a", root + b"/b c", root + b"/d\xff", root + b"/e"]
+        self.assertEqual(self.vpath("path", "--path-file", "-", stdin=listing),
+                         (0, b"".join(folder + b"\n" for folder in expected), b""))
+        given = b"file://" + root + b"/a:e;file:" + root + b"/b c"
+        self.assertEqual(self.vpath("--path", given, "path"),
+                         (0, root + b"/a\n" + root + b"/e\n" + root + b"/b c\n", b""))
 
 
-class AddWarnings(unittest.TestCase):
+class AddWarnings(cli_test.OwnPathDefinition, unittest.TestCase):
     def test_package_class_private_and_resources_folders_are_named_with_their_parent(self):
-        with tempfile.TemporaryDirectory() as tmp:
-            root = os.path.realpath(tmp)
-            env = dict(os.environ, VPATH_PATHDEF=os.path.join(root, "pathdef"))
-            for name, kind in (("+pkg", "package"), ("@Cls", "class"), ("private", "private"),
-                               ("resources", "resources"), ("plain", None)):
-                folder = os.path.join(root, "tb", name)
-                os.makedirs(folder)
-                with self.subTest(name=name):
-                    status, _, err = run("add", folder, env=env)
-                    self.assertEqual(status, 0)
-                    if kind is None:
-                        self.assertEqual(err, "")
-                    else:
-                        self.assertEqual(err, f"vpath: warning: {folder} is a {kind} " +
-                                         err.split(f"is a {kind} ")[1])
-                        self.assertIn(f"add {root}/tb instead", err)
+        for name, kind in (("+pkg", "package"), ("@Cls", "class"), ("private", "private"),
+                           ("resources", "resources"), ("plain", None)):
+            folder = os.fsdecode(self.folder(b"tb/" + name.encode()))
+            with self.subTest(name=name):
+                status, _, err = run("add", folder, env=self.env)
+                self.assertEqual(status, 0)
+                if kind is None:
+                    self.assertEqual(err, "")
+                else:
+                    self.assertEqual(err, f"vpath: warning: {folder} is a {kind} " +
+                                     err.split(f"is a {kind} ")[1])
+                    self.assertIn(f"add {os.fsdecode(self.root)}/tb instead", err)
 
 
 class GeneratedDocuments(unittest.TestCase):

@@ -14,15 +14,12 @@ from cli_test import HEADER
 class SavedPath(cli_test.OwnPathDefinition, unittest.TestCase):
     def setUp(self):
         super().setUp()
-        os.makedirs(os.path.dirname(self.pathdef))
-        with open(self.pathdef, "wb") as f:
-            f.write(HEADER)
+        self.file(self.pathdef, HEADER)
 
     def test_a_special_folder_added_with_its_holder_is_searched_through_it(self):
         p = self.folder(b"P")
         for name in (b"P/resources/r.vl", b"P/private/q.vl"):
-            self.folder(os.path.dirname(name))
-            open(os.path.join(self.root, name), "wb").close()
+            self.file(name)
         resources = os.path.join(p, b"resources")
         self.assertEqual(self.vpath("add", "P")[0], 0)
         # Saved and told, though the folder is searched through P as before.
@@ -61,7 +58,7 @@ class SavedPath(cli_test.OwnPathDefinition, unittest.TestCase):
 
         added_in = in_parallel("add")
         lines = self.saved().splitlines()
-        folders = {os.path.join(self.root, n) for group in names for n in group}
+        folders = {self.at(n) for group in names for n in group}
         lost = len(folders - set(lines))
         removed_in = in_parallel("rm")
         left = len(folders & set(self.saved().splitlines()))
@@ -73,13 +70,13 @@ class SavedPath(cli_test.OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.saved(), HEADER)
         # Each worker's folders keep the order in which it added them: each went to the front.
         for group in names:
-            where = [lines.index(os.path.join(self.root, n)) for n in group]
+            where = [lines.index(self.at(n)) for n in group]
             self.assertEqual(where, sorted(where, reverse=True))
 
     def test_one_folder_under_two_names_is_on_the_path_once(self):
         real = self.folder(b"real")
-        os.symlink(real, os.path.join(self.root, b"link"))
-        link = os.path.join(self.root, b"link")
+        os.symlink(real, self.at(b"link"))
+        link = self.at(b"link")
         other = self.folder(b"other")
         self.assertEqual(self.vpath("add", "real", "other")[0], 0)
         # Adding it under its other name moves it, under that name.
@@ -106,7 +103,7 @@ class SavedPath(cli_test.OwnPathDefinition, unittest.TestCase):
     def test_a_waiting_change_says_so(self):
         # Another change holds the lock for two seconds: the waiting one says so, once.
         a = self.folder(b"a")
-        with open(os.path.join(self.root, b"cfg", b".pathdef.lock"), "wb") as lock:
+        with open(self.at(b"cfg", b".pathdef.lock"), "wb") as lock:
             fcntl.flock(lock, fcntl.LOCK_EX)
             with ThreadPoolExecutor(1) as pool:
                 waiting = pool.submit(self.vpath, "add", "a")

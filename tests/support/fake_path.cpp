@@ -26,6 +26,21 @@ std::string Kinds(SearchScope scope) {
 std::string Policy(FilenameMatchingPolicy policy) {
     return "/" + std::to_string(static_cast<std::uint32_t>(policy));
 }
+bool InScope(SearchScope scope, const IPathEntry& entry) {
+    return scope.Contains(static_cast<std::uint32_t>(entry.GetPathEntryType()));
+}
+bool IsMethod(const IPathEntry& entry) {
+    return entry.GetPathEntryType() == PathEntryType::AtFolder;
+}
+// The entries placed on the path, in path order, for which `keep` holds.
+PathEntryVector Select(const auto& placed, const auto& keep) {
+    PathEntryVector out;
+    for (const auto& p : placed) {
+        if (keep(*p.entry))
+            out.push_back(p.entry);
+    }
+    return out;
+}
 }  // namespace
 
 void CallLog::Record(const char* operation, FilenameMatchingPolicy policy) const {
@@ -99,9 +114,8 @@ std::shared_ptr<const PathItem> FakeEntry::FindFile(const detail::SearchTarget& 
 }
 
 bool FakeEntry::ForEachEntry(SearchScope scope, const EntryCallback& callback) const {
-    if (scope.Contains(static_cast<std::uint32_t>(m_kind)) && callback(shared_from_this())) {
+    if (InScope(scope, *this) && callback(shared_from_this()))
         return true;
-    }
     for (const auto& child : m_children) {
         if (child->ForEachEntry(scope, callback))
             return true;
@@ -174,38 +188,23 @@ SharedPathEntryVector FakePath::GetMainEntries() const {
 }
 
 PathEntryVector FakePath::GetMethodEntries() const {
-    PathEntryVector out;
-    for (const auto& p : Entries()) {
-        if (p.entry->GetPathEntryType() == PathEntryType::AtFolder)
-            out.push_back(p.entry);
-    }
-    return out;
+    return Select(Entries(), [](const IPathEntry& e) { return IsMethod(e); });
 }
 
 PathEntryVector FakePath::GetMethodEntriesByName(SearchScope scope, const ustring& name,
                                                  FilenameMatchingPolicy policy) const {
     m_log.Record("GetMethodEntriesByName", scope, policy);
-    PathEntryVector out;
-    for (const auto& p : Entries()) {
-        if (p.entry->GetPathEntryType() == PathEntryType::AtFolder &&
-            NamesMatch(p.entry->GetName(), u"@" + name, policy)) {
-            out.push_back(p.entry);
-        }
-    }
-    return out;
+    return Select(Entries(), [&](const IPathEntry& e) {
+        return IsMethod(e) && NamesMatch(e.GetName(), u"@" + name, policy);
+    });
 }
 
 PathEntryVector FakePath::GetPartiallyMatchingEntries(SearchScope scope, const ustring& partialName,
                                                       FilenameMatchingPolicy policy) const {
     m_log.Record("GetPartiallyMatchingEntries", scope, policy);
-    PathEntryVector out;
-    for (const auto& p : Entries()) {
-        if (scope.Contains(static_cast<std::uint32_t>(p.entry->GetPathEntryType())) &&
-            NamesMatch(p.entry->GetName(), partialName, policy)) {
-            out.push_back(p.entry);
-        }
-    }
-    return out;
+    return Select(Entries(), [&](const IPathEntry& e) {
+        return InScope(scope, e) && NamesMatch(e.GetName(), partialName, policy);
+    });
 }
 
 const FakePath::Placed& FakePath::FindOnPath(const IPathEntry& entry) const {
@@ -247,9 +246,7 @@ OptionalFoundItem FakePath::FindFirstInScope(SearchScope scope, const detail::Se
                                              FilenameMatchingPolicy policy) const {
     m_log.Record("FindFirstInScope", scope, policy);
     for (const auto& p : Entries()) {
-        if (!scope.Contains(static_cast<std::uint32_t>(p.entry->GetPathEntryType())))
-            continue;
-        if (auto item = p.entry->FindFile(target, policy))
+        if (auto item = InScope(scope, *p.entry) ? p.entry->FindFile(target, policy) : nullptr)
             return FoundItem(item, p.entry);
     }
     return boost::none;
@@ -261,9 +258,7 @@ std::vector<FoundItem> FakePath::FindAllInScope(SearchScope scope,
     m_log.Record("FindAllInScope", scope, policy);
     std::vector<FoundItem> out;
     for (const auto& p : Entries()) {
-        if (!scope.Contains(static_cast<std::uint32_t>(p.entry->GetPathEntryType())))
-            continue;
-        if (auto item = p.entry->FindFile(target, policy))
+        if (auto item = InScope(scope, *p.entry) ? p.entry->FindFile(target, policy) : nullptr)
             out.emplace_back(item, p.entry);
     }
     return out;
@@ -293,7 +288,7 @@ bool FakePath::FirstEntryIsBeforeSecondOnPath(const IPathEntry& first,
     const auto* a = Find(first);
     if (!a)
         return false;
-    const std::size_t mainA = a->main;
+    const std::size_t mainA = a->main;  // Find reuses its storage
     const auto* b = Find(second);
     return b == nullptr || mainA < b->main;
 }

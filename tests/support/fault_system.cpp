@@ -19,10 +19,6 @@ void FaultSystem::Before(Op op, std::string pathSuffix, std::function<void()> ac
     m_hooks.push_back({op, std::move(pathSuffix), std::move(action)});
 }
 
-int FaultSystem::Calls(Op op) const {
-    return Calls(op, "");
-}
-
 int FaultSystem::Calls(Op op, const std::string& pathSuffix) const {
     std::lock_guard lock(m_mutex);
     return static_cast<int>(std::count_if(m_log.begin(), m_log.end(), [&](const auto& call) {
@@ -141,15 +137,6 @@ int FaultSystem::ListFolder(const std::string& path, Velmora::os::FolderListing&
     return err;
 }
 
-int FaultSystem::WatchOpen(int& queue) {
-    return Or(Check(Op::WatchOpen, ""), [&] { return RealSystem().WatchOpen(queue); });
-}
-
-int FaultSystem::WatchAdd(int queue, const std::string& path, std::uint32_t mask, int& watch) {
-    return Or(Check(Op::WatchAdd, path),
-              [&] { return RealSystem().WatchAdd(queue, path, mask, watch); });
-}
-
 int FaultSystem::WatchRead(int queue, int timeoutMs, std::vector<Velmora::os::WatchEvent>& out) {
     {
         std::lock_guard lock(m_mutex);
@@ -173,38 +160,10 @@ int FaultSystem::WatchRead(int queue, int timeoutMs, std::vector<Velmora::os::Wa
     return overflow ? 0 : err;
 }
 
-int FaultSystem::RealPath(const std::string& path, std::string& out) {
-    return Or(Check(Op::RealPath, path), [&] { return RealSystem().RealPath(path, out); });
-}
-
-int FaultSystem::CurrentFolder(std::string& out) {
-    return Or(Check(Op::CurrentFolder, ""), [&] { return RealSystem().CurrentFolder(out); });
-}
-
-int FaultSystem::ReadFile(const std::string& path, std::string& out) {
-    return Or(Check(Op::ReadFile, path), [&] { return RealSystem().ReadFile(path, out); });
-}
-
-int FaultSystem::ReadRegularFile(const std::string& path, std::uint64_t maxBytes,
-                                 std::string& out) {
-    return Or(Check(Op::ReadFile, path),
-              [&] { return RealSystem().ReadRegularFile(path, maxBytes, out); });
-}
-
 int FaultSystem::CreateFileExclusive(const std::string& path, int& descriptor) {
     return Track(path, descriptor, Or(Check(Op::CreateFileExclusive, path), [&] {
                      return RealSystem().CreateFileExclusive(path, descriptor);
                  }));
-}
-
-int FaultSystem::WriteAll(int descriptor, std::string_view data) {
-    return Or(Check(Op::WriteAll, PathOf(descriptor)),
-              [&] { return RealSystem().WriteAll(descriptor, data); });
-}
-
-int FaultSystem::SyncFile(int descriptor) {
-    return Or(Check(Op::SyncFile, PathOf(descriptor)),
-              [&] { return RealSystem().SyncFile(descriptor); });
 }
 
 int FaultSystem::CloseFile(int descriptor) {
@@ -218,31 +177,10 @@ int FaultSystem::CloseFile(int descriptor) {
     return Or(Check(Op::CloseFile, path), [&] { return real; });
 }
 
-int FaultSystem::Rename(const std::string& from, const std::string& to) {
-    return Or(Check(Op::Rename, to), [&] { return RealSystem().Rename(from, to); });
-}
-
-int FaultSystem::RemoveFile(const std::string& path) {
-    return Or(Check(Op::RemoveFile, path), [&] { return RealSystem().RemoveFile(path); });
-}
-
-int FaultSystem::SyncFolder(const std::string& path) {
-    return Or(Check(Op::SyncFolder, path), [&] { return RealSystem().SyncFolder(path); });
-}
-
-int FaultSystem::MakeFolders(const std::string& path) {
-    return Or(Check(Op::MakeFolders, path), [&] { return RealSystem().MakeFolders(path); });
-}
-
 int FaultSystem::OpenFileForWriting(const std::string& path, int& descriptor) {
     return Track(path, descriptor, Or(Check(Op::OpenFileForWriting, path), [&] {
                      return RealSystem().OpenFileForWriting(path, descriptor);
                  }));
-}
-
-int FaultSystem::MapFile(const std::string& path,
-                         std::unique_ptr<const Velmora::os::MappedFile>& out) {
-    return Or(Check(Op::MapFile, path), [&] { return RealSystem().MapFile(path, out); });
 }
 
 void FaultSystem::PretendOwner(std::string pathSuffix, std::uint32_t owner,
@@ -271,5 +209,35 @@ std::uint32_t FaultSystem::UserId() {
     const std::int64_t user = m_user.load();
     return user < 0 ? RealSystem().UserId() : static_cast<std::uint32_t>(user);
 }
+
+// Calls that fail as the rules for `op` on `path` say, and otherwise go to the real system.
+#define VPATH_FORWARD(op, path, name, parameters, call)                    \
+    int FaultSystem::name parameters {                                     \
+        return Or(Check(Op::op, path), [&] { return RealSystem().call; }); \
+    }
+VPATH_FORWARD(WatchOpen, "", WatchOpen, (int& queue), WatchOpen(queue))
+VPATH_FORWARD(WatchAdd, path, WatchAdd,
+              (int queue, const std::string& path, std::uint32_t mask, int& watch),
+              WatchAdd(queue, path, mask, watch))
+VPATH_FORWARD(RealPath, path, RealPath, (const std::string& path, std::string& out),
+              RealPath(path, out))
+VPATH_FORWARD(CurrentFolder, "", CurrentFolder, (std::string & out), CurrentFolder(out))
+VPATH_FORWARD(ReadFile, path, ReadFile, (const std::string& path, std::string& out),
+              ReadFile(path, out))
+VPATH_FORWARD(ReadFile, path, ReadRegularFile,
+              (const std::string& path, std::uint64_t maxBytes, std::string& out),
+              ReadRegularFile(path, maxBytes, out))
+VPATH_FORWARD(WriteAll, PathOf(descriptor), WriteAll, (int descriptor, std::string_view data),
+              WriteAll(descriptor, data))
+VPATH_FORWARD(SyncFile, PathOf(descriptor), SyncFile, (int descriptor), SyncFile(descriptor))
+VPATH_FORWARD(Rename, to, Rename, (const std::string& from, const std::string& to),
+              Rename(from, to))
+VPATH_FORWARD(RemoveFile, path, RemoveFile, (const std::string& path), RemoveFile(path))
+VPATH_FORWARD(SyncFolder, path, SyncFolder, (const std::string& path), SyncFolder(path))
+VPATH_FORWARD(MakeFolders, path, MakeFolders, (const std::string& path), MakeFolders(path))
+VPATH_FORWARD(MapFile, path, MapFile,
+              (const std::string& path, std::unique_ptr<const Velmora::os::MappedFile>& out),
+              MapFile(path, out))
+#undef VPATH_FORWARD
 
 }  // namespace vpath_test

@@ -23,26 +23,13 @@ namespace vpath_test {
 
 class FaultSystem final : public Velmora::os::ISystem {
   public:
-    enum class Op {
-        Stat,
-        ListFolder,
-        RealPath,
-        CurrentFolder,
-        ReadFile,  // ReadRegularFile too
-        CreateFileExclusive,
-        WriteAll,
-        SyncFile,
-        CloseFile,
-        Rename,  // matches the path renamed to
-        RemoveFile,
-        SyncFolder,
-        MakeFolders,
-        OpenFileForWriting,
-        MapFile,
-        WatchAdd,
-        WatchOpen,  // matches the suffix ""
-        kCount
-    };
+    // ReadFile covers ReadRegularFile too; Rename matches the path renamed to, and WatchOpen the
+    // suffix "".
+    // clang-format off
+    enum class Op { Stat, ListFolder, RealPath, CurrentFolder, ReadFile, CreateFileExclusive,
+                    WriteAll, SyncFile, CloseFile, Rename, RemoveFile, SyncFolder, MakeFolders,
+                    OpenFileForWriting, MapFile, WatchAdd, WatchOpen };
+    // clang-format on
 
     FaultSystem();
     ~FaultSystem() override;
@@ -53,8 +40,7 @@ class FaultSystem final : public Velmora::os::ISystem {
     // `pathSuffix`, as another program acting at that moment would.
     void Before(Op op, std::string pathSuffix, std::function<void()> action);
     // Calls made so far of `op`, on any path or on paths ending with `pathSuffix`.
-    int Calls(Op op) const;
-    int Calls(Op op, const std::string& pathSuffix) const;
+    int Calls(Op op, const std::string& pathSuffix = "") const;
     // CalledAfter: whether a call of `later` came after the last call of `earlier`.
     bool CalledAfter(Op later, Op earlier) const;
     // CoarsenFolderTimes: Stat and ListFolder report times cut down to whole multiples of
