@@ -65,6 +65,7 @@ def main(page_file, output_file):
         sys.exit(f"{page_file}: no ```cpp block")
     with open(output_file, "w", encoding="utf-8") as f:
         f.write(f"// Generated from {page_file} by extract_snippets.py; do not edit.\n"
+                "#include <cassert>\n#include <chrono>\n#include <filesystem>\n#include <fstream>\n"
                 "#include <functional>\n#include <string>\n#include <vector>\n\n")
         f.write("\n".join(file_scope))
         f.write("\nnamespace {\n\n" + "".join(functions.values()) + "\n" + "\n".join(fragments) + "\n}  // namespace\n\n"
