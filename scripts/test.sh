@@ -62,3 +62,4 @@ fuzz() {
 fuzz fuzz_text -print_final_stats=1
 fuzz fuzz_absolute_iri -print_final_stats=1 -dict=fuzz/absolute_iri.dict
 fuzz fuzz_path_cache -print_final_stats=1
+fuzz fuzz_service_protocol -print_final_stats=1
