@@ -127,7 +127,8 @@ int FinishOutput(int status) {
     return kExitTrouble;
 }
 
-int Dispatch(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv) {
+int Dispatch(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv,
+             const BeforeCommand& beforeCommand) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -146,8 +147,13 @@ int Dispatch(CLI::App& app, const std::vector<Command>& commands, int argc, char
         return std::fwrite(generated->data(), 1, generated->size(), stdout), kExitOk;
     try {
         for (const auto& command : commands) {
-            if (command.app->parsed())
-                return command.run();
+            if (!command.app->parsed())
+                continue;
+            if (beforeCommand) {
+                if (const auto status = beforeCommand(*command.app))
+                    return *status;
+            }
+            return command.run();
         }
     } catch (const CLI::ParseError& e) {
         return ReportParseError(app, e);
@@ -212,7 +218,12 @@ void SetUpApp(CLI::App& app, PathOptions& pathOptions) {
 }
 
 int RunApp(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv) {
-    return FinishOutput(Dispatch(app, commands, argc, argv));
+    return RunApp(app, commands, argc, argv, {});
+}
+
+int RunApp(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv,
+           const BeforeCommand& beforeCommand) {
+    return FinishOutput(Dispatch(app, commands, argc, argv, beforeCommand));
 }
 
 }  // namespace vpath_cli

@@ -211,6 +211,15 @@ std::string ManPage(const CLI::App& app) {
     for (const auto& [status, meaning] : kExitStatuses)
         page += fmt::format(".TP\n\\fB{}\\fR\n{}\n", status, Roff(meaning));
     page +=
+        ".SH PATH SERVICE\n"
+        "\\fBvpath service start\\fR runs a resident process for the saved path that holds it in "
+        "memory, kept fresh by watching its folders and its path definition file. While it runs, "
+        "\\fBwhich\\fR (but \\fB\\-\\-batch\\fR), \\fBls\\fR, \\fBpath\\fR, "
+        "\\fBentries\\fR and \\fBshadows\\fR are answered by it, with the same output and exit "
+        "status, after it has taken in every change made before the question. A service that is "
+        "absent, dead or slow to greet leaves the command to answer from the disk. It ends after "
+        "30 minutes without a request (\\fB\\-\\-idle\\-timeout\\fR).\n";
+    page +=
         ".SH ENVIRONMENT\n"
         ".TP\n\\fBVPATH_PATHDEF\\fR\nThe path definition file, unless \\fB\\-\\-pathdef\\fR "
         "gives one.\n"
@@ -222,6 +231,11 @@ std::string ManPage(const CLI::App& app) {
         ".TP\n\\fBVPATH_AT_FOLDER_PRECEDENCE\\fR\nWith \\fB1\\fR, a class folder's file found "
         "with \\fB\\-\\-from\\fR wins only where its folder comes first on the path; "
         "otherwise it wins wherever it stands.\n"
+        ".TP\n\\fBVPATH_SERVICE\\fR\nWith \\fBoff\\fR, commands answer without the path "
+        "service (as \\fB\\-\\-no\\-service\\fR does); with \\fBauto\\fR, a command that "
+        "finds none starts it.\n"
+        ".TP\n\\fBXDG_RUNTIME_DIR\\fR\nThe path service's socket is in "
+        "\\fB$XDG_RUNTIME_DIR/vpath\\fR.\n"
         ".SH FILES\n"
         ".TP\n\\fI~/.config/vpath/pathdef\\fR\nThe saved search path.\n"
         ".TP\n\\fI/usr/share/vpath/examples/toolbox\\fR\nThe example toolbox of "
