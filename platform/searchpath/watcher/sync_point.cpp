@@ -41,9 +41,14 @@ SyncPoint::Outcome SyncPoint::Await(std::chrono::milliseconds timeout) {
     os::System().RemoveFile(file);
     const bool done = m_changed.wait_for(
         lock, timeout, [&] { return m_passed >= ticket || m_overflows != overflows; });
+    // Events lost since the last sync, even before this one began, may be of a change made
+    // before it: the watcher's own revalidation trusts stamps, which a change within their tick
+    // does not move.
+    const bool lost = m_overflows != m_overflowsTold;
+    m_overflowsTold = m_overflows;
     if (!done)
         return Outcome::TimedOut;
-    return m_passed >= ticket ? Outcome::Passed : Outcome::Overflowed;
+    return m_passed >= ticket && !lost ? Outcome::Passed : Outcome::Overflowed;
 }
 
 void SyncPoint::Passed(std::uint64_t ticket, bool overflowed) {

@@ -34,7 +34,8 @@ class SyncPoint {
     const std::string& Prefix() const noexcept { return m_prefix; }
 
     // Await: makes the next sync file and waits at most `timeout` until the watcher has passed it
-    // (Passed), or has lost events (Overflowed: the caller must revalidate).
+    // (Passed), or has lost events (Overflowed: the caller must revalidate). Events lost since
+    // the last Await make it Overflowed too.
     Outcome Await(std::chrono::milliseconds timeout);
 
     // Passed: called by the watcher's thread once it has published what it read up to sync file
@@ -49,6 +50,7 @@ class SyncPoint {
     std::uint64_t m_nextTicket = 0;
     std::uint64_t m_passed = 0;
     std::uint64_t m_overflows = 0;
+    std::uint64_t m_overflowsTold = 0;  // the overflows when the last Await returned
 };
 
 }  // namespace Velmora::SearchPath::detail
