@@ -76,11 +76,11 @@ struct PathService::Impl {
         const auto uptime =
             std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - started);
         return {0,
-                fmt::format("pid {}\nsocket {}\npath definition {}\nfolders {}\nfiles {}\n"
-                            "memory {}\nuptime {} s\n",
+                fmt::format("pid {}\nsocket {}\npathdef {}\nfolders {}\nfiles {}\n"
+                            "memory {}\nuptime {} s\nanswered {}\n",
                             os::System().ProcessId(), place.socket, place.pathDefinition,
                             path->GetFolderEntries().size(), path->GetFileCount(), ResidentMemory(),
-                            uptime.count()),
+                            uptime.count(), answered),
                 {}};
     }
 
