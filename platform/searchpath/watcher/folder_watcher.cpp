@@ -99,7 +99,7 @@ void FolderWatcher::WarnOnce(std::string warning) {
 
 void FolderWatcher::Release(int watch) {
     if (m_queue < 0 || m_byWatch.contains(watch) || m_awaiting.contains(watch) ||
-        m_named.contains(watch)) {
+        m_named.contains(watch) || watch == m_syncWatch) {
         return;
     }
     for (const auto& leading : m_definitionWatches) {
@@ -401,7 +401,11 @@ void FolderWatcher::Handle(const os::WatchEvent& event, WatchedChanges& out) {
     if (event.watch == m_syncWatch && m_syncWatch >= 0 && !(event.mask & os::WatchOverflow)) {
         if (const auto ticket = SyncTicketOf(event.name, m_syncPrefix))
             out.synced = std::max(out.synced, *ticket);
-        return;
+        // The sync folder may be on the path too, under the same watch: its events count there.
+        if (!m_byWatch.contains(event.watch) && !m_awaiting.contains(event.watch) &&
+            !m_named.contains(event.watch)) {
+            return;
+        }
     }
     if (event.mask & os::WatchOverflow) {
         out.overflow = true;
