@@ -178,10 +178,18 @@ std::unique_ptr<PathService> PathService::Open(Options options, std::string& pro
     const auto log = [impl = impl.get()](const std::string& message) { impl->Log(message); };
     MainSearchPathManager::Options managerOptions;
     managerOptions.pathDefinition.emplace(place->pathDefinition);
+    // A large path's watches are set up from what its cache knows while the path is checked
+    // against the disk, not after.
+    // Shared with the manager, which keeps the options: nothing of this frame is captured.
+    auto early = std::make_shared<std::optional<EarlyWatches>>();
     if (auto slot = PathCacheForPathDefinition(place->pathDefinition)) {
         slot->inMemory = true;  // another program truncating the cache must not kill the service
-        managerOptions.pathCache =
-            PathCacheUse{.at = *slot, .inBackground = true, .warn = log, .loaded = {}};
+        managerOptions.pathCache = PathCacheUse{
+            .at = *slot,
+            .inBackground = true,
+            .warn = log,
+            .loaded = [early, pathDefinition = place->pathDefinition](
+                          const FolderEntryList& known) { early->emplace(pathDefinition, known); }};
     }
     foundation::core::except::Notification problems;
     impl->manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
@@ -189,18 +197,20 @@ std::unique_ptr<PathService> PathService::Open(Options options, std::string& pro
         problem = problems.ToNativeText();
         return nullptr;
     }
+    PathWatcher::Options watcherOptions{.warn = log,
+                                        .failed =
+                                            [log](std::exception_ptr failure) {
+                                                try {
+                                                    std::rethrow_exception(failure);
+                                                } catch (const std::exception& e) {
+                                                    log(e.what());
+                                                }
+                                            },
+                                        .syncFolder = place->folder};
     try {
-        impl->watcher = std::make_unique<PathWatcher>(
-            *impl->manager, PathWatcher::Options{.warn = log,
-                                                 .failed =
-                                                     [log](std::exception_ptr failure) {
-                                                         try {
-                                                             std::rethrow_exception(failure);
-                                                         } catch (const std::exception& e) {
-                                                             log(e.what());
-                                                         }
-                                                     },
-                                                 .syncFolder = place->folder});
+        impl->watcher = *early ? std::make_unique<PathWatcher>(*impl->manager, watcherOptions,
+                                                               std::move(**early))
+                               : std::make_unique<PathWatcher>(*impl->manager, watcherOptions);
     } catch (const std::exception& e) {
         problem = e.what();
         return nullptr;
