@@ -211,6 +211,9 @@ void SetUpApp(CLI::App& app, PathOptions& pathOptions) {
     for (const CLI::App* listed : Subcommands(app)) {
         CLI::App* sub = app.get_subcommand(listed->get_name());
         AddGlobalOptions(*sub, pathOptions);
+        // And on their own subcommands: `vpath service start --pathdef FILE`.
+        for (CLI::App* nested : sub->get_subcommands([](CLI::App*) { return true; }))
+            AddGlobalOptions(*nested, pathOptions);
         sub->allow_extras();
         const std::string own = sub->get_footer();
         sub->footer(own.empty() ? Footer(sub->get_name()) : own + "\n\n" + Footer(sub->get_name()));
