@@ -1,5 +1,6 @@
 # Installation and the CMake package: find_package(VelmoraPathManagement) and link
-# VelmoraPathManagement::VelmoraPathManagement.
+# VelmoraPathManagement::VelmoraPathManagement. The libraries name their installed include folder
+# themselves (VPATH_INSTALL_INCLUDEDIR), so each consumer gets it once.
 
 set(VPATH_CONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VelmoraPathManagement)
 
@@ -7,8 +8,7 @@ install(TARGETS vpath_platform velmora_pathmanagement velmora_searchpath Velmora
     EXPORT VelmoraPathManagementTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 install(DIRECTORY
         ${PROJECT_SOURCE_DIR}/include/
@@ -22,7 +22,7 @@ install(DIRECTORY
         ${PROJECT_BINARY_DIR}/include/
         ${PROJECT_BINARY_DIR}/platform/include/
         ${PROJECT_BINARY_DIR}/platform/searchpath/include/
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    DESTINATION ${VPATH_INSTALL_INCLUDEDIR}
     FILES_MATCHING PATTERN "*.hpp")
 
 install(EXPORT VelmoraPathManagementTargets
@@ -41,10 +41,10 @@ install(FILES
     ${PROJECT_BINARY_DIR}/VelmoraPathManagementConfigVersion.cmake
     DESTINATION ${VPATH_CONFIG_DIR})
 
-# The same for pkg-config users: pkg-config --cflags --libs velmora-pathmanagement.
+# The same for pkg-config users: pkg-config --cflags --libs velmora-pathmanagement. Its folders
+# are the install prefix's; a copy unpacked elsewhere is used with
+# pkg-config --define-variable=prefix=DIR.
 set(VPATH_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-file(RELATIVE_PATH VPATH_PC_TO_PREFIX /${VPATH_PC_DIR} /)
-string(REGEX REPLACE "/$" "" VPATH_PC_TO_PREFIX "${VPATH_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/velmora-pathmanagement.pc.in
     ${PROJECT_BINARY_DIR}/velmora-pathmanagement.pc.configured @ONLY)
 # The libraries' file names come from their targets.

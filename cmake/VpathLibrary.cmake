@@ -5,7 +5,7 @@ add_library(VelmoraPathManagement::pathmanagement ALIAS velmora_pathmanagement)
 
 set_target_properties(velmora_pathmanagement PROPERTIES
     VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
+    SOVERSION ${VPATH_SOVERSION})
 
 generate_export_header(velmora_pathmanagement
     BASE_NAME VELMORA_PATHMANAGEMENT
@@ -14,7 +14,7 @@ generate_export_header(velmora_pathmanagement
 target_include_directories(velmora_pathmanagement PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    $<INSTALL_INTERFACE:${VPATH_INSTALL_INCLUDEDIR}>)
 
 target_link_libraries(velmora_pathmanagement
     PUBLIC vpath_platform Boost::headers Boost::thread

@@ -10,7 +10,8 @@ packages=(
     libtbb-dev
     libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev
     libcli11-dev libfmt-dev libspdlog-dev nlohmann-json3-dev libxxhash-dev
-    python3 diffutils findutils dpkg-dev file groff-base inotify-tools
+    python3 diffutils findutils dpkg-dev file groff-base inotify-tools bash-completion
+    debhelper lintian apt
 )
 
 missing=()
@@ -27,6 +28,10 @@ fi
 echo "install-deps: installing ${missing[*]}"
 sudo_cmd=()
 if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+        echo "install-deps: run this as root, or install sudo, to install the packages" >&2
+        exit 1
+    fi
     sudo_cmd=(sudo)
 fi
 export DEBIAN_FRONTEND=noninteractive

@@ -1,20 +1,24 @@
 #!/usr/bin/env bash
 # Sets everything up, then builds and runs the whole test suite: the formatting check, the normal
 # build, the sanitizer builds (AddressSanitizer with UndefinedBehaviorSanitizer, and
-# ThreadSanitizer), the Debian package used from a scratch root, and a short run of each fuzz
-# target.
+# ThreadSanitizer), the Debian packages held to lintian and used from a scratch root
+# (scripts/check-package.sh), and a short run of each fuzz target.
 #
-#   scripts/test.sh --quick   the formatting check and the normal build with its tests only: a
-#                             first check that leaves out the slow sanitizer, package and fuzz runs
+#   scripts/test.sh --quick     the formatting check and the normal build with its tests only: a
+#                               first check that leaves out the slow sanitizer, package and fuzz runs
+#   scripts/test.sh --install   as root, the packages are also installed on this machine, removed
+#                               and purged (what CI does, where CI is set)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 quick=false
+package_options=()
 case "${1-}" in
 --quick) quick=true ;;
+--install) package_options=(--install) ;;
 "") ;;
 *)
-    echo "usage: scripts/test.sh [--quick]" >&2
+    echo "usage: scripts/test.sh [--quick | --install]" >&2
     exit 2
     ;;
 esac
@@ -39,8 +43,8 @@ if $quick; then
     exit 0
 fi
 
-echo "== Debian package"
-scripts/check-package.sh
+echo "== Debian packages"
+scripts/check-package.sh "${package_options[@]}"
 
 echo "== fuzz targets (30 s each)"
 cmake --preset fuzz >/dev/null
@@ -62,4 +66,8 @@ fuzz() {
 fuzz fuzz_text -print_final_stats=1
 fuzz fuzz_absolute_iri -print_final_stats=1 -dict=fuzz/absolute_iri.dict
 fuzz fuzz_path_cache -print_final_stats=1
+fuzz fuzz_path_cache_load -print_final_stats=1
+fuzz fuzz_cache_names -print_final_stats=1
+fuzz fuzz_path_definition -print_final_stats=1
+fuzz fuzz_path_texts -print_final_stats=1
 fuzz fuzz_service_protocol -print_final_stats=1

@@ -1,12 +1,16 @@
 // Embedding the search-path utilities: build a path, resolve a name, change the path through its
-// manager while an observer listens, and compare the two states.
+// manager while an observer listens, compare the two states, and resolve on many threads while
+// another changes the path.
 //
 //   embedding_example FOLDER... EXTRA
 //
-// searches FOLDER... for "area", then adds EXTRA at the front and reports what changed.
+// searches FOLDER... for "area", then adds EXTRA at the front and reports what changed; then two
+// readers resolve "area" while the main thread takes EXTRA off the path and puts it back.
 
+#include <atomic>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <velmora/path_management.hpp>
@@ -20,13 +24,50 @@ std::string Native(const AbsoluteIRI& location) {
     return Velmora::text::ToNative(pm::GetStringFromIRI(location));
 }
 
-// The file that `name` resolves to on `path`, as a native path, or "(not found)".
-std::string Resolve(const pm::IPath& path, const ustring& name) {
+// The file that `name` resolves to on `path`. The target borrows `name`, which outlives it.
+pm::OptionalFoundItem Find(const pm::IPath& path, const ustring& name) {
     const auto target = pm::CreateSearchTargetWithExtensionInFilenamePreferred(
         name, pm::Constants::LanguageExtensions);
-    const auto found =
-        pm::FindFirstFileVisibleOnPath(path, target, pm::FilenameMatchingPolicy::PlatformDefault);
+    return pm::FindFirstFileVisibleOnPath(path, target,
+                                          pm::FilenameMatchingPolicy::PlatformDefault);
+}
+
+// The same as a native path, or "(not found)".
+std::string Resolve(const pm::IPath& path, const ustring& name) {
+    const auto found = Find(path, name);
     return found ? Native(found->GetPathItem()->GetAbsoluteIRI()) : "(not found)";
+}
+
+// 5. Threads: readers resolve "area" on whole states while this thread changes the path `changes`
+//    times, taking the first folder off and putting it back. Every folder here holds "area", so
+//    each answer must come from the first folder of the reader's own state, whatever the path
+//    has become meanwhile. Returns how many answers did not.
+int ReadWhileWriting(Velmora::SearchPath::MainSearchPathManager& manager, int changes) {
+    std::atomic<bool> done{false};
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> readers;
+    for (int r = 0; r < 2; ++r) {
+        readers.emplace_back([&] {
+            while (!done.load()) {
+                const auto state = manager.GetState();  // snapshot and folder list of one moment
+                const auto found = Find(*state->path, u"area");
+                if (!found || found->GetPathEntry()->GetAbsoluteIRI() != state->folders->front())
+                    ++wrong;
+            }
+        });
+    }
+    const auto all = *manager.GetPathFolderIRIs();
+    for (int i = 0; i < changes; ++i) {
+        foundation::core::except::Notification problems;
+        if (i % 2 == 0)
+            manager.ApplyPathAfterRemoving(std::vector(all.begin() + 1, all.end()), problems);
+        else
+            manager.ApplyPathAfterAdding(all, problems);
+    }
+    done.store(true);
+    for (auto& reader : readers)
+        reader.join();
+    return wrong.load();
 }
 
 }  // namespace
@@ -61,7 +102,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "warning: %s\n", warning.c_str());
     };
     Velmora::SearchPath::MainSearchPathManager manager(folders, std::move(options));
-    manager.AddPathChangeObserver([](const pm::PathChange& change) {
+    const auto observer = manager.AddPathChangeObserver([](const pm::PathChange& change) {
         // 4. Compare the two states: the library's differentiator on the main entries...
         pm::PathEntryVectorDifferentiator diff;
         diff.Compare(*change.before->GetMainEntries(), *change.after->GetMainEntries(),
@@ -84,5 +125,12 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::printf("area -> %s\n", Resolve(*manager.GetPath(), u"area").c_str());
-    return 0;
+
+    manager.RemovePathChangeObserver(observer);
+    const auto before = manager.GetState()->generation;
+    const int wrong = ReadWhileWriting(manager, 50);
+    std::printf("2 readers beside a writer: %llu changes, %s\n",
+                static_cast<unsigned long long>(manager.GetState()->generation - before),
+                wrong == 0 ? "every answer from its reader's own state" : "WRONG ANSWERS");
+    return wrong == 0 ? 0 : 1;
 }

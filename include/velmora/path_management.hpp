@@ -2,9 +2,9 @@
 // The search-path utilities library, and the host interfaces a caller needs with it.
 
 // Host: text, storage, messages, the current folder, packages, path interfaces and the real main
-// search path: its scan (folder entries, the scanner, MainSearchPath), its path definition file
-// and its manager. The path cache (path_cache.hpp) and the watcher (path_watcher.hpp) are included
-// by those who use them.
+// search path: its scan (folder entries, the scanner, MainSearchPath), its path cache and cached
+// start, its path definition file, its manager with the states it publishes, and the watcher and
+// poller that keep it fresh.
 #include <foundation/core/except/message_exception.hpp>
 #include <foundation/core/except/notification.hpp>
 #include <foundation/messaging/event_mgr.hpp>
@@ -32,8 +32,13 @@
 #include <velmora/searchpath/folder_scanner.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/path_cache.hpp>
+#include <velmora/searchpath/path_cache_place.hpp>
 #include <velmora/searchpath/path_change_report.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
+#include <velmora/searchpath/path_poller.hpp>
+#include <velmora/searchpath/path_watcher.hpp>
+#include <velmora/searchpath/watched_path.hpp>
 #include <velmora/storage/vorlan_storage_system.hpp>
 #include <velmora/text/ustring.hpp>
 

@@ -99,8 +99,8 @@ class OwnPathDefinition:
         open(path, "wb").close()
         return path
 
-    def saved(self):
-        with open(self.pathdef, "rb") as f:
+    def saved(self, path=None):
+        with open(path or self.pathdef, "rb") as f:
             return f.read()
 
 
@@ -193,7 +193,7 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         # --pathdef wins over the environment.
         other = os.path.join(self.root, b"other")
         self.assertEqual(self.vpath("--pathdef", other, "add", "a")[0], 0)
-        self.assertEqual(self.saved_at(other).splitlines()[1], a)
+        self.assertEqual(self.saved(other).splitlines()[1], a)
         self.assertFalse(os.path.exists(self.pathdef))
         # Without VPATH_PATHDEF, the XDG configuration folder.
         env = dict(self.env, XDG_CONFIG_HOME=os.fsdecode(os.path.join(self.root, b"xdg")))
@@ -207,24 +207,20 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.vpath("--path", "a", "add", "a")[0], 2)
 
     def test_diff_compares_two_saved_paths(self):
-        a, b, c = self.folder(b"a"), self.folder(b"b"), self.folder(b"c")
+        a, b, c, d = (self.folder(name) for name in (b"a", b"b", b"c", b"d"))
         old, new = os.path.join(self.root, b"old"), os.path.join(self.root, b"new")
         with open(old, "wb") as f:
             f.write(a + b"\n" + b + b"\n" + c + b"\n")
         with open(new, "wb") as f:
-            f.write(c + b"\n" + a + b"\n" + self.folder(b"d") + b"\n")
+            f.write(c + b"\n" + a + b"\n" + d + b"\n")
         status, out, err = self.vpath("diff", old, new)
         self.assertEqual((status, err), (1, b""))
         # Of a and c, which swapped, one is reported moved: the longest order kept decides.
-        self.assertEqual(out, b"added " + os.path.join(self.root, b"d") + b"\nremoved " + b +
-                         b"\nmoved " + a + b"\n")
+        self.assertEqual(out, b"added " + d + b"\nremoved " + b + b"\nmoved " + a + b"\n")
         status, out, _ = self.vpath("diff", "--json", old, new)
-        self.assertEqual(json.loads(out), {
-            "added": [{"path": os.fsdecode(os.path.join(self.root, b"d")),
-                       "iri": "file://" + os.fsdecode(os.path.join(self.root, b"d"))}],
-            "removed": [{"path": os.fsdecode(b), "iri": "file://" + os.fsdecode(b)}],
-            "moved": [{"path": os.fsdecode(a), "iri": "file://" + os.fsdecode(a)}],
-            "refreshed": []})
+        folder = lambda p: {"path": os.fsdecode(p), "iri": "file://" + os.fsdecode(p)}
+        self.assertEqual(json.loads(out), {"added": [folder(d)], "removed": [folder(b)],
+                                           "moved": [folder(a)], "refreshed": []})
         # The same path twice: no difference, status 0; a missing file is trouble, status 2.
         self.assertEqual(self.vpath("diff", old, old), (0, b"", b""))
         self.assertEqual(self.vpath("diff", old, b"nowhere")[0], 2)
@@ -292,10 +288,6 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
                 self.assertEqual(err.count(b"\n"), 1, err)
                 self.assertIn(args[0].encode(), err)
                 self.assertLess(len(err), 120, err)
-
-    def saved_at(self, path):
-        with open(path, "rb") as f:
-            return f.read()
 
     def test_split_prints_the_folders_of_a_path_list(self):
         self.assertEqual(self.vpath("split", b";a;;b:c d ;\xff:"), (0, b"a\nb\nc d \n\xff\n", b""))

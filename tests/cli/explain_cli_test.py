@@ -131,7 +131,7 @@ class OnATree(unittest.TestCase):
                 (False, [(b"area", [self.at(b"a", b"area.vl")]), (b"nope", [b""]),
                          (b"shapes/circle", [self.at(b"a", b"+shapes", b"circle.vl")])]),
                 (True, [(b"area", [self.at(b"a", b"area.vl"),
-                                   self.at(b"b", b"area.vl") + b"  (shadowed)", b""]),
+                                   self.at(b"b", b"area.vl"), b""]),
                         (b"nope", [b""]), (b"Sample", [self.at(b"b", b"@Sample", b"Sample.vl"), b""])])]:
             argv = [cli_test.VPATH, "--path", b":".join([self.at(b"a"), self.at(b"b")]), "which",
                     "--batch"] + (["-a"] if all_files else [])

@@ -45,6 +45,19 @@ class GivenPath(cli_test.OwnPathDefinition, unittest.TestCase):
         self.assertEqual((status, out), (2, b""))
         self.assertIn(b'line 2 ("/x\\0y\\\\z/\\0") is not a folder: it holds a NUL', err)
 
+    def test_a_path_file_reads_its_lines_as_the_saved_path_does(self):
+        # The last line ends in a carriage return with no line feed: it is part of the name.
+        content = b"# folders\r\n" + self.folder(b"a") + b"\r\n\r\n" + self.folder(b"b\r")
+        self.folder(b"b")
+        os.makedirs(os.path.dirname(self.pathdef))
+        for file in (self.pathdef, os.path.join(self.root, b"list")):
+            with open(file, "wb") as f:
+                f.write(content)
+        saved = self.given("path")
+        self.assertEqual(saved[0], 0)
+        self.assertIn(b"b\r\n", saved[1])
+        self.assertEqual(self.given("--path-file", "list", "path"), saved)
+
     def test_schemes_are_recognised_whatever_their_case(self):
         for text, folders in [
                 (b"FILE:/tmp/x", [b"FILE:/tmp/x"]),

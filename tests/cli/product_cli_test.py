@@ -155,23 +155,6 @@ class AddWarnings(unittest.TestCase):
 
 
 class GeneratedDocuments(unittest.TestCase):
-    def test_bash_completes_commands_and_options_from_the_definitions(self):
-        script = os.path.join(cli_test.ARGS.docs, "vpath.bash")
-        cases = [
-            ("vpath wh", "which"),
-            ("vpath --example wh", "which"),  # a flag takes no value
-            ("vpath which --fr", "--from"),
-            ("vpath ls --pa", "--packages --path --path-file --pathdef"),
-            ("vpath --ver", "--version"),
-        ]
-        for line, expected in cases:
-            with self.subTest(line=line):
-                words = line.split(" ")
-                program = (f"source {script}; COMP_WORDS=({line}); COMP_CWORD={len(words) - 1}; "
-                           "_vpath; echo \"${COMPREPLY[*]}\"")
-                done = subprocess.run(["bash", "-c", program], capture_output=True, text=True)
-                self.assertEqual(done.stdout.split(), expected.split(), done.stderr)
-
     def test_the_man_page_renders_cleanly_and_lists_every_command(self):
         done = subprocess.run(["groff", "-man", "-Tutf8", "-P-cbou", "-ww", os.path.join(cli_test.ARGS.docs, "vpath.1")],
                               capture_output=True, text=True)

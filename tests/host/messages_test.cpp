@@ -1,4 +1,4 @@
-// Messages: their texts in the catalogue and the lines that show them.
+// Messages: their texts in the catalogue.
 
 #include <set>
 
@@ -14,27 +14,28 @@
 namespace {
 
 using resource_core::FormatMessage;
-using resource_core::FormatMessageLine;
 using resource_core::MessageRecord;
 
 TEST(MessageCatalog, EveryMessageOfTheLibraryAndTheHostHasItsText) {
+    // A name that is not UTF-8 comes out as the bytes it was.
+    const ustring f = u"F\xDCFF";
     const MessageRecord messages[] = {
-        VORLAN::vpath::invalidLocation(u"F"),
-        VORLAN::vpath::directoryPermissionDenied(u"F"),
-        VORLAN::vpath::nameNonexistentOrNotADirectory(u"F"),
-        VORLAN::vpath::directoryNameTooLong(u"F"),
-        VORLAN::vpath::cannotAbsolutizePath(u"F"),
-        VORLAN::rmpath::DirNotFound(u"F"),
-        VELMORA::searchpath::folderMissing(u"F"),
-        VELMORA::searchpath::notAFolder(u"F"),
-        VELMORA::searchpath::folderUnreadable(u"F", "R"),
-        VELMORA::searchpath::folderLoops(u"F"),
-        VELMORA::pathdef::cannotRead(u"F", "R"),
-        VELMORA::pathdef::cannotSave(u"F", "R"),
-        VELMORA::pathdef::badLine(u"F", 12),
-        VELMORA::pathdef::lineBreakInName(u"F"),
-        VELMORA::packages::badManifest(u"F", "R"),
-        VELMORA::packages::cannotReadPackages(u"F", "R"),
+        VORLAN::vpath::invalidLocation(f),
+        VORLAN::vpath::directoryPermissionDenied(f),
+        VORLAN::vpath::nameNonexistentOrNotADirectory(f),
+        VORLAN::vpath::directoryNameTooLong(f),
+        VORLAN::vpath::cannotAbsolutizePath(f),
+        VORLAN::rmpath::DirNotFound(f),
+        VELMORA::searchpath::folderMissing(f),
+        VELMORA::searchpath::notAFolder(f),
+        VELMORA::searchpath::folderUnreadable(f, "R"),
+        VELMORA::searchpath::folderLoops(f),
+        VELMORA::pathdef::cannotRead(f, "R"),
+        VELMORA::pathdef::cannotSave(f, "R"),
+        VELMORA::pathdef::badLine(f, 12),
+        VELMORA::pathdef::lineBreakInName(f),
+        VELMORA::packages::badManifest(f, "R"),
+        VELMORA::packages::cannotReadPackages(f, "R"),
     };
     std::set<std::string> ids;
     for (const auto& message : messages) {
@@ -43,7 +44,9 @@ TEST(MessageCatalog, EveryMessageOfTheLibraryAndTheHostHasItsText) {
         // A text of its own, every argument in it and no place left unfilled.
         const std::string text = Velmora::text::ToNative(FormatMessage(message));
         EXPECT_TRUE(resource_core::FindMessageText(message.GetMessageID()));
-        EXPECT_NE(text.find("\"F\""), std::string::npos) << text;
+        EXPECT_NE(text.find("\"F\xFF\""), std::string::npos) << text;
+        EXPECT_EQ(resource_core::FormatMessageLine(message),
+                  text + " [" + message.GetMessageID() + "]");
         if (message.GetArguments().size() > 1) {
             EXPECT_NE(text.find(message.GetIdentifier() == "badLine" ? "12" : "R"),
                       std::string::npos);
@@ -53,14 +56,6 @@ TEST(MessageCatalog, EveryMessageOfTheLibraryAndTheHostHasItsText) {
     // And the catalogue holds nothing else.
     const auto catalog = resource_core::CatalogMessageIDs();
     EXPECT_EQ(std::set<std::string>(catalog.begin(), catalog.end()), ids);
-}
-
-TEST(MessageCatalog, LinesShowTextThenIdAndKeepTheBytesOfNames) {
-    // A name that is not UTF-8 comes out as the bytes it was.
-    EXPECT_EQ(
-        FormatMessageLine(VORLAN::vpath::nameNonexistentOrNotADirectory(u"d\xDCFF/caf\u00e9")),
-        "\"d\xFF/caf\xC3\xA9\" does not exist or is not a folder. "
-        "[VORLAN:vpath:nameNonexistentOrNotADirectory]");
 }
 
 }  // namespace

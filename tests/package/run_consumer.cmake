@@ -17,12 +17,27 @@ function(expect pattern)
     endif()
 endfunction()
 
-# The example resolves area on utils, adds geometry in front, and then finds geometry's area.
+# The example resolves area on utils, adds geometry in front, and then finds geometry's area; then
+# its readers resolve area while the path changes 50 times.
 function(expect_example_output)
-    expect("^area -> [^\n]*/utils/area.vl\nadded [^\n]*/geometry\n[0-9]+ added, 0 removed, special subfolders included\narea -> [^\n]*/geometry/area.vl\n$")
+    expect("^area -> [^\n]*/utils/area.vl\nadded [^\n]*/geometry\n[0-9]+ added, 0 removed, special subfolders included\narea -> [^\n]*/geometry/area.vl\n2 readers beside a writer: 50 changes, every answer from its reader's own state\n$")
 endfunction()
 
 step(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+
+# Every header lies in the project's own folder, never in folders other projects' headers share.
+file(GLOB top_level_includes RELATIVE ${prefix}/include ${prefix}/include/*)
+if(NOT top_level_includes STREQUAL "velmora")
+    message(FATAL_ERROR "include/ holds ${top_level_includes}, not only velmora/")
+endif()
+# ... and the CMake package names that folder, once, for each target.
+file(GLOB targets_file ${prefix}/*/cmake/VelmoraPathManagement/VelmoraPathManagementTargets.cmake)
+file(STRINGS ${targets_file} include_lines REGEX "INTERFACE_INCLUDE_DIRECTORIES")
+foreach(line IN LISTS include_lines)
+    if(NOT line MATCHES "^ *INTERFACE_INCLUDE_DIRECTORIES \"\\\${_IMPORT_PREFIX}/include/velmora\"$")
+        message(FATAL_ERROR "the CMake package's include folders: ${line}")
+    endif()
+endforeach()
 
 step(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${SCRATCH}/build -G Ninja
      -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
@@ -33,10 +48,18 @@ expect_example_output()
 file(GLOB_RECURSE pc_files ${prefix}/*/velmora-pathmanagement.pc)
 get_filename_component(pc_dir "${pc_files}" DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${pc_dir})
-step(${PKG_CONFIG} --cflags --libs velmora-pathmanagement)
+# The file names the install prefix; the scratch prefix stands in for it. Its flags are just the
+# one include folder: the language level is the consumer's choice.
+set(pc ${PKG_CONFIG} --define-variable=prefix=${prefix})
+step(${pc} --cflags velmora-pathmanagement)
+string(STRIP "${step_output}" cflags)
+if(NOT cflags STREQUAL "-I${prefix}/include/velmora")
+    message(FATAL_ERROR "pkg-config's Cflags are '${cflags}', not -I${prefix}/include/velmora")
+endif()
+step(${pc} --cflags --libs velmora-pathmanagement)
 separate_arguments(flags UNIX_COMMAND "${step_output}")
-step(${CXX} ${CONSUMER_DIR}/main.cpp ${flags} -o ${SCRATCH}/pc_example)
-step(${PKG_CONFIG} --variable=libdir velmora-pathmanagement)
+step(${CXX} -std=c++20 ${CONSUMER_DIR}/main.cpp ${flags} -o ${SCRATCH}/pc_example)
+step(${pc} --variable=libdir velmora-pathmanagement)
 string(STRIP "${step_output}" libdir)
 step(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir}
      ${SCRATCH}/pc_example ${EXAMPLES}/utils ${EXAMPLES}/geometry)

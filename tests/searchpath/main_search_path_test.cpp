@@ -50,16 +50,25 @@ TEST_F(MainSearchPathTest, ResolvesInPathOrderWithinTheScope) {
     const std::uint32_t privateOnly[] = {3};
     const std::uint32_t resourcesOnly[] = {5};
     const std::vector<ustring> none;
+    const auto ignoreCase = FilenameMatchingPolicy::IgnoreCase;
     struct Case {
         SearchScope scope;
         ustring name;
         const std::vector<ustring>& exts;
         std::string expected;
+        FilenameMatchingPolicy policy = FilenameMatchingPolicy::PlatformDefault;
     };
     const Case cases[] = {
         // Path order beats extension preference: the earlier folder's .vl wins over a later .vlx.
         {kPrimary, u"area", languageExtensions, "one/area.vl"},
-        {kPrimary, u"only", languageExtensions, "two/only.vl"},
+        // Within one folder the preferred extension wins, whatever the policy.
+        {kPrimary, u"only", languageExtensions, "two/only.vlp"},
+        {kPrimary, u"ONLY", languageExtensions, "two/only.vlp", ignoreCase},
+        // Ignoring case, the exact spelling is preferred; without one, the first by name.
+        {kPrimary, u"only.vl", languageExtensions, "two/only.vl", ignoreCase},
+        {kPrimary, u"ONLY.VL", languageExtensions, "two/Only.vl", ignoreCase},
+        {kPrimary, u"ONLY.VL", languageExtensions, ""},
+        {kPrimary, u"ONLY.VL", languageExtensions, "", FilenameMatchingPolicy::Exact},
         // A name's own extension narrows the search to it; no list looks for the exact name.
         {kPrimary, u"area.vlx", languageExtensions, "two/area.vlx"},
         {kPrimary, u"Readme", none, "two/Readme"},
@@ -83,30 +92,8 @@ TEST_F(MainSearchPathTest, ResolvesInPathOrderWithinTheScope) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(Velmora::text::ToNative(c.name));
-        EXPECT_EQ(Resolve(*path, tree, c.scope, c.name, c.exts), c.expected);
+        EXPECT_EQ(Resolve(*path, tree, c.scope, c.name, c.exts, c.policy), c.expected);
     }
-}
-
-TEST_F(MainSearchPathTest, IgnoreCasePrefersTheExactSpelling) {
-    tree.File("case/Area.vl");
-    tree.File("case/area.vl");
-    tree.File("case/twin.vl");
-    tree.File("case/twin.vlp");
-    ScanReport report;
-    path = MainSearchPath::Scan({tree.IRI("case")}, report);
-    // Within one folder the preferred extension wins, whatever the policy.
-    EXPECT_EQ(Resolve(*path, tree, kPrimary, u"twin", languageExtensions), "case/twin.vlp");
-    const auto ignoreCase = FilenameMatchingPolicy::IgnoreCase;
-    EXPECT_EQ(Resolve(*path, tree, kPrimary, u"area", languageExtensions, ignoreCase),
-              "case/area.vl");
-    // With no exact spelling, the first by name.
-    EXPECT_EQ(Resolve(*path, tree, kPrimary, u"AREA.VL", languageExtensions, ignoreCase),
-              "case/Area.vl");
-    // The other policies compare exactly.
-    EXPECT_EQ(Resolve(*path, tree, kPrimary, u"AREA", languageExtensions), "");
-    EXPECT_EQ(
-        Resolve(*path, tree, kPrimary, u"AREA", languageExtensions, FilenameMatchingPolicy::Exact),
-        "");
 }
 
 TEST_F(MainSearchPathTest, EntriesKnowTheirMainEntryParentAndOrder) {

@@ -2,7 +2,7 @@
 // A small path of two scanned folders for the tests of the main search path.
 //
 //   one/                          two/
-//     area.vl  shared.vl            area.vlx  shared.vlp  only.vl  Readme
+//     area.vl  shared.vl            area.vlx  shared.vlp  only.vl  Only.vl  only.vlp  Readme
 //     +pkg/ f.vl                    @Point/ Point.vl
 //       +inner/ g.vl
 //       @Cls/ Cls.vl
@@ -25,11 +25,12 @@ inline constexpr std::uint32_t kFull[] = {0, 1, 2, 3, 4};
 class TwoFolderPath : public TempTreeTest {
   protected:
     void SetUp() override {
-        for (const char* f : {"one/area.vl", "one/shared.vl", "one/+pkg/f.vl",
-                              "one/+pkg/+inner/g.vl", "one/+pkg/@Cls/Cls.vl", "one/@Point/Point.vl",
-                              "one/@Point/norm.vl", "one/private/area.vl", "one/private/secret.vl",
-                              "one/resources/area.vl", "two/area.vlx", "two/shared.vlp",
-                              "two/only.vl", "two/Readme", "two/@Point/Point.vl"}) {
+        for (const char* f :
+             {"one/area.vl", "one/shared.vl", "one/+pkg/f.vl", "one/+pkg/+inner/g.vl",
+              "one/+pkg/@Cls/Cls.vl", "one/@Point/Point.vl", "one/@Point/norm.vl",
+              "one/private/area.vl", "one/private/secret.vl", "one/resources/area.vl",
+              "two/area.vlx", "two/shared.vlp", "two/only.vl", "two/Only.vl", "two/only.vlp",
+              "two/Readme", "two/@Point/Point.vl"}) {
             tree.File(f);
         }
         Velmora::SearchPath::ScanReport report;

@@ -1,6 +1,7 @@
 // The watcher follows what the user names (a folder of the path, the path definition file), not
 // the inode that had the name when the watch began; and it keeps following when inotify runs out.
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -9,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -27,37 +29,39 @@ using Velmora::SearchPath::FolderEntry;
 using Velmora::SearchPath::MainSearchPath;
 using Velmora::SearchPath::MainSearchPathManager;
 using Velmora::SearchPath::PathPoller;
+using Velmora::SearchPath::PathState;
 using Velmora::SearchPath::PathWatcher;
 using vpath_test::FaultSystem;
 using namespace std::chrono_literals;
 
 // A manager's path with a path definition file of the test's choosing, whose reloads are counted
-// rather than read: what is watched is the question, not what the file says.
+// rather than read: what is watched is the question, not what the file says. Its refreshes can be
+// made slow, to hold the watcher up.
 class CountedPath final : public Velmora::SearchPath::IWatchedPath {
   public:
     CountedPath(const std::vector<AbsoluteIRI>& folders, std::string pathDefinition)
         : m_manager(folders, {}), m_pathDefinition(std::move(pathDefinition)) {
         m_manager.AddPathChangeObserver([this](const auto&) { Tell(); });
     }
-    std::shared_ptr<const MainSearchPath> GetSnapshot() const override {
-        return m_manager.GetSnapshot();
-    }
-    std::shared_ptr<const std::vector<AbsoluteIRI>> GetPathFolderIRIs() const override {
-        return m_manager.GetPathFolderIRIs();
-    }
-    void Refresh() override { m_manager.Refresh(); }
-    bool RefreshFolders(const std::vector<AbsoluteIRI>& locations) override {
+    std::shared_ptr<const PathState> GetState() const override { return m_manager.GetState(); }
+    std::shared_ptr<const MainSearchPath> GetSnapshot() const { return m_manager.GetSnapshot(); }
+    std::shared_ptr<const PathState> Refresh() override { return m_manager.Refresh(); }
+    std::shared_ptr<const PathState> RefreshFolders(
+        const std::vector<AbsoluteIRI>& locations) override {
+        std::this_thread::sleep_for(std::chrono::milliseconds(refreshDelayMs.load()));
         return m_manager.RefreshFolders(locations);
     }
-    bool ReloadPathDefinition(foundation::core::except::Notification&) override {
+    std::shared_ptr<const PathState> ReloadPathDefinition(
+        foundation::core::except::Notification&) override {
         {
             std::lock_guard lock(m_mutex);
             ++m_reloads;
         }
         Tell();
-        return false;
+        return nullptr;
     }
     std::string GetPathDefinitionPath() const override { return m_pathDefinition; }
+    std::atomic<int> refreshDelayMs{0};
 
     // Waits, up to `limit`, until `done` holds of the path and the reloads so far.
     bool WaitFor(const std::function<bool(const MainSearchPath&, int reloads)>& done,
@@ -121,6 +125,25 @@ class PathWatcherNamesTest : public vpath_test::TempTreeTest {
 
 // Deploy scripts swap a folder by rename, or remove it and make it again, or re-point a link: the
 // folder that has the name now is read and watched, so a file made in it later is seen too.
+// A thread that made a file and waits for the watcher gets a state that shows the file, even when
+// the file came while the watcher was busy with an earlier one and is slow to read folders.
+TEST_F(PathWatcherNamesTest, WaitUntilSettledReturnsOnceTheRefreshIsPublished) {
+    tree.Folder("one");
+    tree.Folder("two");
+    Start();
+    path->refreshDelayMs = 50;
+    for (int round = 0; round < 4; ++round) {
+        const std::string wanted = "two/wanted" + std::to_string(round) + ".vl";
+        SCOPED_TRACE(wanted);
+        tree.File("one/busy" + std::to_string(round) + ".vl");
+        std::this_thread::sleep_for(10ms);
+        tree.File(wanted);
+        const auto state = watcher->WaitUntilSettled(10s);
+        ASSERT_TRUE(state);
+        EXPECT_TRUE(Holds(*state->path, wanted));
+    }
+}
+
 TEST_F(PathWatcherNamesTest, AFolderOfThePathIsFollowedByItsName) {
     tree.File("one/a.vl");
     tree.File("two/b.vl");

@@ -3,10 +3,13 @@
 // base name.
 //
 //   const std::vector<ustring> exts = {u".vlx", u".vlp", u".vl"};
-//   auto t = CreateSearchTargetWithExtensionInFilenamePreferred(u"area", exts);
+//   const ustring area = u"area", areaVl = u"area.vl";
+//   auto t = CreateSearchTargetWithExtensionInFilenamePreferred(area, exts);
 //   // t borrows: *t.baseName == u"area", *t.extensions == exts
-//   auto u = CreateSearchTargetWithExtensionInFilenamePreferred(u"area.vl", exts);
+//   auto u = CreateSearchTargetWithExtensionInFilenamePreferred(areaVl, exts);
 //   // u owns: *u.baseName == u"area", *u.extensions == {u".vl"}
+//   CreateSearchTargetWithExtensionInFilenamePreferred(u"area", exts);  // does not compile: the
+//                                                 // temporary name would die before the target
 //
 //   GetPathEntryTypeFromBaseName(u"+shapes")  => PathEntryType::PlusFolder
 //   GetPathEntryTypeFromBaseName(u"Private")  => PathEntryType::Ordinary
@@ -57,9 +60,13 @@ struct SearchTarget {
     const ustring* baseName;
     const std::vector<ustring>* extensions;
 
-    // A borrowing target: copies nothing and allocates nothing.
+    // A borrowing target: copies nothing and allocates nothing. A temporary name or list would
+    // be gone before the target is used, so those calls do not compile; Owning takes them.
     SearchTarget(const ustring& name, const std::vector<ustring>& exts) noexcept
         : baseName(&name), extensions(&exts) {}
+    SearchTarget(const ustring&&, const std::vector<ustring>&) = delete;
+    SearchTarget(const ustring&, const std::vector<ustring>&&) = delete;
+    SearchTarget(const ustring&&, const std::vector<ustring>&&) = delete;
 
     // An owning target.
     static SearchTarget Owning(ustring name, std::vector<ustring> exts) {
@@ -115,7 +122,9 @@ struct SearchTarget {
 
 // CreateSearchTargetWithExtensionInFilenamePreferred: the target for a name that may carry its own
 // extension. An extension written in the name wins and the list is then ignored; otherwise the
-// target borrows the name and the list, which must outlive it.
+// target borrows the name and the list, which must outlive it. A temporary name or list (a
+// literal, a conversion such as FromNative(text), a braced list) is refused at compile time, as it
+// would be destroyed at the end of the call's statement.
 //
 //   (u"area", {".vl"})        => borrows: u"area" with {".vl"}
 //   (u"area.vlp", {".vl"})    => owns: u"area" with {".vlp"}
@@ -125,5 +134,11 @@ struct SearchTarget {
 VELMORA_PATHMANAGEMENT_EXPORT detail::SearchTarget
 CreateSearchTargetWithExtensionInFilenamePreferred(const ustring& name,
                                                    const std::vector<ustring>& extensions);
+detail::SearchTarget CreateSearchTargetWithExtensionInFilenamePreferred(
+    const ustring&&, const std::vector<ustring>&) = delete;
+detail::SearchTarget CreateSearchTargetWithExtensionInFilenamePreferred(
+    const ustring&, const std::vector<ustring>&&) = delete;
+detail::SearchTarget CreateSearchTargetWithExtensionInFilenamePreferred(
+    const ustring&&, const std::vector<ustring>&&) = delete;
 
 }  // namespace Velmora::PathManagement

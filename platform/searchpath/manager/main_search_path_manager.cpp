@@ -247,35 +247,38 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
                             std::move(warnings)));
 }
 
-void MainSearchPathManager::Refresh() {
+std::shared_ptr<const PathState> MainSearchPathManager::Refresh() {
     RefuseRecursiveChange();
     std::unique_lock lock(m_changeMutex);
     const auto old = CurrentState();
     ScanReport report;
     auto path = MainSearchPath::Scan(*old->folders, report, &m_cache);
     if (SameEntries(*path, *old->path))
-        return;
+        return nullptr;
     m_cache.Retain(EntriesOf(path));
-    Publish(PathChangeKind::Refreshed, MakeState(old->folders, std::move(path), std::move(report)));
+    return Publish(PathChangeKind::Refreshed,
+                   MakeState(old->folders, std::move(path), std::move(report)));
 }
 
-std::shared_ptr<const MainSearchPathManager::State> MainSearchPathManager::MakeState(
+std::shared_ptr<MainSearchPathManager::State> MainSearchPathManager::MakeState(
     std::shared_ptr<const FolderList> folders, std::shared_ptr<const MainSearchPath> path,
     ScanReport warnings) const {
     auto packages = std::make_shared<const std::vector<ComponentIdentifier>>(
         m_options.packages ? PackagesOn(*m_options.packages, *folders)
                            : std::vector<ComponentIdentifier>{});
-    return std::make_shared<const State>(
-        State{std::move(folders), std::move(path), std::move(packages),
-              std::make_shared<const ScanReport>(std::move(warnings))});
+    return std::make_shared<State>(State{{0, std::move(folders), std::move(path),
+                                          std::make_shared<const ScanReport>(std::move(warnings))},
+                                         std::move(packages)});
 }
 
-// Called with the change mutex held, so that observers learn of changes one at a time and in the
-// order they were made.
-void MainSearchPathManager::Publish(PathChangeKind kind, std::shared_ptr<const State> state) {
+// Called with the change mutex held, so that generations follow one another without a gap and
+// observers learn of changes one at a time, in the order of their generations.
+std::shared_ptr<const PathState> MainSearchPathManager::Publish(PathChangeKind kind,
+                                                                std::shared_ptr<State> state) {
     std::shared_ptr<const State> old;
     {
         std::lock_guard lock(m_stateMutex);
+        state->generation = m_state->generation + 1;
         old = std::exchange(m_state, state);
     }
     if (m_pathCache)
@@ -288,8 +291,8 @@ void MainSearchPathManager::Publish(PathChangeKind kind, std::shared_ptr<const S
             observers.push_back(observer);
     }
     if (observers.empty())
-        return;
-    const PathChange change{kind, old->path, state->path};
+        return state;
+    const PathChange change{kind, old->path, state->path, state->generation};
     std::exception_ptr failure;
     m_notifyingThread.store(std::this_thread::get_id());
     // Every observer hears of the change, even when one before it throws; the first exception is
@@ -305,6 +308,7 @@ void MainSearchPathManager::Publish(PathChangeKind kind, std::shared_ptr<const S
     m_notifyingThread.store(std::thread::id());
     if (failure)
         std::rethrow_exception(failure);
+    return state;
 }
 
 std::shared_ptr<const MainSearchPathManager::State> MainSearchPathManager::CurrentState() const {
@@ -319,6 +323,10 @@ void MainSearchPathManager::RefuseRecursiveChange() const {
 
 std::shared_ptr<const PathManagement::IPath> MainSearchPathManager::GetPath() const {
     return CurrentState()->path;
+}
+
+std::shared_ptr<const PathState> MainSearchPathManager::GetState() const {
+    return CurrentState();
 }
 
 std::shared_ptr<const MainSearchPath> MainSearchPathManager::GetSnapshot() const {

@@ -55,7 +55,8 @@ std::vector<std::shared_ptr<const FolderEntry>> InListOrder(
 
 }  // namespace
 
-bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locations) {
+std::shared_ptr<const PathState> MainSearchPathManager::RefreshFolders(
+    const std::vector<AbsoluteIRI>& locations) {
     RefuseRecursiveChange();
     std::unique_lock lock(m_changeMutex);
     const auto old = CurrentState();
@@ -115,7 +116,7 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
     }
     // Folders that read the same are the same objects: nothing to tell.
     if (replaced.empty() && appearing.empty())
-        return false;
+        return nullptr;
     ScanReport warnings;
     for (const auto& problem : old->warnings->Problems()) {
         if (std::none_of(appearing.begin(), appearing.end(),
@@ -132,22 +133,22 @@ bool MainSearchPathManager::RefreshFolders(const std::vector<AbsoluteIRI>& locat
     // large path costs no pass over all of them.
     m_cache.Retain(std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>>(
         path, &path->GetFolderEntries()));
-    Publish(PathChangeKind::Refreshed,
-            MakeState(old->folders, std::move(path), std::move(warnings)));
-    return true;
+    return Publish(PathChangeKind::Refreshed,
+                   MakeState(old->folders, std::move(path), std::move(warnings)));
 }
 
-bool MainSearchPathManager::ReloadPathDefinition(Notification& problems) {
+std::shared_ptr<const PathState> MainSearchPathManager::ReloadPathDefinition(
+    Notification& problems) {
     if (!m_options.pathDefinition)
-        return false;
+        return nullptr;
     RefuseRecursiveChange();
     std::unique_lock lock(m_changeMutex);
     auto contents = m_options.pathDefinition->Load(problems);
     if (contents.outcome != PathDefinitionFile::Outcome::Loaded)
-        return false;
+        return nullptr;
     const auto old = CurrentState();
     if (contents.folders == *old->folders)
-        return false;
+        return nullptr;
     const boost::unordered_flat_set<AbsoluteIRI> before(old->folders->begin(), old->folders->end());
     const bool grew = std::any_of(contents.folders.begin(), contents.folders.end(),
                                   [&](const AbsoluteIRI& f) { return !before.contains(f); });
@@ -155,10 +156,9 @@ bool MainSearchPathManager::ReloadPathDefinition(Notification& problems) {
     auto path = MainSearchPath::Scan(contents.folders, warnings, &m_cache);
     m_cache.Retain(std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>>(
         path, &path->GetFolderEntries()));
-    Publish(grew ? PathChangeKind::Added : PathChangeKind::Removed,
-            MakeState(std::make_shared<const FolderList>(std::move(contents.folders)),
-                      std::move(path), std::move(warnings)));
-    return true;
+    return Publish(grew ? PathChangeKind::Added : PathChangeKind::Removed,
+                   MakeState(std::make_shared<const FolderList>(std::move(contents.folders)),
+                             std::move(path), std::move(warnings)));
 }
 
 }  // namespace Velmora::SearchPath

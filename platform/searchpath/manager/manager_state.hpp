@@ -8,11 +8,9 @@
 
 namespace Velmora::SearchPath {
 
-struct MainSearchPathManager::State {
-    std::shared_ptr<const FolderList> folders;
-    std::shared_ptr<const MainSearchPath> path;
+// What GetState shows, and what only the manager's own calls read.
+struct MainSearchPathManager::State : PathState {
     std::shared_ptr<const std::vector<VorlanComponents::ComponentIdentifier>> packages;
-    std::shared_ptr<const ScanReport> warnings;
 };
 
 }  // namespace Velmora::SearchPath

@@ -1,6 +1,7 @@
 #include <velmora/searchpath/folder_scanner.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <mutex>
@@ -26,6 +27,8 @@ using foundation::storage::vfs::CanonicalAbsoluteIRI;
 using PathManagement::GetPathEntryTypeFromBaseName;
 
 namespace {
+
+std::atomic<std::uint64_t> g_foldersListed{0};
 
 foundation::log::DiagnosticLogger& ScanLog() {
     static foundation::log::DiagnosticLogger log("platform::searchpath::scan");
@@ -134,6 +137,7 @@ class TreeScan {
         if (!files) {
             os::FolderListing listing;
             const std::int64_t listedNs = NowNs();
+            g_foldersListed.fetch_add(1, std::memory_order_relaxed);
             if (const int err = os::System().ListFolder(native, listing); err != 0) {
                 return Fail(location, err);
             }
@@ -508,6 +512,10 @@ std::vector<std::shared_ptr<const FolderEntry>> FolderScanner::ScanMainEntries(
     for (const auto& r : reports)
         report.Append(r);
     return entries;
+}
+
+std::uint64_t FoldersListed() noexcept {
+    return g_foldersListed.load(std::memory_order_relaxed);
 }
 
 std::vector<AbsoluteIRI> ListOrdinarySubfolders(const AbsoluteIRI& root) {

@@ -31,7 +31,7 @@ void PathPoller::Poll(foundation::core::except::Notification& problems) {
     const std::int64_t since =
         std::chrono::duration_cast<std::chrono::nanoseconds>(start.time_since_epoch()).count() -
         m_options.granularity.count();
-    for (const auto& entry : m_path.GetSnapshot()->GetFolderEntries())
+    for (const auto& entry : m_path.GetState()->path->GetFolderEntries())
         CollectRecent(*entry, since, m_untrusted);
 }
 

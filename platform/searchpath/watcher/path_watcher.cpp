@@ -1,6 +1,7 @@
 #include <velmora/searchpath/path_watcher.hpp>
 
 #include <algorithm>
+#include <condition_variable>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -103,7 +104,8 @@ struct PathWatcher::Impl {
     // watch existed: it is listed again now, so that a file made in between is not missed
     // (watched first, listed after).
     void Rewatch() {
-        const auto current = manager.GetSnapshot();
+        const auto state = manager.GetState();
+        const auto& current = state->path;
         if (current == watchedSnapshot)
             return;
         const auto& now = current->GetFolderEntries();
@@ -132,7 +134,7 @@ struct PathWatcher::Impl {
         // Freeing a large path's lists takes a while: done when nothing is waiting to be reported.
         retired.push_back(std::move(watchedSnapshot));
         watchedSnapshot = current;
-        AwaitMissing(*current);
+        AwaitMissing(*state);
         if (fresh.empty())
             return;
         try {
@@ -192,9 +194,9 @@ struct PathWatcher::Impl {
 
     // Folders of the list that are not on the path do not exist (or cannot be used): each is
     // awaited, to be read when it appears. Looked at only when the folders on the path change.
-    void AwaitMissing(const MainSearchPath& current) {
-        const auto list = manager.GetPathFolderIRIs();
-        const auto& now = current.GetFolderEntries();
+    void AwaitMissing(const PathState& state) {
+        const auto& list = state.folders;
+        const auto& now = state.path->GetFolderEntries();
         if (list == awaitedList && now.size() == awaitedCount)
             return;
         awaitedList = list;
@@ -260,20 +262,43 @@ struct PathWatcher::Impl {
         }
         std::lock_guard lock(pendingMutex);
         pending.insert(pending.end(), changed.begin(), changed.end());
+        caughtUp.store(true);
+    }
+
+    // The latest ticket of WaitUntilSettled not served yet; 0 for none.
+    std::uint64_t SettleAsked() {
+        std::lock_guard lock(settleMutex);
+        return settleAsked > settleDone ? settleAsked : 0;
+    }
+    void Settle(std::uint64_t asked) {
+        std::lock_guard lock(settleMutex);
+        settleDone = asked;
+        settled.notify_all();
     }
 
     void Run() {
         auto nextPoll = Clock::now() + options.pollInterval;
         while (!stop.load()) {
+            // A round that starts after a caller of WaitUntilSettled asked reads every event
+            // queued before it asked, and the catch-up's findings once they are in.
+            const bool caughtUpBefore = caughtUp.load();
+            const std::uint64_t asked = SettleAsked();
             auto wait = kIdle;
             if (folders->Polling()) {
                 wait = std::min(wait, std::chrono::duration_cast<std::chrono::milliseconds>(
                                           std::max(nextPoll - Clock::now(), Clock::duration{})));
             }
-            auto changes = Gather(retired.empty() ? wait : std::chrono::milliseconds(0));
+            // Asked to settle, the round reads what is queued and goes on, unless the catch-up is
+            // still to come in: then it looks again shortly.
+            if (asked != 0)
+                wait =
+                    caughtUpBefore ? std::chrono::milliseconds(0) : std::min(wait, options.settle);
+            if (!retired.empty())
+                wait = std::chrono::milliseconds(0);
+            auto changes = Gather(wait);
             if (changes.Empty())
                 retired.clear();
-            if (folders->Polling() && Clock::now() >= nextPoll) {
+            if (folders->Polling() && (asked != 0 || Clock::now() >= nextPoll)) {
                 folders->Poll(changes);
                 nextPoll = Clock::now() + options.pollInterval;
             }
@@ -289,6 +314,8 @@ struct PathWatcher::Impl {
             polling.store(folders->Polling());
             if (sync)
                 sync->Passed(changes.synced, changes.overflow);
+            if (asked != 0 && caughtUpBefore)
+                Settle(asked);
         }
     }
 
@@ -304,6 +331,12 @@ struct PathWatcher::Impl {
     std::size_t awaitedCount = 0;
     std::mutex pendingMutex;
     std::vector<AbsoluteIRI> pending;
+    std::atomic<bool> caughtUp{false};  // CatchUp's findings are in `pending`
+    // The tickets of WaitUntilSettled's callers, and the latest one served.
+    std::mutex settleMutex;
+    std::condition_variable settled;
+    std::uint64_t settleAsked = 0;
+    std::uint64_t settleDone = 0;
     foundation::messaging::Subscription subscription;
     std::atomic<bool> stop{false};
     std::atomic<bool> polling{false};
@@ -358,6 +391,18 @@ PathWatcher::SyncResult PathWatcher::Sync(std::chrono::milliseconds timeout) {
     return m_impl->sync->Await(timeout) == detail::SyncPoint::Outcome::Passed
                ? SyncResult::Synced
                : SyncResult::Revalidate;
+}
+
+std::shared_ptr<const PathState> PathWatcher::WaitUntilSettled(std::chrono::milliseconds timeout) {
+    Impl& impl = *m_impl;
+    if (std::this_thread::get_id() == impl.thread.get_id())
+        throw std::logic_error("PathWatcher::WaitUntilSettled: called on the watcher's own thread");
+    std::unique_lock lock(impl.settleMutex);
+    const std::uint64_t ticket = ++impl.settleAsked;
+    if (!impl.settled.wait_for(lock, timeout, [&] { return impl.settleDone >= ticket; }))
+        return nullptr;
+    lock.unlock();
+    return impl.manager.GetState();
 }
 
 PathWatcher::~PathWatcher() {

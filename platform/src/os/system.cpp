@@ -342,6 +342,7 @@ class RealSystemImpl final : public ISystem {
     }
 
     std::uint32_t ProcessId() override { return static_cast<std::uint32_t>(::getpid()); }
+    bool IsTerminal(int descriptor) override { return ::isatty(descriptor) == 1; }
 
     int OpenFileForWriting(const std::string& path, int& descriptor) override {
         const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
@@ -441,6 +442,10 @@ bool ISystem::ProcessExists(std::uint32_t process) {
 
 std::uint32_t ISystem::ProcessId() {
     return RealInstance().ProcessId();
+}
+
+bool ISystem::IsTerminal(int descriptor) {
+    return RealInstance().IsTerminal(descriptor);
 }
 
 ISystem& System() {

@@ -1,5 +1,6 @@
 #include "cli_app.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <exception>
@@ -14,6 +15,7 @@
 #include "build_info.hpp"
 #include "docgen.hpp"
 #include "global_options.hpp"
+#include "reference.hpp"
 #include "suggest.hpp"
 
 namespace vpath_cli {
@@ -66,7 +68,16 @@ std::string Footer(const std::string& command) {
     }
     if (!footer.empty())
         footer += "\n";
-    footer += "Global options go before or after the command alike.\n\nExit status:\n";
+    footer += "Global options go before or after the command alike; '--' ends the options.\n";
+    if (command.empty()) {
+        std::string topics;
+        for (const ReferenceSection& section : ReferenceSections()) {
+            if (section.topic != nullptr)
+                topics += (topics.empty() ? "" : ", ") + std::string(section.topic);
+        }
+        footer += fmt::format("\nMore in 'man vpath' and 'vpath help TOPIC': {}.\n", topics);
+    }
+    footer += "\nExit status:\n";
     for (const auto& [status, meaning] : kExitStatuses)
         footer += fmt::format("  {}{}", status, Indented(meaning, 5).substr(3));
     return footer;
@@ -89,6 +100,8 @@ std::optional<int> ReportUnknownArguments(CLI::App& app) {
     for (CLI::App* scope : scopes) {
         const std::string name = scope == &app ? "" : scope->get_name();
         for (const std::string& argument : scope->remaining()) {
+            if (argument == "--")
+                continue;  // left among the extras though it only ended the options
             if (argument.size() > 1 && argument[0] == '-') {
                 const std::string option = argument.substr(0, argument.find('='));
                 return UsageError(name, fmt::format("unknown option '{}'{}", option,
@@ -104,6 +117,52 @@ std::optional<int> ReportUnknownArguments(CLI::App& app) {
         }
     }
     return std::nullopt;
+}
+
+constexpr const char* kHelpCommand = "help";
+
+const CLI::App* Named(const std::vector<const CLI::App*>& subcommands, const std::string& name) {
+    const auto at = std::find_if(subcommands.begin(), subcommands.end(),
+                                 [&](const CLI::App* sub) { return sub->get_name() == name; });
+    return at == subcommands.end() ? nullptr : *at;
+}
+
+// The text of vpath help [COMMAND|TOPIC]: what --help prints for vpath or for the command, or a
+// section of the reference; nothing for a name that is neither.
+std::optional<std::string> HelpText(const CLI::App& app, const std::string& name) {
+    if (name.empty()) {
+        // As app.help() would, were the help command not the one chosen.
+        return app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
+    }
+    if (const CLI::App* command = Named(Subcommands(app), name))
+        return command->help(app.get_name());
+    for (const ReferenceSection& section : ReferenceSections()) {
+        if (section.topic != nullptr && name == section.topic)
+            return PlainText(section);
+    }
+    return std::nullopt;
+}
+
+std::optional<int> RunHelp(const CLI::App& app) {
+    const CLI::App* help = Named(Subcommands(app), kHelpCommand);
+    if (help == nullptr || !help->parsed())
+        return std::nullopt;
+    const CLI::Option* given = help->get_option("command");
+    const std::string name = given->count() == 0 ? "" : given->as<std::string>();
+    const auto text = HelpText(app, name);
+    if (!text) {
+        std::vector<std::string> names;
+        for (const CLI::App* sub : Subcommands(app))
+            names.push_back(sub->get_name());
+        for (const ReferenceSection& section : ReferenceSections()) {
+            if (section.topic != nullptr)
+                names.push_back(section.topic);
+        }
+        return UsageError(kHelpCommand, fmt::format("unknown command or topic '{}'{}", name,
+                                                    DidYouMean(name, names)));
+    }
+    std::fwrite(text->data(), 1, text->size(), stdout);
+    return kExitOk;
 }
 
 int ReportParseError(CLI::App& app, const CLI::ParseError& error) {
@@ -145,6 +204,8 @@ int Dispatch(CLI::App& app, const std::vector<Command>& commands, int argc, char
         return *status;
     if (const auto generated = GeneratedDocument(app))
         return std::fwrite(generated->data(), 1, generated->size(), stdout), kExitOk;
+    if (const auto status = RunHelp(app))
+        return *status;
     try {
         for (const auto& command : commands) {
             if (!command.app->parsed())
@@ -207,7 +268,13 @@ void SetUpApp(CLI::App& app, PathOptions& pathOptions) {
     AddGlobalOptions(app, pathOptions);
     AddDocumentOption(app);
     app.allow_extras();
+    // One command a line: a command's arguments that are named like commands ("vpath which ls",
+    // "vpath help which") are its arguments.
+    app.require_subcommand(0, 1);
     app.footer(Footer(""));
+    app.add_subcommand(kHelpCommand, "Print the help of vpath, or of a command: what --help prints")
+        ->add_option("command", "The command whose help to print, or a topic of the reference")
+        ->type_name("COMMAND");
     for (const CLI::App* listed : Subcommands(app)) {
         CLI::App* sub = app.get_subcommand(listed->get_name());
         AddGlobalOptions(*sub, pathOptions);

@@ -1,6 +1,7 @@
 #include "suggest.hpp"
 
 #include <algorithm>
+#include <cctype>
 #include <limits>
 
 namespace vpath_cli {
@@ -30,10 +31,38 @@ std::size_t Letters(const std::string& name) {
     return name.size() - std::min(name.find_first_not_of('-'), name.size());
 }
 
+bool SameLetter(char a, char b) {
+    return std::tolower(static_cast<unsigned char>(a)) ==
+           std::tolower(static_cast<unsigned char>(b));
+}
+
+// For a short option, one letter: every other short option is one edit away, so likeness is told by
+// the letter. The short option of the other case is meant, else the long ones of that initial
+// ("-V" for "--version").
+std::vector<std::string> NearestToShort(const std::string& typed,
+                                        const std::vector<std::string>& candidates) {
+    std::vector<std::string> nearest;
+    for (const auto& candidate : candidates) {
+        if (candidate.size() == 2 && candidate[0] == '-' && SameLetter(candidate[1], typed[1]))
+            nearest.push_back(candidate);
+    }
+    if (!nearest.empty())
+        return nearest;
+    for (const auto& candidate : candidates) {
+        if (candidate.size() > 2 && candidate.compare(0, 2, "--") == 0 &&
+            SameLetter(candidate[2], typed[1])) {
+            nearest.push_back(candidate);
+        }
+    }
+    return nearest;
+}
+
 }  // namespace
 
 std::vector<std::string> NearestNames(const std::string& typed,
                                       const std::vector<std::string>& candidates) {
+    if (typed.size() == 2 && typed[0] == '-' && typed[1] != '-')
+        return NearestToShort(typed, candidates);
     std::vector<std::string> prefixed;
     for (const auto& candidate : candidates) {
         if (Letters(typed) >= 2 && candidate.size() > typed.size() &&

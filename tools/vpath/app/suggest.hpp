@@ -13,6 +13,8 @@ namespace vpath_cli {
 //   NearestNames("whcih", {"which", "watch", "path"})  => {"which"}
 //   NearestNames("--path-f", {"--path", "--path-file"}) => {"--path-file"}
 //   NearestNames("xyzzy", {"which", "ls"})              => {}
+//   NearestNames("-V", {"-h", "--help", "--version"})   => {"--version"}  a short option by its
+//   letter NearestNames("-A", {"-a", "--all", "--json"})       => {"-a"}
 std::vector<std::string> NearestNames(const std::string& typed,
                                       const std::vector<std::string>& candidates);
 

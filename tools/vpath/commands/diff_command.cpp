@@ -13,6 +13,7 @@
 
 #include "commands.hpp"
 #include "context/path_cache_use.hpp"
+#include "context/start_progress.hpp"
 #include "output/change_report.hpp"
 
 namespace vpath_cli {
@@ -64,6 +65,8 @@ bool WorthItsCache(const std::vector<AbsoluteIRI>& newFolders,
 }
 
 int RunDiff(const DiffOptions& options) {
+    std::optional<StartProgress> progress;
+    progress.emplace();
     // The new path's file is read while the old path starts: neither waits for the other.
     std::vector<AbsoluteIRI> newFolders;
     tbb::task_group reading;
@@ -96,6 +99,7 @@ int RunDiff(const DiffOptions& options) {
     cache.Retain(known);
     const auto after = MainSearchPath::Revalidate(newFolders, known, problems, &cache,
                                                   before->GetFolderEntries().size());
+    progress.reset();
     PrintWarnings(problems);
     SaveCacheIfWorthIt(oldCache, oldLoaded, before->GetFolderEntries());
     if (useNewCache)

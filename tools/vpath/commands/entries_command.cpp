@@ -21,6 +21,7 @@ struct EntriesOptions {
     std::vector<std::string> partials;
     bool strict = false;
     bool json = false;
+    bool null = false;
 };
 
 // The entries that `partial` names, in path order. The strict form names a subset of what the
@@ -57,8 +58,10 @@ int RunEntries(const EntriesOptions& options, const PathOptions& pathOptions) {
             out += JsonLine({{"partial", partial}, {"entries", std::move(list)}});
             continue;
         }
-        for (const auto& entry : entries)
-            out += DisplayBytes(entry->GetAbsoluteIRI()) + "\n";
+        for (const auto& entry : entries) {
+            out += DisplayBytes(entry->GetAbsoluteIRI());
+            out += EndOfPath(options.null);
+        }
     }
     Print(out);
     return status;
@@ -76,7 +79,8 @@ Command RegisterEntries(CLI::App& app, const PathOptions& pathOptions) {
     entries->add_flag("--strict", options->strict,
                       "\"+\", \"@\" and private folders exactly as written, and no special "
                       "folder left unnamed above the match");
-    entries->add_flag("--json", options->json, "One JSON object per partial pathname");
+    auto* json = entries->add_flag("--json", options->json, "One JSON object per partial pathname");
+    AddNullFlag(*entries, options->null)->excludes(json);
     return {entries, [options, &pathOptions] { return RunEntries(*options, pathOptions); }};
 }
 

@@ -17,6 +17,7 @@ struct LsOptions {
     std::vector<std::string> extensions;
     bool packages = false;
     bool json = false;
+    bool null = false;
 };
 
 int RunLs(const LsOptions& options, const PathOptions& pathOptions) {
@@ -41,7 +42,7 @@ int RunLs(const LsOptions& options, const PathOptions& pathOptions) {
     std::string out;
     for (const auto& f : found) {
         out += NativePathOf(*f.GetPathItem());
-        out += '\n';
+        out += EndOfPath(options.null);
     }
     std::fwrite(out.data(), 1, out.size(), stdout);
     return kExitOk;
@@ -57,7 +58,8 @@ Command RegisterLs(CLI::App& app, const PathOptions& pathOptions) {
                    "language's own (.vlx, .vlp, .vl)")
         ->type_name("EXT");
     ls->add_flag("--packages", options->packages, "Also list package, class and private folders");
-    ls->add_flag("--json", options->json, "One JSON array of the files, for scripts");
+    auto* json = ls->add_flag("--json", options->json, "One JSON array of the files, for scripts");
+    AddNullFlag(*ls, options->null)->excludes(json);
     return {ls, [options, &pathOptions] { return RunLs(*options, pathOptions); }};
 }
 

@@ -33,9 +33,9 @@ struct FolderArguments {
     bool atEnd = false;
 };
 
-void PrintLine(const std::string& bytes) {
+void PrintLine(const std::string& bytes, char end = '\n') {
     std::fwrite(bytes.data(), 1, bytes.size(), stdout);
-    std::fputc('\n', stdout);
+    std::fputc(end, stdout);
 }
 
 std::vector<ustring> Texts(const std::vector<std::string>& arguments) {
@@ -46,7 +46,7 @@ std::vector<ustring> Texts(const std::vector<std::string>& arguments) {
     return texts;
 }
 
-int RunPath(const PathOptions& pathOptions, bool json) {
+int RunPath(const PathOptions& pathOptions, bool json, bool null) {
     std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
     if (auto given = GivenFolders(pathOptions)) {
         folders = std::move(*given);
@@ -63,7 +63,7 @@ int RunPath(const PathOptions& pathOptions, bool json) {
         return kExitOk;
     }
     for (const auto& folder : folders)
-        PrintLine(DisplayBytes(folder));
+        PrintLine(DisplayBytes(folder), EndOfPath(null));
     return kExitOk;
 }
 
@@ -100,9 +100,52 @@ void PrintFoldersWithoutEntry(const char* what,
     }
 }
 
+// The folders named by `texts` that a change from `before` to `after` moved, in their order on
+// `after`: each one on both paths whose place among the other folders on both changed. The folders
+// that only shifted to make room for them did not move, though comparing the two orders alone could
+// as well name those.
+std::vector<foundation::storage::vfs::AbsoluteIRI> MovedFolders(
+    const std::vector<foundation::storage::vfs::AbsoluteIRI>& before,
+    const std::vector<foundation::storage::vfs::AbsoluteIRI>& after,
+    const std::vector<std::string>& texts) {
+    FolderSet named;
+    for (std::string text : texts) {
+        while (text.size() > 1 && text.back() == '/')
+            text.pop_back();
+        try {
+            named.insert(ToFolderIRI(Arg(text)));
+        } catch (const std::exception&) {
+            // not a folder text: the change itself reported it
+        }
+    }
+    const FolderSet wasOn(before.begin(), before.end());
+    const FolderSet isOn(after.begin(), after.end());
+    // The folders on both paths that precede `folder` on `order`.
+    const auto keptBefore = [&](const std::vector<foundation::storage::vfs::AbsoluteIRI>& order,
+                                const foundation::storage::vfs::AbsoluteIRI& folder) {
+        FolderSet kept;
+        for (const auto& f : order) {
+            if (f == folder)
+                break;
+            if (wasOn.contains(f) && isOn.contains(f))
+                kept.insert(f);
+        }
+        return kept;
+    };
+    std::vector<foundation::storage::vfs::AbsoluteIRI> moved;
+    for (const auto& folder : after) {
+        if (named.contains(folder) && wasOn.contains(folder) &&
+            keptBefore(before, folder) != keptBefore(after, folder)) {
+            moved.push_back(folder);
+        }
+    }
+    return moved;
+}
+
 // Runs a change of the saved path and prints what it did; any message means that nothing changed.
+// A folder is reported moved only when it is one of `named`, the folders the user asked to move.
 template <class Edit>
-int RunChange(const PathOptions& pathOptions, Edit edit) {
+int RunChange(const PathOptions& pathOptions, const std::vector<std::string>& named, Edit edit) {
     const auto manager = OpenManager(pathOptions, Purpose::Change);
     if (!manager)
         return kExitTrouble;
@@ -111,7 +154,9 @@ int RunChange(const PathOptions& pathOptions, Edit edit) {
         const auto report = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
         for (const auto& entry : *report.added)
             reported->insert(entry->GetAbsoluteIRI());
-        PrintChangeReport(report, *change.after, false);
+        auto told = report;
+        told.reordered = std::make_shared<const PathEntryVector>();  // see MovedFolders
+        PrintChangeReport(told, *change.after, false);
     });
     const auto before = manager->GetPathFolderIRIs();
     const auto beforePath = manager->GetSnapshot();
@@ -124,6 +169,8 @@ int RunChange(const PathOptions& pathOptions, Edit edit) {
     const auto after = manager->GetPathFolderIRIs();
     PrintFoldersWithoutEntry("added", *before, *after, *manager->GetSnapshot(), *reported);
     PrintFoldersWithoutEntry("removed", *after, *before, *beforePath, {});
+    for (const auto& folder : MovedFolders(*before, *after, named))
+        PrintLine("moved " + DisplayBytes(folder));
     PrintWarnings(*manager->GetWarnings());
     return kExitOk;
 }
@@ -210,9 +257,12 @@ int RunSplit(const std::string& text) {
 
 Command RegisterPath(CLI::App& app, const PathOptions& pathOptions) {
     auto json = std::make_shared<bool>(false);
+    auto null = std::make_shared<bool>(false);
     auto* path = app.add_subcommand("path", "Print the folders of the search path, one per line");
-    path->add_flag("--json", *json, "One JSON array of the folders and whether each exists");
-    return {path, [json, &pathOptions] { return RunPath(pathOptions, *json); }};
+    auto* jsonFlag =
+        path->add_flag("--json", *json, "One JSON array of the folders and whether each exists");
+    AddNullFlag(*path, *null)->excludes(jsonFlag);
+    return {path, [json, null, &pathOptions] { return RunPath(pathOptions, *json, *null); }};
 }
 
 Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions) {
@@ -223,11 +273,12 @@ Command RegisterAdd(CLI::App& app, const PathOptions& pathOptions) {
     add->add_option("folders", arguments->folders, "Folders to add, in order")->required();
     return {add, [arguments, &pathOptions] {
                 WarnOfSpecialFolders(arguments->folders);
-                return RunChange(pathOptions, [&](const auto& currentFolder, auto& manager) {
-                    return AddFoldersToVorlanPath(
-                        Texts(arguments->folders), currentFolder, manager,
-                        arguments->atEnd ? Position::End : Position::Front);
-                });
+                return RunChange(pathOptions, arguments->folders,
+                                 [&](const auto& currentFolder, auto& manager) {
+                                     return AddFoldersToVorlanPath(
+                                         Texts(arguments->folders), currentFolder, manager,
+                                         arguments->atEnd ? Position::End : Position::Front);
+                                 });
             }};
 }
 
@@ -236,7 +287,8 @@ Command RegisterRm(CLI::App& app, const PathOptions& pathOptions) {
     auto* rm = app.add_subcommand("rm", "Take folders off the search path");
     rm->add_option("folders", arguments->folders, "Folders to take off")->required();
     return {rm, [arguments, &pathOptions] {
-                return RunChange(pathOptions, [&](const auto& currentFolder, auto& manager) {
+                // Taking folders off moves none: the others only close up.
+                return RunChange(pathOptions, {}, [&](const auto& currentFolder, auto& manager) {
                     return RemoveFolders(Texts(arguments->folders), currentFolder, manager);
                 });
             }};

@@ -23,6 +23,7 @@ using namespace Velmora::PathManagement;
 struct ShadowsOptions {
     bool differ = false;
     bool json = false;
+    bool null = false;
 };
 
 // The names a plain lookup can resolve, in the order the path first defines them: the files of
@@ -93,10 +94,12 @@ int RunShadows(const ShadowsOptions& options, const PathOptions& pathOptions) {
                              {"shadowed", std::move(shadowed)}});
             continue;
         }
-        out += NativePathOf(*all.front().GetPathItem()) + "\n";
+        // With --null the paths stand bare, the one in use first, and an empty record ends a name.
+        const char end = EndOfPath(options.null);
+        out += NativePathOf(*all.front().GetPathItem()) + end;
         for (auto it = all.begin() + 1; it != all.end(); ++it)
-            out += NativePathOf(*it->GetPathItem()) + "  (shadowed)\n";
-        out += "\n";
+            out += NativePathOf(*it->GetPathItem()) + (options.null ? "" : "  (shadowed)") + end;
+        out += end;
     }
     Print(out);
     return kExitOk;
@@ -112,7 +115,9 @@ Command RegisterShadows(CLI::App& app, const PathOptions& pathOptions) {
         "shadowed ones, a blank line after each name");
     shadows->add_flag("--differ", options->differ,
                       "Only shadowed files whose contents differ from the file in use");
-    shadows->add_flag("--json", options->json, "One JSON object per name, for scripts");
+    auto* json =
+        shadows->add_flag("--json", options->json, "One JSON object per name, for scripts");
+    AddNullFlag(*shadows, options->null)->excludes(json);
     return {shadows, [options, &pathOptions] { return RunShadows(*options, pathOptions); }};
 }
 

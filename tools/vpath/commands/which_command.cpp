@@ -1,13 +1,16 @@
 // vpath which NAME...: the file each name resolves to on the path.
 //
 //   vpath which area                  the file in use
-//   vpath which -a area               every file of that name, in path order, the shadowed marked
+//   vpath which -a area               every file of that name, in path order (the shadowed marked
+//                                     on a terminal)
+//   vpath which -z -a area            the same, each path ended by a NUL, for xargs -0
 //   vpath which --from DIR helper     as seen from a file in DIR (its private folder first)
 //   vpath which --batch < names       names from standard input, one a line, each answered at once
 //   vpath which --explain area        where it looked, the answer and the near misses
 //   vpath which --json area           one JSON object per name
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <iostream>
@@ -16,9 +19,11 @@
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include <foundation/storage/vfs/iri_conversion.hpp>
+#include <velmora/os/system.hpp>
 #include <velmora/pathinterfaces/constants.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
 
@@ -40,6 +45,7 @@ struct WhichOptions {
     bool batch = false;
     bool json = false;
     bool explain = false;
+    bool null = false;
     std::optional<std::string> from;
 };
 
@@ -56,7 +62,12 @@ void AppendNative(std::u16string_view text, std::string& out) {
 class Answerer {
   public:
     Answerer(const Resolver& resolver, const WhichOptions& options)
-        : m_resolver(resolver), m_options(options) {}
+        : m_resolver(resolver),
+          m_options(options),
+          m_end(options.null ? '\0' : '\n'),
+          // The note is for a person reading a terminal; a program reading a pipe, like which(1)'s
+          // users, wants paths as they are.
+          m_shadowedNote(!options.null && Velmora::os::System().IsTerminal(1)) {}
 
     bool operator()(const std::string& arg, std::string& out, std::string& err) const {
         const auto key = AnswerMemo::KeyOf(arg);
@@ -103,9 +114,9 @@ class Answerer {
                     entry, [&]() -> const auto& { return entry.GetLocation(); }, out);
                 AppendNative(*target.baseName, out);
                 AppendNative((*target.extensions)[holder->extension], out);
-                out += '\n';
+                out += m_end;
             } else if (m_options.batch) {
-                out += '\n';
+                out += m_end;
             }
             return holder.has_value();
         }
@@ -128,14 +139,14 @@ class Answerer {
     void Text(const std::vector<FoundItem>& found, std::string& out) const {
         for (std::size_t i = 0; i < found.size(); ++i) {
             AppendPath(found[i], out);
-            if (i > 0)
+            if (i > 0 && m_shadowedNote)
                 out += "  (shadowed)";
-            out += '\n';
+            out += m_end;
         }
-        // In a batch every name gets its lines and then a blank line when a name may have several
-        // answers, so that answers stay in step with questions.
+        // In a batch every name gets its lines and then a blank line (an empty record) when a name
+        // may have several answers, so that answers stay in step with questions.
         if (m_options.batch && (m_options.all || found.empty()))
-            out += '\n';
+            out += m_end;
     }
 
     // The file's native path.
@@ -173,6 +184,8 @@ class Answerer {
 
     const Resolver& m_resolver;
     const WhichOptions& m_options;
+    const char m_end;  // of each path: a line break, or a NUL with --null
+    const bool m_shadowedNote;
     // The entries stay alive with the path, which outlives the answerer.
     mutable boost::unordered_flat_map<const IPathEntry*, std::string> m_folderBytes;
     mutable std::vector<FoundItem> m_found;
@@ -182,13 +195,13 @@ class Answerer {
 // Lines are read and answered up to this many at a time when more input is ready.
 constexpr std::size_t kLinesTogether = 16;
 
-// Reads into `lines` the next line and those after it that are already read in, up to their
-// number; returns how many, 0 at the end of the input.
-std::size_t ReadReadyLines(std::vector<std::string>& lines) {
+// Reads into `lines` the next line (ended by `end`) and those after it that are already read in, up
+// to their number; returns how many, 0 at the end of the input.
+std::size_t ReadReadyLines(std::vector<std::string>& lines, char end) {
     std::size_t count = 0;
-    while (count < lines.size() && std::getline(std::cin, lines[count])) {
+    while (count < lines.size() && std::getline(std::cin, lines[count], end)) {
         std::string& line = lines[count++];
-        if (!line.empty() && line.back() == '\r')
+        if (end == '\n' && !line.empty() && line.back() == '\r')
             line.pop_back();
         if (std::cin.rdbuf()->in_avail() <= 0)
             break;
@@ -207,14 +220,28 @@ void Flush(std::string& out, std::string& err) {
     out.clear();
 }
 
+// The folder of --from, checked before the path is read: a folder that is not there is a mistake
+// in the command, not a name that resolves to nothing.
+std::optional<foundation::storage::vfs::AbsoluteIRI> FromFolder(const WhichOptions& options) {
+    if (!options.from)
+        return std::nullopt;
+    auto folder = ToFolderIRI(Arg(*options.from));
+    Velmora::os::FileStatus status;
+    const int error = Velmora::os::System().Stat(DisplayBytes(folder), status);
+    if (error != 0 || !status.IsFolder()) {
+        throw CLI::ValidationError(
+            "--from", fmt::format("{}: {}", *options.from,
+                                  Velmora::os::ErrorText(error != 0 ? error : ENOTDIR)));
+    }
+    return folder;
+}
+
 int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
+    const auto from = FromFolder(options);
     if (options.batch)
         KeepCacheInMemory();
     const auto path = LoadPath(pathOptions);
-    std::optional<foundation::storage::vfs::AbsoluteIRI> from;
-    if (options.from)
-        from = ToFolderIRI(Arg(*options.from));
-    const Resolver resolver(*path, std::move(from));
+    const Resolver resolver(*path, from);
     int status = kExitOk;
     if (options.explain) {
         for (const std::string& arg : options.names) {
@@ -239,7 +266,7 @@ int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
     std::fflush(stdout);
     std::vector<std::string> lines(kLinesTogether);
     for (;;) {
-        const std::size_t count = ReadReadyLines(lines);
+        const std::size_t count = ReadReadyLines(lines, options.null ? '\0' : '\n');
         if (count == 0)
             break;
         const std::span<const std::string> ready(lines.data(), count);
@@ -275,7 +302,10 @@ Command RegisterWhich(CLI::App& app, const PathOptions& pathOptions) {
                     "Also read names from standard input, one a line, answering each at once");
     which->add_flag("--explain", options->explain,
                     "Show the folders and files tried, the answer and the near misses");
-    which->add_flag("--json", options->json, "One JSON object per name, for scripts");
+    auto* json = which->add_flag("--json", options->json, "One JSON object per name, for scripts");
+    auto* null = AddNullFlag(*which, options->null);
+    null->excludes(json);
+    null->excludes(which->get_option("--explain"));
     return {which, [options, &pathOptions] {
                 if (options->names.empty() && !options->batch) {
                     throw CLI::RequiredError("names (or --batch)");

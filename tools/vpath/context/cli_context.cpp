@@ -13,6 +13,7 @@
 
 #include "given_path.hpp"
 #include "path_cache_use.hpp"
+#include "start_progress.hpp"
 
 namespace vpath_cli {
 
@@ -86,8 +87,11 @@ std::shared_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
         };
     }
     foundation::core::except::Notification problems;
-    std::shared_ptr<MainSearchPathManager> manager =
-        MainSearchPathManager::Open(std::move(managerOptions), problems);
+    std::shared_ptr<MainSearchPathManager> manager;
+    {
+        const StartProgress progress;
+        manager = MainSearchPathManager::Open(std::move(managerOptions), problems);
+    }
     PrintMessages(problems);
     if (manager) {
         if (purpose != Purpose::Watch)
@@ -108,9 +112,13 @@ std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
         return manager->GetSnapshot();
     }
     ScanReport report;
-    auto path =
-        Velmora::SearchPath::ScanWithPathCache(*folders, CacheForFolders(*folders), report,
-                                               [](const std::string& warning) { Warn(warning); });
+    std::shared_ptr<const MainSearchPath> path;
+    {
+        const StartProgress progress;
+        path = Velmora::SearchPath::ScanWithPathCache(
+            *folders, CacheForFolders(*folders), report,
+            [](const std::string& warning) { Warn(warning); });
+    }
     PrintWarnings(report);
     KeepUntilExit(path);
     return path;

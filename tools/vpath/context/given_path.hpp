@@ -15,6 +15,7 @@
 #include <velmora/text/ustring.hpp>
 
 #include "cli_context.hpp"
+#include "path_texts.hpp"
 
 namespace vpath_cli {
 
@@ -26,15 +27,6 @@ namespace vpath_cli {
 // cannot be found.
 std::optional<std::vector<foundation::storage::vfs::AbsoluteIRI>> GivenFolders(
     const PathOptions& options);
-
-// SplitPathArgument: the folder texts of a --path text. As SplitVorlanPath, except that the colon
-// of an IRI's scheme ("file:///a", "file:/a", "http://h/a") does not separate.
-//
-//   u"a:file:///b;c"    => {u"a", u"file:///b", u"c"}
-//   u"file:/b::x"       => {u"file:/b", u"x"}
-//   u"file:b"           => {u"file", u"b"}
-//   u"FILE:/b"          => {u"FILE:/b"}     schemes are recognised whatever their case
-std::vector<ustring> SplitPathArgument(const ustring& text);
 
 // ExampleToolboxRoot: the bundled example toolbox, found beside the running program: where it
 // installs (BINDIR/../share/vpath/examples/toolbox), else, for the program in its build tree,

@@ -54,6 +54,12 @@ void PrintFoldersJson(const std::vector<foundation::storage::vfs::AbsoluteIRI>& 
     Print(JsonLine(list));
 }
 
+CLI::Option* AddNullFlag(CLI::App& command, bool& null) {
+    return command.add_flag("-z,--null", null,
+                            "End each path with a NUL instead of a line break, for names that "
+                            "hold line breaks (xargs -0)");
+}
+
 std::string JsonLine(const nlohmann::json& value) {
     return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <foundation/storage/vfs/absolute_iri.hpp>
@@ -25,6 +26,14 @@ nlohmann::json HitJson(const Velmora::PathManagement::FoundItem& hit);
 
 // PrintFoldersJson: the folders as one JSON array of {"path", "iri", "exists"}.
 void PrintFoldersJson(const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders);
+
+// AddNullFlag: -z, --null on a command that prints paths, one a line: with it each path ends with a
+// NUL instead, so that names holding line breaks come through (xargs -0, sort -z). Set in `null`.
+CLI::Option* AddNullFlag(CLI::App& command, bool& null);
+// EndOfPath: what ends each printed path: a NUL with --null, else a line break.
+inline char EndOfPath(bool null) {
+    return null ? '\0' : '\n';
+}
 
 // JsonLine: the value on one line, for appending to the output.
 std::string JsonLine(const nlohmann::json& value);

@@ -165,6 +165,9 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     virtual bool ProcessExists(std::uint32_t process);
     // ProcessId: this process's id.
     virtual std::uint32_t ProcessId();
+    // IsTerminal: whether `descriptor` (1 for standard output, 2 for standard error) is a
+    // terminal, where a person reads what is written rather than a program.
+    virtual bool IsTerminal(int descriptor);
 
     // Watching folders (Linux inotify). These too have the real system's
     // behaviour by default, so that a replacement overrides only what it wants to fail.

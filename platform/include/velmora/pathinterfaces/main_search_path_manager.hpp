@@ -11,7 +11,8 @@
 //   manager.ApplyPathAfterAdding(newFolders, problems);   // newFolders: e.g. a vector of IRIs
 //   if (problems.empty()) { /* manager.GetPathFolderIRIs() is newFolders */ }
 //
-// Observers are told of each change on the thread that made it, after the new path is in place.
+// Observers are told of each change on the thread that made it, after the new path is in place,
+// one change at a time.
 // A change made by an observer while it is being told of a change is refused with
 // RecursivePathChangeException; readers on other threads are never blocked by a change.
 
@@ -48,11 +49,14 @@ enum class PathChangeKind : std::uint8_t {
     Refreshed,  // the same folders, read again from disk
 };
 
-// PathChange: what an observer is told: the path before and after the change.
+// PathChange: what an observer is told: the path before and after the change, and the number of
+// the state that `after` belongs to. A manager numbers the states it publishes one after another,
+// so an observer hears the generations in order, each once, and none is skipped.
 struct PathChange {
     PathChangeKind kind;
     std::shared_ptr<const IPath> before;
     std::shared_ptr<const IPath> after;
+    std::uint64_t generation = 0;
 };
 
 using PathChangeObserver = std::function<void(const PathChange&)>;

@@ -13,15 +13,23 @@
 //      folder the user put on the path is never dropped because it is missing for a while.
 //   4. With a path definition file, the new list is saved (atomically); a failure is a message
 //      and nothing changes.
-//   5. The new state is published and the observers are told, on the calling thread. A change
-//      asked for by an observer meanwhile throws RecursivePathChangeException.
+//   5. The new state is published with the next generation number, and the observers are told,
+//      on the calling thread, in the order of the generations. A change asked for by an observer
+//      meanwhile throws RecursivePathChangeException.
+//
+// GetState gives the snapshot, its folder list and its warnings together, with the generation
+// that the observers hear of (PathChange::generation); GetSnapshot, GetPathFolderIRIs and
+// GetWarnings each read the current state anew, so two of them may come from different states.
 //
 //   Notification problems;
 //   auto manager = MainSearchPathManager::Open(
 //       {.pathDefinition = PathDefinitionFile(PathDefinitionFile::DefaultLocation()),
 //        .defaultFolders = [] { return ExampleFolders(); }},
 //       problems);
-//   if (manager) { auto path = manager->GetSnapshot(); ... }
+//   if (manager) {
+//       const auto state = manager->GetState();
+//       // state->path, state->folders and state->warnings belong together
+//   }
 
 #include <atomic>
 #include <cstdint>
@@ -97,25 +105,30 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     void RemovePathChangeObserver(std::uint64_t id) override;
     std::shared_ptr<const FolderList> GetPathFolderIRIs() const override;
 
+    // GetState: the current state, whole: the snapshot, its folder list, its warnings and its
+    // generation. Never null; any thread; waits for nothing but a pointer copy.
+    std::shared_ptr<const PathState> GetState() const override;
     // The current snapshot, with its host type.
-    std::shared_ptr<const MainSearchPath> GetSnapshot() const override;
+    std::shared_ptr<const MainSearchPath> GetSnapshot() const;
     // The problems of the folders on the path when the current snapshot was built.
     std::shared_ptr<const ScanReport> GetWarnings() const;
-    // Refresh: reads the folders again from disk and, if any changed, publishes a new snapshot and
-    // tells the observers. Throws RecursivePathChangeException when called by an observer.
-    void Refresh() override;
+    // Refresh: reads the folders again from disk and, if any changed, publishes a new state and
+    // tells the observers. Returns the state published, or null when nothing changed. Throws
+    // RecursivePathChangeException when called by an observer.
+    std::shared_ptr<const PathState> Refresh() override;
     // RefreshFolders: reads again the folders at `locations` (or, for a file, the folder holding
     // it), even where their stamps look unchanged, and rebuilds only the main entries that hold
     // them; then publishes and tells the observers as Refresh does. A folder of the list that was
     // missing and exists now is read and takes its place. Other locations that are not on the
-    // path are ignored. Returns whether the path changed.
-    bool RefreshFolders(
+    // path are ignored. Returns the state published, or null when the path did not change.
+    std::shared_ptr<const PathState> RefreshFolders(
         const std::vector<foundation::storage::vfs::AbsoluteIRI>& locations) override;
     // ReloadPathDefinition: takes up the folder list saved in the path definition file, as
     // another process may have changed it, without saving it back. Problems reading the file are
     // added to `problems` and change nothing; folders that cannot be used become warnings.
-    // Returns whether the path changed.
-    bool ReloadPathDefinition(foundation::core::except::Notification& problems) override;
+    // Returns the state published, or null when the path did not change.
+    std::shared_ptr<const PathState> ReloadPathDefinition(
+        foundation::core::except::Notification& problems) override;
     // The native path of the path definition file; empty when the path is kept in memory only.
     std::string GetPathDefinitionPath() const override {
         return m_options.pathDefinition ? m_options.pathDefinition->GetNativePath() : std::string();
@@ -128,10 +141,11 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     MainSearchPathManager(std::shared_ptr<const FolderList> unique, Options options, Unique);
     void Change(PathManagement::PathChangeKind kind, FolderList folders,
                 foundation::core::except::Notification& notification);
-    std::shared_ptr<const State> MakeState(std::shared_ptr<const FolderList> folders,
-                                           std::shared_ptr<const MainSearchPath> path,
-                                           ScanReport warnings) const;
-    void Publish(PathManagement::PathChangeKind kind, std::shared_ptr<const State> state);
+    std::shared_ptr<State> MakeState(std::shared_ptr<const FolderList> folders,
+                                     std::shared_ptr<const MainSearchPath> path,
+                                     ScanReport warnings) const;
+    std::shared_ptr<const PathState> Publish(PathManagement::PathChangeKind kind,
+                                             std::shared_ptr<State> state);
     void RefuseRecursiveChange() const;
     std::shared_ptr<const State> CurrentState() const;
 

@@ -17,6 +17,7 @@
 //   // again == tb unless something under /home/ada/tb changed
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <shared_mutex>
 #include <string>
@@ -121,6 +122,10 @@ class VELMORA_SEARCHPATH_EXPORT FolderScanner {
   private:
     const EntryCache* m_cache;
 };
+
+// FoldersListed: how many folders the scans of this process have listed from disk so far, on every
+// thread; folders that a cache spared are not counted. For a progress display of a long start.
+VELMORA_SEARCHPATH_EXPORT std::uint64_t FoldersListed() noexcept;
 
 // ListOrdinarySubfolders: the ordinary subfolders of `root` (special folders left out), in name
 // order: the folders that a toolbox at `root` puts on the path. Throws

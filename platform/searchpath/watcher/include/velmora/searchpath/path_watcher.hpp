@@ -46,6 +46,14 @@
 // Either way, once its watches are in place, the watcher compares the folders' stamps with the
 // disk once more, on a thread of its own, and reads again those that changed: a change made
 // between the start's scan and a folder's watch is told by no event.
+//
+// Each refresh the watcher makes is published by the manager, whose observers hear of it, with its
+// generation, on the watcher's thread. A thread that changed files itself and wants the path to
+// show them waits for the watcher to take them up:
+//
+//   std::ofstream(folder / "area.vl") << "...";
+//   const auto state = watcher.WaitUntilSettled(std::chrono::seconds(1));
+//   if (state) { /* state->path holds area.vl */ }
 
 #include <atomic>
 #include <chrono>
@@ -114,6 +122,18 @@ class VELMORA_SEARCHPATH_EXPORT PathWatcher {
     // concerned and published the result. It makes a file in the options' syncFolder, watched by
     // the same queue as the path, and waits for its event. Any thread.
     SyncResult Sync(std::chrono::milliseconds timeout);
+    // WaitUntilSettled: waits until the watcher has taken up every change made on disk before the
+    // call (in the folders of the path and their special folders, watched or polled, and to the
+    // path definition file), every change event sent before it, and the stamps compared at the
+    // start; and until the refreshes these call for are published. Returns the manager's state
+    // then, or null when `timeout` ran out first.
+    //
+    // Blocks for the rest of the watcher's round under way (it notices the call within 0.1 s),
+    // then for one round: the burst's settle time (at most Options::maxSettle) and the refreshes
+    // it makes, which read again only the folders that changed. Not from an observer of the
+    // manager: the watcher's refreshes wait for the change being told, so it would time out; on
+    // the watcher's own thread it throws std::logic_error at once.
+    std::shared_ptr<const PathState> WaitUntilSettled(std::chrono::milliseconds timeout);
 
     // The folders watched through inotify and those polled instead.
     std::size_t WatchedFolderCount() const noexcept { return m_watched.load(); }
