@@ -70,3 +70,4 @@ fuzz fuzz_path_cache_load -print_final_stats=1
 fuzz fuzz_cache_names -print_final_stats=1
 fuzz fuzz_path_definition -print_final_stats=1
 fuzz fuzz_path_texts -print_final_stats=1
+fuzz fuzz_service_protocol -print_final_stats=1

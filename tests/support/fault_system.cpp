@@ -205,6 +205,13 @@ int FaultSystem::LinkStatus(const std::string& path, Velmora::os::FileStatus& ou
     return err;
 }
 
+int FaultSystem::SocketPeerUser(int descriptor, std::uint32_t& user) {
+    const int err = RealSystem().SocketPeerUser(descriptor, user);
+    if (const std::int64_t peer = m_peer.load(); err == 0 && peer >= 0)
+        user = static_cast<std::uint32_t>(peer);
+    return err;
+}
+
 std::uint32_t FaultSystem::UserId() {
     const std::int64_t user = m_user.load();
     return user < 0 ? RealSystem().UserId() : static_cast<std::uint32_t>(user);

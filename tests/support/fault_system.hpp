@@ -63,6 +63,10 @@ class FaultSystem final : public Velmora::os::ISystem {
     void PretendOwner(std::string pathSuffix, std::uint32_t owner, std::uint32_t permissions);
     // PretendUser: UserId reports `user`, so that everything on disk belongs to someone else.
     void PretendUser(std::uint32_t user) { m_user.store(user); }
+    // PretendPeer: SocketPeerUser reports `user` for every connection, as a client of another
+    // user would be.
+    void PretendPeer(std::uint32_t user) { m_peer.store(user); }
+    int SocketPeerUser(int descriptor, std::uint32_t& user) override;
 
     int LinkStatus(const std::string& path, Velmora::os::FileStatus& out) override;
     std::uint32_t UserId() override;
@@ -123,6 +127,7 @@ class FaultSystem final : public Velmora::os::ISystem {
     };
     std::vector<Pretended> m_pretended;
     std::atomic<std::int64_t> m_user{-1};
+    std::atomic<std::int64_t> m_peer{-1};
     Velmora::os::ScopedSystemOverride m_override;
 };
 

@@ -8,9 +8,11 @@
 
 #include "app/cli_app.hpp"
 #include "commands/commands.hpp"
+#include "context/service_use.hpp"
 
-int main(int argc, char** argv) {
-    using namespace vpath_cli;
+namespace vpath_cli {
+
+int RunVpath(int argc, char** argv) {
     CLI::App app{"vpath: resolve names on a search path of folders", "vpath"};
     PathOptions pathOptions;
 
@@ -26,13 +28,22 @@ int main(int argc, char** argv) {
         RegisterCache(app, pathOptions),
         RegisterEntries(app, pathOptions),
         RegisterShadows(app, pathOptions),
+        RegisterService(app, pathOptions),
     };
 
     // Global options, help, --version, parse errors and exit statuses: see cli_app.hpp.
     SetUpApp(app, pathOptions);
+    return RunApp(app, commands, argc, argv, [&](const CLI::App& chosen) {
+        return AnswerThroughService(chosen, pathOptions, argc, argv);
+    });
+}
+
+}  // namespace vpath_cli
+
+int main(int argc, char** argv) {
     // Everything printed is written by now; what the process holds, the system takes back at once,
     // far quicker than freeing it object by object would.
-    const int status = RunApp(app, commands, argc, argv);
+    const int status = vpath_cli::RunVpath(argc, argv);
     std::fflush(stderr);
     std::_Exit(status);
 }

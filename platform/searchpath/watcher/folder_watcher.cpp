@@ -10,6 +10,8 @@
 #include <velmora/pathmanagement/search_target.hpp>
 #include <velmora/text/ustring.hpp>
 
+#include "sync_point.hpp"
+
 namespace Velmora::SearchPath::detail {
 namespace {
 
@@ -97,7 +99,7 @@ void FolderWatcher::WarnOnce(std::string warning) {
 
 void FolderWatcher::Release(int watch) {
     if (m_queue < 0 || m_byWatch.contains(watch) || m_awaiting.contains(watch) ||
-        m_named.contains(watch)) {
+        m_named.contains(watch) || watch == m_syncWatch) {
         return;
     }
     for (const auto& leading : m_definitionWatches) {
@@ -378,7 +380,33 @@ void FolderWatcher::Reawait(int watch, bool gone) {
         Release(watch);
 }
 
+int FolderWatcher::WatchSyncFolder(const std::string& native, std::string prefix) {
+    if (m_queue < 0)
+        return ENOSYS;
+    int watch = -1;
+    if (const int err =
+            os::System().WatchAdd(m_queue, native, os::WatchCreated | os::WatchOnlyFolder, watch);
+        err != 0) {
+        return err;
+    }
+    // The kernel gives one watch per folder: one the path uses already cannot tell sync files.
+    if (m_byWatch.contains(watch) || m_awaiting.contains(watch) || m_named.contains(watch))
+        return EEXIST;
+    m_syncWatch = watch;
+    m_syncPrefix = std::move(prefix);
+    return 0;
+}
+
 void FolderWatcher::Handle(const os::WatchEvent& event, WatchedChanges& out) {
+    if (event.watch == m_syncWatch && m_syncWatch >= 0 && !(event.mask & os::WatchOverflow)) {
+        if (const auto ticket = SyncTicketOf(event.name, m_syncPrefix))
+            out.synced = std::max(out.synced, *ticket);
+        // The sync folder may be on the path too, under the same watch: its events count there.
+        if (!m_byWatch.contains(event.watch) && !m_awaiting.contains(event.watch) &&
+            !m_named.contains(event.watch)) {
+            return;
+        }
+    }
     if (event.mask & os::WatchOverflow) {
         out.overflow = true;
         // What the awaited folders' parents reported may be lost with the rest.

@@ -25,8 +25,15 @@ struct WatchedChanges {
     bool overflow = false;  // the kernel dropped events: anything may have changed
     bool pathDefinitionChanged = false;
     std::vector<foundation::storage::vfs::AbsoluteIRI> appeared;  // awaited folders that exist now
+    std::uint64_t synced = 0;  // the last sync file seen (sync_point.hpp); 0 for none
     bool Empty() const {
-        return locations.empty() && !overflow && !pathDefinitionChanged && appeared.empty();
+        return locations.empty() && !overflow && !pathDefinitionChanged && appeared.empty() &&
+               synced == 0;
+    }
+    // OnlySynced: nothing but a sync file seen, so that nothing waits for a burst to end.
+    bool OnlySynced() const {
+        return synced != 0 && locations.empty() && !overflow && !pathDefinitionChanged &&
+               appeared.empty();
     }
 };
 
@@ -62,6 +69,10 @@ class FolderWatcher {
     void Await(const foundation::storage::vfs::AbsoluteIRI& folder);
     // Wait: waits at most `timeout` for changes and adds them to `out`.
     void Wait(std::chrono::milliseconds timeout, WatchedChanges& out);
+    // WatchSyncFolder: watches `native`, a folder of no path, for the sync files whose names start
+    // with `prefix`; Wait reports the ticket of the last one made. An errno value when it cannot
+    // be watched through the queue (EEXIST when it is a folder of the path).
+    int WatchSyncFolder(const std::string& native, std::string prefix);
     // Poll: the polled folders whose stamp changed since the last look.
     void Poll(WatchedChanges& out);
 
@@ -152,6 +163,8 @@ class FolderWatcher {
     boost::unordered_flat_map<int, std::vector<Named>> m_named;
     boost::unordered_flat_map<std::string, int> m_parents;
     boost::unordered_flat_map<std::string, int> m_namedAt;
+    int m_syncWatch = -1;
+    std::string m_syncPrefix;
     // Awaited folders whose parents could not be watched: looked for at each poll.
     std::vector<Awaited> m_awaitPolled;
 };

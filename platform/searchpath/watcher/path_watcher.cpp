@@ -1,5 +1,6 @@
 #include <velmora/searchpath/path_watcher.hpp>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <stdexcept>
@@ -16,6 +17,7 @@
 #include <velmora/searchpath/folder_scanner.hpp>
 
 #include "folder_watcher.hpp"
+#include "sync_point.hpp"
 
 namespace Velmora::SearchPath {
 namespace {
@@ -40,6 +42,7 @@ void Merge(detail::WatchedChanges& into, detail::WatchedChanges& from) {
     into.overflow = into.overflow || from.overflow;
     into.pathDefinitionChanged = into.pathDefinitionChanged || from.pathDefinitionChanged;
     into.appeared.insert(into.appeared.end(), from.appeared.begin(), from.appeared.end());
+    into.synced = std::max(into.synced, from.synced);
 }
 
 }  // namespace
@@ -214,7 +217,8 @@ struct PathWatcher::Impl {
         detail::WatchedChanges changes;
         folders->Wait(wait, changes);
         const auto deadline = Clock::now() + options.maxSettle;
-        while (!changes.Empty() && Clock::now() < deadline) {
+        // A sync alone ends no burst of changes: it is answered at once.
+        while (!changes.Empty() && !changes.OnlySynced() && Clock::now() < deadline) {
             detail::WatchedChanges more;
             folders->Wait(options.settle, more);
             if (more.Empty())
@@ -307,6 +311,9 @@ struct PathWatcher::Impl {
             Rewatch();
             owner->m_watched.store(folders->WatchCount());
             owner->m_polled.store(folders->PolledCount());
+            polling.store(folders->Polling());
+            if (sync)
+                sync->Passed(changes.synced, changes.overflow);
             if (asked != 0 && caughtUpBefore)
                 Settle(asked);
         }
@@ -332,6 +339,8 @@ struct PathWatcher::Impl {
     std::uint64_t settleDone = 0;
     foundation::messaging::Subscription subscription;
     std::atomic<bool> stop{false};
+    std::atomic<bool> polling{false};
+    std::unique_ptr<detail::SyncPoint> sync;  // none when Sync cannot be used
     std::thread thread;
     std::thread catchUp;
 };
@@ -363,11 +372,25 @@ PathWatcher::PathWatcher(IWatchedPath& manager, Options options, EarlyWatches ea
                     // Not a location of ours.
                 }
             });
+    if (!impl.options.syncFolder.empty()) {
+        auto sync = std::make_unique<detail::SyncPoint>(impl.options.syncFolder);
+        if (impl.folders->WatchSyncFolder(sync->Folder(), sync->Prefix()) == 0)
+            impl.sync = std::move(sync);
+    }
     impl.Rewatch();
+    impl.polling.store(impl.folders->Polling());
     m_watched.store(impl.folders->WatchCount());
     m_polled.store(impl.folders->PolledCount());
     impl.thread = std::thread([&impl] { impl.Run(); });
     impl.catchUp = std::thread([&impl, start = impl.watchedSnapshot] { impl.CatchUp(start); });
+}
+
+PathWatcher::SyncResult PathWatcher::Sync(std::chrono::milliseconds timeout) {
+    if (!m_impl->sync || m_impl->polling.load())
+        return SyncResult::Revalidate;
+    return m_impl->sync->Await(timeout) == detail::SyncPoint::Outcome::Passed
+               ? SyncResult::Synced
+               : SyncResult::Revalidate;
 }
 
 std::shared_ptr<const PathState> PathWatcher::WaitUntilSettled(std::chrono::milliseconds timeout) {

@@ -186,7 +186,8 @@ int FinishOutput(int status) {
     return kExitTrouble;
 }
 
-int Dispatch(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv) {
+int Dispatch(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv,
+             const BeforeCommand& beforeCommand) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -207,8 +208,13 @@ int Dispatch(CLI::App& app, const std::vector<Command>& commands, int argc, char
         return *status;
     try {
         for (const auto& command : commands) {
-            if (command.app->parsed())
-                return command.run();
+            if (!command.app->parsed())
+                continue;
+            if (beforeCommand) {
+                if (const auto status = beforeCommand(*command.app))
+                    return *status;
+            }
+            return command.run();
         }
     } catch (const CLI::ParseError& e) {
         return ReportParseError(app, e);
@@ -272,6 +278,9 @@ void SetUpApp(CLI::App& app, PathOptions& pathOptions) {
     for (const CLI::App* listed : Subcommands(app)) {
         CLI::App* sub = app.get_subcommand(listed->get_name());
         AddGlobalOptions(*sub, pathOptions);
+        // And on their own subcommands: `vpath service start --pathdef FILE`.
+        for (CLI::App* nested : sub->get_subcommands([](CLI::App*) { return true; }))
+            AddGlobalOptions(*nested, pathOptions);
         sub->allow_extras();
         const std::string own = sub->get_footer();
         sub->footer(own.empty() ? Footer(sub->get_name()) : own + "\n\n" + Footer(sub->get_name()));
@@ -279,7 +288,12 @@ void SetUpApp(CLI::App& app, PathOptions& pathOptions) {
 }
 
 int RunApp(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv) {
-    return FinishOutput(Dispatch(app, commands, argc, argv));
+    return RunApp(app, commands, argc, argv, {});
+}
+
+int RunApp(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv,
+           const BeforeCommand& beforeCommand) {
+    return FinishOutput(Dispatch(app, commands, argc, argv, beforeCommand));
 }
 
 }  // namespace vpath_cli

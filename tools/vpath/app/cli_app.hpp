@@ -3,6 +3,8 @@
 // with suggestions, exit statuses and output errors. main registers the subcommands, then calls
 // SetUpApp and RunApp.
 
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,5 +38,11 @@ void SetUpApp(CLI::App& app, PathOptions& pathOptions);
 // exit_status.hpp). Every message it prints starts with "vpath:". An error writing standard output
 // is reported and makes the status kExitTrouble.
 int RunApp(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv);
+
+// BeforeCommand: runs once the arguments are parsed, before the chosen command runs; a status it
+// gives is the command's, which then does not run (the path service answered it).
+using BeforeCommand = std::function<std::optional<int>(const CLI::App& chosen)>;
+int RunApp(CLI::App& app, const std::vector<Command>& commands, int argc, char** argv,
+           const BeforeCommand& beforeCommand);
 
 }  // namespace vpath_cli

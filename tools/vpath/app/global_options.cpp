@@ -43,6 +43,9 @@ void AddGlobalOptions(CLI::App& app, PathOptions& options) {
              "The path definition file that keeps the saved path; by default $VPATH_PATHDEF, "
              "else $XDG_CONFIG_HOME/vpath/pathdef, else ~/.config/vpath/pathdef",
              options.pathDefinition);
+    AddFlag(app, "--no-service",
+            "Answer without the path service, even when one runs (as VPATH_SERVICE=off does)",
+            options.noService);
     if (app.get_option_no_throw("--no-cache") == nullptr) {
         app.add_flag_callback("--no-cache", DisableCache,
                               "Neither read nor write the path cache: scan every folder")

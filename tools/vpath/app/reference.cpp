@@ -181,6 +181,20 @@ const std::vector<ReferenceSection> kSections = {
           "disk for more than a second shows how many it has read on standard error when that "
           "is a terminal, and nothing otherwise. Every message starts with `vpath:`."},
      }},
+    {"THE PATH SERVICE",
+     "service",
+     {
+         {nullptr,
+          "`vpath service start` runs a resident process for the saved path that holds it in "
+          "memory, kept fresh by watching its folders and its path definition file. While it "
+          "runs, `which` (but `--batch`), `ls`, `path`, `entries` and `shadows` are answered by "
+          "it, with the same output and exit status, after it has taken in every change made "
+          "before the question. A service that is absent, dead or slow to greet leaves the "
+          "command to answer from the disk. `vpath service status` tells whether it runs, "
+          "`vpath service stop` ends it, and it ends by itself after 30 minutes without a "
+          "request (`--idle-timeout`). Commands given `--path`, `--path-file` or `--example`, "
+          "and `--no-service`, answer without it."},
+     }},
     {"ENVIRONMENT",
      "environment",
      {
@@ -198,6 +212,10 @@ const std::vector<ReferenceSection> kSections = {
          {"VPATH_AT_FOLDER_PRECEDENCE",
           "With `1`, a class folder's file found with `--from` wins only where its folder comes "
           "first on the path; otherwise it wins wherever it stands."},
+         {"VPATH_SERVICE",
+          "With `off`, commands answer without the path service (as `--no-service` does); with "
+          "`auto`, a command that finds none starts it."},
+         {"XDG_RUNTIME_DIR", "The path service's socket is in `$XDG_RUNTIME_DIR/vpath`."},
      }},
     {"FILES",
      nullptr,

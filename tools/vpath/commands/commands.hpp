@@ -27,5 +27,10 @@ Command RegisterWatch(CLI::App& app, const PathOptions& pathOptions);
 Command RegisterCache(CLI::App& app, const PathOptions& pathOptions);
 Command RegisterEntries(CLI::App& app, const PathOptions& pathOptions);
 Command RegisterShadows(CLI::App& app, const PathOptions& pathOptions);
+Command RegisterService(CLI::App& app, const PathOptions& pathOptions);
+
+// RunVpath: the whole command on `argv`, as main runs it; returns the exit status. The path
+// service runs it for each command it answers.
+int RunVpath(int argc, char** argv);
 
 }  // namespace vpath_cli

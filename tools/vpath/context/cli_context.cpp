@@ -25,6 +25,17 @@ using Velmora::SearchPath::ScanReport;
 using Velmora::text::FromNative;
 using Velmora::text::ToNative;
 
+namespace {
+MainSearchPathManager* g_served = nullptr;
+}  // namespace
+
+ServedManager::ServedManager(MainSearchPathManager& manager) {
+    g_served = &manager;
+}
+ServedManager::~ServedManager() {
+    g_served = nullptr;
+}
+
 AbsoluteIRI ToFolderIRI(const ustring& text) {
     return Velmora::current_working_folder::CurrentWorkingFolder().resolve(text);
 }
@@ -36,6 +47,8 @@ std::shared_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
             "--path, --path-file and --example give a path of their own, which cannot be changed; "
             "choose the path definition file with --pathdef FILE");
     }
+    if (g_served != nullptr && purpose == Purpose::Read)
+        return std::shared_ptr<MainSearchPathManager>(std::shared_ptr<void>(), g_served);
     const std::string location =
         options.pathDefinition.value_or(PathDefinitionFile::DefaultLocation());
     // No default folders: a first run starts from an empty path, so that nothing the user did
@@ -112,6 +125,8 @@ std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
 }
 
 void KeepUntilExit(std::shared_ptr<const void> object) {
+    if (g_served != nullptr)
+        return;
     // Never destroyed: the command leaves with std::_Exit, and the system takes the memory back
     // far quicker than freeing it object by object would.
     static auto* kept = new std::vector<std::shared_ptr<const void>>();

@@ -29,6 +29,7 @@ struct PathOptions {
     std::optional<std::string> pathFile;        // --path-file: folders one a line; "-" for stdin
     bool example = false;                       // --example: the bundled example toolbox
     std::optional<std::string> pathDefinition;  // --pathdef: the path definition file
+    bool noService = false;                     // --no-service: answer without the path service
 
     // GivesPath: whether the command line gives a path of its own instead of the saved one.
     bool GivesPath() const { return pathList || pathFile || example; }
@@ -57,6 +58,16 @@ std::shared_ptr<Velmora::SearchPath::MainSearchPathManager> OpenManager(
 // error, and how to add a folder when the saved path is empty. Throws std::runtime_error (after
 // printing the messages) when the saved path cannot be read.
 std::shared_ptr<const Velmora::SearchPath::MainSearchPath> LoadPath(const PathOptions& options);
+
+// ServedManager: while one lives, OpenManager and LoadPath read the saved path from `manager`,
+// the path service's, and keep nothing until the process ends (the service runs on).
+class ServedManager {
+  public:
+    explicit ServedManager(Velmora::SearchPath::MainSearchPathManager& manager);
+    ~ServedManager();
+    ServedManager(const ServedManager&) = delete;
+    ServedManager& operator=(const ServedManager&) = delete;
+};
 
 // KeepUntilExit: keeps `object` alive until the process ends, so that a large path is not freed
 // piece by piece just before the process exits.

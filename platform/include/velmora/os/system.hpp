@@ -184,6 +184,37 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     virtual int WatchRead(int queue, int timeoutMs, std::vector<WatchEvent>& out);
     // WatchClose: closes the queue and all its watches.
     virtual int WatchClose(int queue);
+
+    // Local sockets and the standard streams, for the path service and its clients. These too
+    // have the real system's behaviour by default. A timeout of -1 waits for ever.
+    //
+    // SocketListen: a Unix stream socket bound to `path` (which must not exist) and listening.
+    virtual int SocketListen(const std::string& path, int& descriptor);
+    // SocketConnect: a Unix stream socket connected to the one listening at `path`, waiting at
+    // most `timeoutMs`; ECONNREFUSED when nothing listens there, ENOENT when nothing is there.
+    virtual int SocketConnect(const std::string& path, int timeoutMs, int& descriptor);
+    // SocketAccept: the next connection to `listener`, waiting at most `timeoutMs` (ETIMEDOUT).
+    virtual int SocketAccept(int listener, int timeoutMs, int& descriptor);
+    // SocketPeerUser: the user id of the process at the other end of a connected socket, as the
+    // kernel recorded it when it connected.
+    virtual int SocketPeerUser(int descriptor, std::uint32_t& user);
+    // SocketSend: writes all of `data`, waiting at most `timeoutMs` for the other end to take it.
+    virtual int SocketSend(int descriptor, std::string_view data, int timeoutMs);
+    // SocketReceive: reads exactly `size` bytes into `out`, waiting at most `timeoutMs` in all;
+    // ECONNRESET when the other end closes first.
+    virtual int SocketReceive(int descriptor, std::size_t size, int timeoutMs, std::string& out);
+    // CaptureStream: makes standard stream `stream` (0, 1 or 2) a new, empty file in memory and
+    // gives in `saved` a descriptor of what it was, for EndCapture.
+    virtual int CaptureStream(int stream, int& saved);
+    // EndCapture: puts back what CaptureStream saved and gives what was written meanwhile.
+    virtual int EndCapture(int stream, int saved, std::string& written);
+    // ChangeFolder: makes `path` the process's current folder.
+    virtual int ChangeFolder(const std::string& path);
+    // SpawnDetached: runs `argv` (argv[0] a path) as a process of its own session, its standard
+    // input from /dev/null, its standard output and error appended to `logPath` (0600), and
+    // does not wait for it: from then on, the process's children are reaped as they end.
+    virtual int SpawnDetached(const std::vector<std::string>& argv, const std::string& logPath,
+                              std::uint32_t& process);
 };
 
 // System: the seam in force. The real system unless a test has overridden it.

@@ -95,6 +95,16 @@ class VELMORA_SEARCHPATH_EXPORT PathWatcher {
         std::function<void(const std::string&)> warn{};
         // Hears an exception that a refresh or an observer threw; the watcher goes on.
         std::function<void(std::exception_ptr)> failed{};
+        // A folder of no path, writable by the process, in which Sync makes its marks; none
+        // leaves Sync unusable.
+        std::string syncFolder{};
+    };
+
+    // What Sync found.
+    enum class SyncResult {
+        Synced,     // every change made before the call is taken in and published
+        Revalidate  // events were lost, folders are polled, or no mark could be made: the
+                    // caller must read the path again itself to be sure
     };
 
     // Throws std::runtime_error when inotify cannot be used at all (but not when the user's
@@ -107,6 +117,11 @@ class VELMORA_SEARCHPATH_EXPORT PathWatcher {
     PathWatcher(const PathWatcher&) = delete;
     PathWatcher& operator=(const PathWatcher&) = delete;
 
+    // Sync: waits, at most `timeout`, until the watcher has taken in every change on disk (and
+    // of the path definition file) completed before the call, has read again the folders
+    // concerned and published the result. It makes a file in the options' syncFolder, watched by
+    // the same queue as the path, and waits for its event. Any thread.
+    SyncResult Sync(std::chrono::milliseconds timeout);
     // WaitUntilSettled: waits until the watcher has taken up every change made on disk before the
     // call (in the folders of the path and their special folders, watched or polled, and to the
     // path definition file), every change event sent before it, and the stamps compared at the

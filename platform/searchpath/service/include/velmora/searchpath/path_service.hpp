@@ -1,0 +1,74 @@
+#pragma once
+// PathService: a resident process's service of one saved path, so that commands answer from
+// memory instead of proving the whole path afresh at every start.
+//
+// It holds the path's MainSearchPathManager, started from the path cache, with a PathWatcher on
+// its folders and its path definition file, and answers requests on a Unix socket (its place:
+// service_place.hpp, its protocol: service_protocol.hpp). Before it answers a request it makes
+// sure that the watcher has taken in every change completed before the request arrived
+// (PathWatcher::Sync); when it cannot be sure (events lost, folders polled), it reads the path
+// again first. It answers only a peer of its own user.
+//
+//   std::string problem;
+//   auto service = PathService::Open({.pathDefinition = file, .answer = Run, .log = Log}, problem);
+//   if (!service) { ... problem ... }
+//   return service->Serve();  // until stopped, or idle for idleTimeout
+//
+// One service per saved path: Open fails (AlreadyRunning) while another holds the lock.
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <velmora/searchpath/export.hpp>
+#include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/service_place.hpp>
+#include <velmora/searchpath/service_protocol.hpp>
+
+namespace Velmora::SearchPath {
+
+// The idle time after which a service ends by itself, unless told otherwise.
+inline constexpr std::chrono::seconds kDefaultServiceIdleTimeout{30 * 60};
+
+class VELMORA_SEARCHPATH_EXPORT PathService {
+  public:
+    struct Options {
+        std::string pathDefinition;  // the path definition file (native path)
+        std::chrono::milliseconds idleTimeout = kDefaultServiceIdleTimeout;
+        // Answers a Run request on the manager's current path; called on Serve's thread, one
+        // request at a time, after the sync.
+        std::function<ServiceReply(const ServiceRequest&, MainSearchPathManager&)> answer;
+        // Hears what the service has to say (started, refused a peer, warnings); any thread.
+        std::function<void(const std::string&)> log;
+    };
+
+    enum class OpenError { None, AlreadyRunning, Failed };
+
+    // Open: takes the lock, opens the manager and its watcher and listens. Null when it cannot,
+    // with why in `problem` and `error`.
+    static std::unique_ptr<PathService> Open(Options options, std::string& problem,
+                                             OpenError& error);
+    ~PathService();
+    PathService(const PathService&) = delete;
+    PathService& operator=(const PathService&) = delete;
+
+    // Serve: answers requests until a Stop request, or until no request came for the idle
+    // timeout; then removes the socket. Returns the exit status for the process (0).
+    int Serve();
+
+    const ServicePlace& Place() const noexcept;
+
+    // ServeOne: waits at most `timeout` for one connection and answers it; false when none came.
+    // For tests, and for Serve.
+    bool ServeOne(std::chrono::milliseconds timeout);
+    bool Stopped() const noexcept;
+
+  private:
+    struct Impl;
+    explicit PathService(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace Velmora::SearchPath

@@ -1,0 +1,198 @@
+"""The path service as users run it: the same answers as without it, never stale, and a command
+that answers by itself whenever the service is absent, dead, hung or broken."""
+
+import os
+import signal
+import socket
+import struct
+import subprocess
+import threading
+import time
+import unittest
+
+import cli_test
+
+
+def service_processes(pathdef):
+    """The ids of the running `vpath service run` processes of `pathdef`."""
+    found = []
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{pid}/cmdline", "rb") as f:
+                argv = f.read().split(b"\0")
+            with open(f"/proc/{pid}/stat", "rb") as f:
+                state = f.read().rsplit(b")", 1)[1].split()[0]
+        except OSError:
+            continue
+        if state != b"Z" and b"service" in argv and b"run" in argv and pathdef in argv:
+            found.append(int(pid))
+    return found
+
+
+class Service(cli_test.OwnPathDefinition, unittest.TestCase):
+    def setUp(self):
+        super().setUp()
+        run = os.path.join(self.root, b"run")
+        os.makedirs(run, mode=0o700)
+        self.env.update(XDG_RUNTIME_DIR=os.fsdecode(run),
+                        XDG_STATE_HOME=os.fsdecode(os.path.join(self.root, b"state")),
+                        XDG_CACHE_HOME=os.fsdecode(os.path.join(self.root, b"cache")))
+        self.env.pop("VPATH_SERVICE", None)
+        for name in (b"a/area.vl", b"a/+pkg/inner.vl", b"a/private/helper.vl", b"b/area.vlp",
+                     b"b/clamp.vl", b"b/@Shape/Shape.vl", b"a/caf\xe9.vl"):
+            self.file(name)
+        self.assertEqual(self.vpath("add", "--end", "a", "b")[0], 0)
+
+    def tearDown(self):
+        for pid in service_processes(self.pathdef):
+            os.kill(pid, signal.SIGCONT)
+        self.vpath("service", "stop")
+        for pid in service_processes(self.pathdef):
+            os.kill(pid, signal.SIGKILL)
+        super().tearDown()
+
+    def start(self):
+        status, out, err = self.vpath("service", "start")
+        self.assertEqual(status, 0, err)
+
+    def status(self):
+        """(exit status, {field: value}) of `vpath service status`."""
+        status, out, _ = self.vpath("service", "status")
+        fields = {}
+        for line in out.decode().splitlines():
+            key, _, value = line.partition(" ")
+            fields[key] = value
+        return status, fields
+
+    def answered(self):
+        return int(self.status()[1]["answered"])
+
+    def test_status_exits_0_only_while_a_service_runs(self):
+        self.assertEqual(self.status()[0], 1)
+        self.start()
+        status, fields = self.status()
+        self.assertEqual(status, 0)
+        self.assertEqual(service_processes(self.pathdef), [int(fields["pid"])])
+        self.assertTrue(os.path.exists(fields["socket"]))
+        self.assertEqual((fields["folders"], fields["files"]), ("2", "7"))
+        self.assertEqual(self.vpath("service", "stop")[0], 0)
+        self.assertEqual(self.status()[0], 1)
+        self.assertEqual(service_processes(self.pathdef), [])
+
+    def test_commands_print_and_exit_as_they_do_without_it(self):
+        commands = [("which", "area"), ("which", "-a", "area"), ("which", "--json", "area"),
+                    ("which", "--explain", "area"), ("which", "nothing", "clamp"),
+                    ("which", "--from", "a", "helper"), ("which", b"caf\xe9"),
+                    ("which", "--all", "--json", "Shape"), ("ls",), ("path",),
+                    ("entries", "pkg"), ("shadows",), ("which",)]
+        without = [self.vpath(*command) for command in commands]
+        self.start()
+        before = self.answered()
+        for command, alone in zip(commands, without):
+            with self.subTest(command=command):
+                self.assertEqual(self.vpath(*command), alone)
+                self.assertEqual(self.vpath("--no-service", *command), alone)
+        # The service answered each once (the usage error too); --no-service none.
+        self.assertEqual(self.answered() - before, len(commands))
+
+    def test_a_file_made_or_removed_just_before_which_is_seen(self):
+        self.start()
+        before = self.answered()
+        for i in range(50):
+            made = self.file(b"b/new%d.vl" % i)
+            self.assertEqual(self.vpath("which", "new%d" % i), (0, made + b"\n", b""))
+            os.remove(made)
+            self.assertEqual(self.vpath("which", "new%d" % i)[0], 1)
+        self.assertEqual(self.answered() - before, 100)
+
+    def test_commands_answer_alone_when_the_service_is_killed_hung_or_absent(self):
+        expected = self.vpath("--no-service", "which", "-a", "area")
+        self.assertEqual(self.vpath("which", "-a", "area"), expected)  # absent
+        self.start()
+        pid = int(self.status()[1]["pid"])
+        os.kill(pid, signal.SIGSTOP)
+        started = time.monotonic()
+        self.assertEqual(self.vpath("which", "-a", "area"), expected)  # hung
+        self.assertLess(time.monotonic() - started, 5)
+        os.kill(pid, signal.SIGKILL)
+        while service_processes(self.pathdef):
+            time.sleep(0.01)
+        self.assertEqual(self.vpath("which", "-a", "area"), expected)  # dead, its socket left
+        self.assertEqual(self.status()[0], 1)
+        # A new service takes the dead one's place.
+        self.start()
+        self.assertEqual(self.status()[0], 0)
+
+    def test_a_reply_cut_short_or_malformed_is_never_printed(self):
+        self.start()
+        place = self.status()[1]["socket"]
+        expected = self.vpath("--no-service", "which", "-a", "area")
+        self.vpath("service", "stop")
+        hello = b"VPhi" + struct.pack("<II", 1, os.getpid())
+        # The reply's frame promises more than it holds; then a reply of another version.
+        for reply in (struct.pack("<I", 64) + b"VPrp" + struct.pack("<IiI", 1, 0, 40) + b"x" * 8,
+                      self.frame(b"VPrp" + struct.pack("<IiI", 9, 0, 4) + b"half" +
+                                 struct.pack("<I", 0))):
+            with self.subTest(reply=reply), self.fake_service(place, hello, reply):
+                self.assertEqual(self.vpath("which", "-a", "area"), expected)
+
+    @staticmethod
+    def frame(payload):
+        return struct.pack("<I", len(payload)) + payload
+
+    def fake_service(self, place, hello, reply):
+        """A service that greets, reads a request, sends `reply` and hangs up."""
+        test = self
+
+        class Fake:
+            def __enter__(self):
+                self.server = socket.socket(socket.AF_UNIX)
+                if os.path.exists(place):
+                    os.remove(place)
+                self.server.bind(place)
+                self.server.listen()
+                self.thread = threading.Thread(target=self.serve, daemon=True)
+                self.thread.start()
+
+            def serve(self):
+                connection, _ = self.server.accept()
+                with connection:
+                    connection.sendall(test.frame(hello))
+                    connection.recv(1 << 16)
+                    connection.sendall(reply)
+
+            def __exit__(self, *exc):
+                self.thread.join(5)
+                self.server.close()
+                os.remove(place)
+
+        return Fake()
+
+    def test_two_starts_at_once_leave_one_service(self):
+        starts = [subprocess.Popen([cli_test.VPATH, "service", "start"], env=self.env,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                  for _ in range(2)]
+        self.assertEqual([p.wait(60) for p in starts], [0, 0])
+        # The loser of the race may still be on its way to the lock that turns it away.
+        deadline = time.monotonic() + 10
+        while len(service_processes(self.pathdef)) > 1 and time.monotonic() < deadline:
+            time.sleep(0.05)
+        self.assertEqual(service_processes(self.pathdef), [int(self.status()[1]["pid"])])
+
+    def test_a_service_left_idle_ends_by_itself(self):
+        run = subprocess.Popen([cli_test.VPATH, "service", "run", "--idle-timeout", "1"],
+                               env=self.env, stderr=subprocess.DEVNULL)
+        self.assertEqual(run.wait(30), 0)
+        self.assertEqual(self.status()[0], 1)
+
+    def test_off_and_a_path_of_its_own_answer_without_it(self):
+        self.start()
+        before = self.answered()
+        off = dict(self.env, VPATH_SERVICE="off")
+        self.assertEqual(self.vpath("which", "area", env=off)[0], 0)
+        self.assertEqual(self.vpath("--path", "a", "which", "area")[0], 0)
+        self.assertEqual(self.answered(), before)
+
+
+if __name__ == "__main__":
+    cli_test.main()
