@@ -1,8 +1,8 @@
-// A path made from the one before it and the folders read anew answers as one made whole, and the
-// manager's refresh finds the folders that change events name.
+// The manager's refresh finds the folders that change events name, and what it leaves is what a
+// fresh start reads. (That a path made from the one before it answers as one made whole is the
+// path change property test's.)
 
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -14,11 +14,8 @@
 namespace {
 
 using namespace Velmora::PathManagement;
-using Velmora::SearchPath::FolderEntry;
-using Velmora::SearchPath::FolderScanner;
 using Velmora::SearchPath::MainSearchPath;
 using Velmora::SearchPath::MainSearchPathManager;
-using Velmora::SearchPath::ScanReport;
 using vpath_test::kFull;
 using vpath_test::kPrimary;
 
@@ -44,44 +41,6 @@ std::string Answers(const MainSearchPath& path, const std::vector<ustring>& exts
 }
 
 using MainSearchPathUpdateTest = vpath_test::TwoFolderPath;
-
-TEST_F(MainSearchPathUpdateTest, AnswersAsAPathMadeWhole) {
-    struct Case {
-        const char* what;
-        std::function<void()> change;
-    };
-    const Case cases[] = {
-        {"a file added", [&] { tree.File("one/new.vl"); }},
-        {"a file taken away", [&] { std::filesystem::remove(tree.Path("two/only.vlp")); }},
-        {"a special folder added", [&] { tree.File("two/+more/@Cls/Cls.vl"); }},
-        {"a special folder taken away",
-         [&] { std::filesystem::remove_all(tree.Path("one/+pkg")); }},
-        {"a folder gone", [&] { std::filesystem::remove_all(tree.Path("one")); }},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        const auto previous = path;
-        // Each folder's entries of the previous path, the next answer made whole from them.
-        ASSERT_FALSE(Answers(*previous, languageExtensions).empty());
-        c.change();
-        std::vector<MainSearchPath::Replacement> replaced;
-        auto entries = previous->GetFolderEntries();
-        for (std::size_t i = 0; i < entries.size(); ++i) {
-            ScanReport report;
-            entries[i] = FolderScanner().ScanMainEntry(entries[i]->GetAbsoluteIRI(), report);
-            replaced.push_back({i, entries[i]});
-        }
-        // Only the first folder is read anew unless the change was in the second.
-        path = MainSearchPath::Update(*previous, replaced);
-        EXPECT_EQ(Answers(*path, languageExtensions),
-                  Answers(*MainSearchPath::Create(entries), languageExtensions));
-        // The entries it replaced are no longer on it; their replacements are.
-        for (const auto& old : previous->GetFolderEntries())
-            EXPECT_FALSE(path->IsEntryOnPath(*old));
-        for (const auto& entry : path->GetFolderEntries())
-            EXPECT_EQ(path->GetMainEntryForEntry(*entry), entry);
-    }
-}
 
 TEST_F(MainSearchPathUpdateTest, ARefreshReadsTheFoldersThatEventsNameAndNoOthers) {
     tree.File("one/plain/sub.vl");

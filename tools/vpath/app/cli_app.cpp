@@ -174,11 +174,14 @@ int ReportParseError(CLI::App& app, const CLI::ParseError& error) {
 
 // Flushes standard output; a write that failed (a full disk, a closed pipe) is an error.
 int FinishOutput(int status) {
-    // std::cout writes through stdout's buffer, so either flush may be the one that fails.
+    // std::cout writes through stdout's buffer, so either flush may be the one that fails. Output
+    // longer than the buffer is written as it is made: a write that failed then left its errno,
+    // and nothing is left for the flush to fail on.
+    const int earlier = std::ferror(stdout) ? errno : 0;
     errno = 0;
     std::cout.flush();
     const bool flushed = std::fflush(stdout) == 0;
-    const int error = errno;
+    const int error = errno != 0 ? errno : earlier;
     if (flushed && !std::ferror(stdout) && !std::cout.fail())
         return status;
     Fail(error != 0 ? "error writing standard output: " + Velmora::os::ErrorText(error)

@@ -10,8 +10,9 @@
 //   auto path = MainSearchPath::Scan({AbsoluteIRI(u"file:///home/ada/geometry"),
 //                                     AbsoluteIRI(u"file:///home/ada/utils")}, report);
 //   const std::uint32_t primary[] = {0};
-//   std::vector<ustring> exts = {u".vl"};
-//   auto hit = path->FindFirstInScope(SearchScope(primary), SearchTarget(u"area", exts),
+//   const ustring name = u"area";  // a target borrows its name and extensions
+//   const std::vector<ustring> exts = {u".vl"};
+//   auto hit = path->FindFirstInScope(SearchScope(primary), SearchTarget(name, exts),
 //                                     FilenameMatchingPolicy::PlatformDefault);
 //   // hit->GetPathItem() is geometry/area.vl if geometry has one, else utils/area.vl
 
