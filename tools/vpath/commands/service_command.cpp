@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include <fmt/format.h>
@@ -118,18 +119,26 @@ int Start(const PathOptions& pathOptions, const ServiceOptions& options) {
         throw std::runtime_error("there is no place for the path service (set XDG_RUNTIME_DIR)");
     if (Ask(*place, ServiceOperation::Status))
         return kExitOk;
-    const std::uint32_t process = SpawnService(*place, options.idleSeconds);
+    std::uint32_t process = SpawnService(*place, options.idleSeconds);
     // Started from a warm cache, a large path answers within a second or two.
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    bool ended = false;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    // One that ended at once found the lock held: by another one starting, which is given a
+    // while, or by one dying, whose lock goes only with its last thread. It is tried again, a few
+    // times a second, until one answers.
+    std::optional<std::chrono::steady_clock::time_point> firstEnd;
     while (std::chrono::steady_clock::now() < deadline) {
         if (Ask(*place, ServiceOperation::Status))
             return kExitOk;
-        // One that ended at once may have found another starting: that one is given a while.
-        if (!ended && !Velmora::os::System().ProcessExists(process)) {
-            ended = true;
-            deadline =
-                std::min(deadline, std::chrono::steady_clock::now() + std::chrono::seconds(5));
+        if (!Velmora::os::System().ProcessExists(process)) {
+            const auto now = std::chrono::steady_clock::now();
+            if (!firstEnd)
+                firstEnd = now;
+            if (now - *firstEnd > std::chrono::seconds(5))
+                break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            if (Ask(*place, ServiceOperation::Status))
+                return kExitOk;
+            process = SpawnService(*place, options.idleSeconds);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
