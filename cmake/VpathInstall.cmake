@@ -19,6 +19,7 @@ install(DIRECTORY
         ${PROJECT_SOURCE_DIR}/platform/searchpath/watcher/include/
         ${PROJECT_SOURCE_DIR}/platform/searchpath/path_definition/include/
         ${PROJECT_SOURCE_DIR}/platform/searchpath/manager/include/
+        ${PROJECT_SOURCE_DIR}/platform/searchpath/service/include/
         ${PROJECT_BINARY_DIR}/include/
         ${PROJECT_BINARY_DIR}/platform/include/
         ${PROJECT_BINARY_DIR}/platform/searchpath/include/

@@ -4,7 +4,7 @@
 // Host: text, storage, messages, the current folder, packages, path interfaces and the real main
 // search path: its scan (folder entries, the scanner, MainSearchPath), its path cache and cached
 // start, its path definition file, its manager with the states it publishes, and the watcher and
-// poller that keep it fresh.
+// poller that keep it fresh; and the link to a running path service of a saved path.
 #include <foundation/core/except/message_exception.hpp>
 #include <foundation/core/except/notification.hpp>
 #include <foundation/messaging/event_mgr.hpp>
@@ -27,6 +27,7 @@
 #include <velmora/pathinterfaces/main_search_path_manager.hpp>
 #include <velmora/pathinterfaces/path_item.hpp>
 #include <velmora/pathinterfaces/search_scope.hpp>
+#include <velmora/searchpath/attached_path.hpp>
 #include <velmora/searchpath/cached_start.hpp>
 #include <velmora/searchpath/folder_entry.hpp>
 #include <velmora/searchpath/folder_scanner.hpp>
@@ -38,6 +39,8 @@
 #include <velmora/searchpath/path_definition_file.hpp>
 #include <velmora/searchpath/path_poller.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
+#include <velmora/searchpath/served_change.hpp>
+#include <velmora/searchpath/service_place.hpp>
 #include <velmora/searchpath/watched_path.hpp>
 #include <velmora/storage/vorlan_storage_system.hpp>
 #include <velmora/text/ustring.hpp>

@@ -9,6 +9,8 @@
 #include <velmora/searchpath/cached_start.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
 
+#include "service_streams.hpp"
+
 namespace Velmora::SearchPath {
 namespace {
 
@@ -42,11 +44,13 @@ struct PathService::Impl {
     int listener = -1;
     std::unique_ptr<MainSearchPathManager> manager;
     std::unique_ptr<PathWatcher> watcher;
+    std::unique_ptr<ServiceStreams> streams;
     Clock::time_point started = Clock::now();
     bool stopped = false;
     std::uint64_t answered = 0;  // commands run
 
     ~Impl() {
+        streams.reset();
         watcher.reset();
         if (listener >= 0) {
             os::System().RemoveFile(place.socket);
@@ -92,17 +96,42 @@ struct PathService::Impl {
                 return Status();
             case ServiceOperation::Stop:
                 stopped = true;
+                streams->Close();
                 Log("stopped on request");
                 return {0, {}, {}};
             case ServiceOperation::Run:
                 break;
+            case ServiceOperation::Subscribe:
+            case ServiceOperation::Lookup:
+                return {kDeclined, {}, {}};
         }
         if (request.settings != AnswerSettings() || !options.answer)
             return {kDeclined, {}, {}};
-        if (watcher->Sync(kSyncTimeout) != PathWatcher::SyncResult::Synced)
-            Revalidate();
+        Freshen();
         ++answered;
         return options.answer(request, *manager);
+    }
+
+    // Makes the path as fresh as the disk was when the request came.
+    void Freshen() {
+        if (watcher->Sync(kSyncTimeout) != PathWatcher::SyncResult::Synced)
+            Revalidate();
+    }
+
+    // The requests that stay with the service (subscribers) or that its attached clients make.
+    void Stream(int socket, const ServiceRequest& request) {
+        if (request.pathDefinition != place.pathDefinition) {
+            os::System().SocketSend(socket, Frame(EncodeReply({kDeclined, {}, {}})), kReplyMs);
+            return;
+        }
+        try {
+            if (request.operation == ServiceOperation::Subscribe)
+                streams->ServeSubscription(socket, request);
+            else
+                streams->ServeLookup(socket, request, [this] { Freshen(); });
+        } catch (const std::exception& e) {
+            Log(fmt::format("a request failed: {}", e.what()));
+        }
     }
 
     void Serve(int socket) {
@@ -132,6 +161,11 @@ struct PathService::Impl {
         const auto request = ParseRequest(payload);
         if (!request) {
             Log("refused a malformed request");
+            return;
+        }
+        if (request->operation == ServiceOperation::Subscribe ||
+            request->operation == ServiceOperation::Lookup) {
+            Stream(socket, *request);
             return;
         }
         ServiceReply reply;
@@ -215,6 +249,9 @@ std::unique_ptr<PathService> PathService::Open(Options options, std::string& pro
         problem = e.what();
         return nullptr;
     }
+    impl->streams = ServiceStreams::Open(*place, *impl->manager, log, problem);
+    if (!impl->streams)
+        return nullptr;
     // The lock is ours: a socket left there is a dead service's.
     system.RemoveFile(place->socket);
     if (const int err = system.SocketListen(place->socket, impl->listener); err != 0) {
@@ -249,7 +286,7 @@ int PathService::Serve() {
     m_impl->Log(
         fmt::format("serving {} at {}", m_impl->place.pathDefinition, m_impl->place.socket));
     while (!m_impl->stopped) {
-        if (!ServeOne(m_impl->options.idleTimeout)) {
+        if (!ServeOne(m_impl->options.idleTimeout) && m_impl->streams->Subscribers() == 0) {
             m_impl->Log("no request for the idle time: stopping");
             break;
         }

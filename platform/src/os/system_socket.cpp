@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <memory>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -245,6 +246,64 @@ int ISystem::SpawnDetached(const std::vector<std::string>& argv, const std::stri
     if (err == 0)
         process = static_cast<std::uint32_t>(pid);
     return err;
+}
+
+int ISystem::SocketWait(int descriptor, int timeoutMs) {
+    // A closed other end reads as ready: the read that follows finds the end.
+    return WaitFor(descriptor, POLLIN, Deadline(timeoutMs), timeoutMs < 0);
+}
+
+int ISystem::SocketShutdown(int descriptor) {
+    return ::shutdown(descriptor, SHUT_RDWR) == 0 ? 0 : errno;
+}
+
+SharedPage::~SharedPage() {
+    if (m_size != 0)
+        ::munmap(m_address, m_size);
+}
+
+int ISystem::CreateSharedPage(const std::string& path, std::size_t size,
+                              std::unique_ptr<SharedPage>& out) {
+    const int fd =
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (fd < 0)
+        return errno;
+    int err = ::ftruncate(fd, static_cast<off_t>(size)) == 0 ? 0 : errno;
+    void* address = MAP_FAILED;
+    if (err == 0) {
+        address = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        if (address == MAP_FAILED)
+            err = errno;
+    }
+    ::close(fd);
+    if (err != 0) {
+        ::unlink(path.c_str());
+        return err;
+    }
+    out = std::make_unique<SharedPage>(address, size);
+    return 0;
+}
+
+int ISystem::MapSharedPage(const std::string& path, std::size_t size,
+                           std::unique_ptr<const SharedPage>& out) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return errno;
+    struct stat status {};
+    int err = ::fstat(fd, &status) == 0 ? 0 : errno;
+    if (err == 0 && (!S_ISREG(status.st_mode) || static_cast<std::size_t>(status.st_size) < size))
+        err = EINVAL;
+    void* address = MAP_FAILED;
+    if (err == 0) {
+        address = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
+        if (address == MAP_FAILED)
+            err = errno;
+    }
+    ::close(fd);
+    if (err != 0)
+        return err;
+    out = std::make_unique<const SharedPage>(address, size);
+    return 0;
 }
 
 }  // namespace Velmora::os

@@ -1,5 +1,10 @@
 // vpath watch: what changes on the search path while it runs, as folders change on disk or
 // another process changes the saved path.
+//
+// When the service of the saved path runs, watch hears the changes from it instead of watching
+// the folders itself, so that any number of watches share the service's watches. Should the
+// service end while watched, watch says so and exits: starting watches of its own then could not
+// tell which changes happened in between, and would miss or repeat them.
 
 #include <charconv>
 #include <chrono>
@@ -11,17 +16,22 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <velmora/os/system.hpp>
+#include <velmora/searchpath/attached_path.hpp>
 #include <velmora/searchpath/path_change_report.hpp>
 #include <velmora/searchpath/path_poller.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
+#include <velmora/searchpath/service_client.hpp>
 
 #include "commands.hpp"
 #include "context/given_path.hpp"
 #include "context/path_cache_use.hpp"
+#include "context/service_use.hpp"
 #include "output/change_report.hpp"
 
 namespace vpath_cli {
@@ -73,24 +83,36 @@ class Printer {
     Printer(bool json, std::optional<std::uint64_t> limit) : m_json(json), m_limit(limit) {}
 
     void operator()(const Velmora::PathManagement::PathChange& change) {
-        const auto report = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
-        if (report.empty())
+        Print(Velmora::SearchPath::DescribeChange(change));
+    }
+    void Print(const Velmora::SearchPath::ServedChange& change) {
+        if (change.empty())
             return;
         // Held while printing: a change that comes after the last one asked for is not printed.
         std::lock_guard lock(m_mutex);
         if (Done())
             return;
-        PrintChangeReport(report, *change.after, m_json, Now());
+        PrintChange(change, m_json, Now());
         std::fflush(stdout);
         ++m_printed;
+        m_progress.notify_all();
+    }
+    // End: the changes stop coming (the path service ended).
+    void End() {
+        std::lock_guard lock(m_mutex);
+        m_ended = true;
         m_progress.notify_all();
     }
     // WaitForLimit: returns when the limit is reached, or when `interval` has passed.
     bool WaitForLimit(std::chrono::duration<double> interval) {
         std::unique_lock lock(m_mutex);
-        return m_progress.wait_for(lock, interval, [&] { return Done(); });
+        return m_progress.wait_for(lock, interval, [&] { return Done() || m_ended; });
     }
     bool Done() const { return m_limit && m_printed >= *m_limit; }
+    bool Ended() {
+        std::lock_guard lock(m_mutex);
+        return m_ended && !Done();
+    }
 
   private:
     bool m_json;
@@ -98,7 +120,65 @@ class Printer {
     std::mutex m_mutex;
     std::condition_variable m_progress;
     std::uint64_t m_printed = 0;
+    bool m_ended = false;
 };
+
+// The start's warnings of the path's folders (missing, unreadable), as the service has them: its
+// run of `vpath path` prints them first.
+void PrintServiceWarnings(const Velmora::SearchPath::ServicePlace& place) {
+    Velmora::SearchPath::ServiceRequest request;
+    request.pathDefinition = place.pathDefinition;
+    if (Velmora::os::System().CurrentFolder(request.folder) != 0)
+        return;
+    request.arguments = {"path"};
+    request.settings = Velmora::SearchPath::AnswerSettings();
+    const auto reply = Velmora::SearchPath::AskPathService(place, request, {});
+    if (!reply)
+        return;
+    constexpr std::string_view kWarning = "vpath: warning: ";
+    std::string_view err = reply->err;
+    while (!err.empty()) {
+        const auto end = err.find('\n');
+        const auto line = err.substr(0, end == std::string_view::npos ? err.size() : end + 1);
+        if (line.starts_with(kWarning))
+            std::fwrite(line.data(), 1, line.size(), stderr);
+        err.remove_prefix(line.size());
+    }
+}
+
+// Watches through the service of the saved path; none when none runs, and watch watches by
+// itself.
+std::optional<int> WatchThroughService(const PathOptions& pathOptions, Printer& printer) {
+    const auto place = ServicePlaceOf(pathOptions);
+    if (!place)
+        return std::nullopt;
+    std::string reason;
+    const auto attached = Velmora::SearchPath::AttachedPath::Attach(
+        {.pathDefinition = place->pathDefinition,
+         .changed = [&](const Velmora::SearchPath::ServedChange& change) { printer.Print(change); },
+         .ended = [&] { printer.End(); }},
+        reason);
+    if (!attached) {
+        if (ServiceStartsWhenMissing() && !Velmora::SearchPath::PathServiceRuns(*place)) {
+            try {
+                SpawnService(*place, std::nullopt);
+            } catch (const std::exception& e) {
+                Warn(e.what());
+            }
+        }
+        return std::nullopt;
+    }
+    PrintServiceWarnings(*place);
+    while (!printer.WaitForLimit(std::chrono::hours(24))) {
+    }
+    if (printer.Ended()) {
+        Fail(
+            "the path service ended while watching: changes after the last one printed were not "
+            "followed; run 'vpath watch' again");
+        return kExitTrouble;
+    }
+    return kExitOk;
+}
 
 int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
     // A plain value rather than an optional: GCC cannot see that it is set wherever it is read.
@@ -106,6 +186,11 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
     const double pollSeconds = polling ? ParsePoll(*options.poll) : 0.0;
     const std::optional<std::uint64_t> limit =
         options.count ? std::optional(ParseCount(*options.count)) : std::nullopt;
+    Printer printer(options.json, limit);
+    if (!polling && ServiceMayServe(pathOptions)) {
+        if (const auto status = WatchThroughService(pathOptions, printer))
+            return *status;
+    }
     // A path given on the command line is watched as it stands; it has no file to follow.
     const auto given = GivenFolders(pathOptions);
     // The watches are set up while the path is read, from what its cache knows.
@@ -120,7 +205,6 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
     if (!manager)
         return kExitTrouble;
     PrintWarnings(*manager->GetWarnings());
-    Printer printer(options.json, limit);
     manager->AddPathChangeObserver([&](const auto& change) { printer(change); });
 
     if (!polling) {

@@ -36,6 +36,14 @@ std::string ServiceMode() {
 
 }  // namespace
 
+bool ServiceMayServe(const PathOptions& options) {
+    return !options.noService && ServiceMode() != "off" && !options.GivesPath();
+}
+
+bool ServiceStartsWhenMissing() {
+    return ServiceMode() == "auto";
+}
+
 std::optional<ServicePlace> ServicePlaceOf(const PathOptions& options) {
     const std::string location =
         options.pathDefinition.value_or(Velmora::SearchPath::PathDefinitionFile::DefaultLocation());

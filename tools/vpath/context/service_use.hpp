@@ -28,6 +28,14 @@ namespace vpath_cli {
 std::optional<int> AnswerThroughService(const CLI::App& chosen, const PathOptions& options,
                                         int argc, char** argv);
 
+// ServiceMayServe: whether the options and the environment let a command of the saved path use
+// its service: not with --no-service, VPATH_SERVICE=off, or a path of the command line's own.
+bool ServiceMayServe(const PathOptions& options);
+
+// ServiceStartsWhenMissing: whether VPATH_SERVICE=auto asks a command that finds no service to
+// start one.
+bool ServiceStartsWhenMissing();
+
 // ServicePlaceOf: the service files of the saved path the options choose; none when there is no
 // place for them.
 std::optional<Velmora::SearchPath::ServicePlace> ServicePlaceOf(const PathOptions& options);

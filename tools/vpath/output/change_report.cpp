@@ -1,6 +1,5 @@
 #include "change_report.hpp"
 
-#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -13,7 +12,6 @@ namespace vpath_cli {
 namespace {
 
 using Velmora::PathManagement::IPath;
-using Velmora::PathManagement::PathEntryVector;
 
 void PrintLine(const std::string& time, const std::string& kind, const std::string& path) {
     std::string line = time.empty() ? std::string() : time + ' ';
@@ -24,33 +22,25 @@ void PrintLine(const std::string& time, const std::string& kind, const std::stri
     std::fwrite(line.data(), 1, line.size(), stdout);
 }
 
+using foundation::storage::vfs::AbsoluteIRI;
+using Folders = std::vector<AbsoluteIRI>;
+
 // A folder for scripts: its path for reading (bytes that are not UTF-8 shown as U+FFFD) and its
 // location, which keeps every byte.
-nlohmann::json Folder(const Velmora::PathManagement::IPathEntry& entry) {
-    const auto location = entry.GetAbsoluteIRI();
+nlohmann::json Folder(const AbsoluteIRI& location) {
     return {{"path", DisplayBytes(location)},
             {"iri", Velmora::text::ToNative(location.toString())}};
 }
 
-// The moved entries in their order on the new path; the report gives them as a set.
-PathEntryVector InPathOrder(PathEntryVector entries, const IPath& after) {
-    std::stable_sort(entries.begin(), entries.end(), [&](const auto& a, const auto& b) {
-        return after.FirstEntryIsBeforeSecondOnPath(*a, *b);
-    });
-    return entries;
-}
-
-// The entries of `entries` whose folders are not in `others`: a folder that leaves the path as the
-// special subfolder of a folder taken off and stays on it by its own name (or the other way round)
-// was neither added nor removed.
-PathEntryVector NotIn(const PathEntryVector& entries, const PathEntryVector& others) {
-    boost::unordered_flat_set<foundation::storage::vfs::AbsoluteIRI> locations;
-    for (const auto& e : others)
-        locations.insert(e->GetAbsoluteIRI());
-    PathEntryVector kept;
-    for (const auto& e : entries) {
-        if (!locations.contains(e->GetAbsoluteIRI()))
-            kept.push_back(e);
+// The folders of `folders` that are not in `others`: a folder that leaves the path as the special
+// subfolder of a folder taken off and stays on it by its own name (or the other way round) was
+// neither added nor removed.
+Folders NotIn(const Folders& folders, const Folders& others) {
+    const boost::unordered_flat_set<AbsoluteIRI> locations(others.begin(), others.end());
+    Folders kept;
+    for (const auto& f : folders) {
+        if (!locations.contains(f))
+            kept.push_back(f);
     }
     return kept;
 }
@@ -59,9 +49,13 @@ PathEntryVector NotIn(const PathEntryVector& entries, const PathEntryVector& oth
 
 void PrintChangeReport(const Velmora::SearchPath::PathChangeReport& report, const IPath& after,
                        bool json, const std::string& time) {
-    const PathEntryVector added = NotIn(*report.added, *report.removed);
-    const PathEntryVector removed = NotIn(*report.removed, *report.added);
-    const PathEntryVector moved = InPathOrder(*report.reordered, after);
+    PrintChange(Velmora::SearchPath::DescribeChange(report, after), json, time);
+}
+
+void PrintChange(const Velmora::SearchPath::ServedChange& change, bool json,
+                 const std::string& time) {
+    const Folders added = NotIn(change.added, change.removed);
+    const Folders removed = NotIn(change.removed, change.added);
     if (json) {
         nlohmann::json out = {{"added", nlohmann::json::array()},
                               {"removed", nlohmann::json::array()},
@@ -69,28 +63,27 @@ void PrintChangeReport(const Velmora::SearchPath::PathChangeReport& report, cons
                               {"refreshed", nlohmann::json::array()}};
         if (!time.empty())
             out["time"] = time;
-        for (const auto& e : added)
-            out["added"].push_back(Folder(*e));
-        for (const auto& e : removed)
-            out["removed"].push_back(Folder(*e));
-        for (const auto& e : moved)
-            out["moved"].push_back(Folder(*e));
-        for (const auto& e : *report.refreshedAfter)
-            out["refreshed"].push_back(Folder(*e));
+        for (const auto& f : added)
+            out["added"].push_back(Folder(f));
+        for (const auto& f : removed)
+            out["removed"].push_back(Folder(f));
+        for (const auto& f : change.moved)
+            out["moved"].push_back(Folder(f));
+        for (const auto& f : change.refreshed)
+            out["refreshed"].push_back(Folder(f));
         const std::string text =
             out.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
         std::fwrite(text.data(), 1, text.size(), stdout);
         return;
     }
-    for (const auto& e : added)
-        PrintLine(time, "added", DisplayBytes(e->GetAbsoluteIRI()));
-    for (const auto& e : removed)
-        PrintLine(time, "removed", DisplayBytes(e->GetAbsoluteIRI()));
-    for (const auto& e : moved)
-        PrintLine(time, "moved", DisplayBytes(e->GetAbsoluteIRI()));
-    for (const auto& e : *report.refreshedAfter) {
-        PrintLine(time, "refreshed", DisplayBytes(e->GetAbsoluteIRI()));
-    }
+    for (const auto& f : added)
+        PrintLine(time, "added", DisplayBytes(f));
+    for (const auto& f : removed)
+        PrintLine(time, "removed", DisplayBytes(f));
+    for (const auto& f : change.moved)
+        PrintLine(time, "moved", DisplayBytes(f));
+    for (const auto& f : change.refreshed)
+        PrintLine(time, "refreshed", DisplayBytes(f));
 }
 
 }  // namespace vpath_cli

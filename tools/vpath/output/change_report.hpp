@@ -5,6 +5,7 @@
 
 #include <velmora/pathinterfaces/ipath.hpp>
 #include <velmora/searchpath/path_change_report.hpp>
+#include <velmora/searchpath/served_change.hpp>
 
 namespace vpath_cli {
 
@@ -16,5 +17,9 @@ namespace vpath_cli {
 void PrintChangeReport(const Velmora::SearchPath::PathChangeReport& report,
                        const Velmora::PathManagement::IPath& after, bool json,
                        const std::string& time = {});
+
+// PrintChange: the same for a change told by its folders (DescribeChange, or a path service).
+void PrintChange(const Velmora::SearchPath::ServedChange& change, bool json,
+                 const std::string& time = {});
 
 }  // namespace vpath_cli

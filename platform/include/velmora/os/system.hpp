@@ -58,6 +58,22 @@ class VELMORA_PLATFORM_EXPORT MappedFile {
     virtual void Release(std::string_view part) const noexcept;
 };
 
+// SharedPage: the first bytes of a file, mapped shared: what one process stores there, every
+// process that mapped the file reads at once. Unmapped when destroyed.
+class VELMORA_PLATFORM_EXPORT SharedPage {
+  public:
+    SharedPage(void* address, std::size_t size) noexcept : m_address(address), m_size(size) {}
+    ~SharedPage();
+    SharedPage(const SharedPage&) = delete;
+    SharedPage& operator=(const SharedPage&) = delete;
+    void* Address() const noexcept { return m_address; }
+    std::size_t Size() const noexcept { return m_size; }
+
+  private:
+    void* m_address;
+    std::size_t m_size;
+};
+
 // WatchEvent: one record of a folder-watch queue: which watch, what happened (Watch* bits) and
 // the name of the item inside the watched folder (empty for the folder itself).
 struct WatchEvent {
@@ -215,6 +231,21 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     // does not wait for it: from then on, the process's children are reaped as they end.
     virtual int SpawnDetached(const std::vector<std::string>& argv, const std::string& logPath,
                               std::uint32_t& process);
+    // SocketWait: waits at most `timeoutMs` until `descriptor` has bytes to read or its other
+    // end has closed (ETIMEDOUT when neither).
+    virtual int SocketWait(int descriptor, int timeoutMs);
+    // SocketShutdown: ends both directions of a connected socket, so that a thread waiting to
+    // read from it wakes (its read finds the end).
+    virtual int SocketShutdown(int descriptor);
+    // CreateSharedPage: a new file at `path` of `size` zero bytes, readable and writable by its
+    // owner alone (0600), mapped shared and writable; EEXIST when anything is there already.
+    virtual int CreateSharedPage(const std::string& path, std::size_t size,
+                                 std::unique_ptr<SharedPage>& out);
+    // MapSharedPage: the first `size` bytes of the regular file at `path`, mapped shared and
+    // read-only. A symbolic link is not followed (ELOOP); EINVAL when the file is shorter or not
+    // a regular file.
+    virtual int MapSharedPage(const std::string& path, std::size_t size,
+                              std::unique_ptr<const SharedPage>& out);
 };
 
 // System: the seam in force. The real system unless a test has overridden it.

@@ -35,6 +35,11 @@ enum class ServiceOperation : std::uint8_t {
     Run = 1,     // run a vpath command on the service's path and give its output
     Status = 2,  // tell what the service holds
     Stop = 3,    // end the service once the reply is sent
+    // Hear of every change of the path, one frame each, for as long as the connection stays
+    // open (served_change.hpp).
+    Subscribe = 5,
+    // Resolve names (the arguments) as `which NAME` does, and give each one's file or none.
+    Lookup = 6,
 };
 
 struct ServiceRequest {
@@ -42,7 +47,8 @@ struct ServiceRequest {
     // The path definition file the client means (an absolute native path): a service of another
     // path declines.
     std::string pathDefinition;
-    // Run: the client's current folder and its arguments (without the program's name).
+    // Run: the client's current folder and its arguments (without the program's name). Lookup:
+    // the names, in `arguments`.
     std::string folder;
     std::vector<std::string> arguments;
     // Run: the client's environment variables that shape answers (name, value; a variable that is
