@@ -1,7 +1,13 @@
 #include <velmora/searchpath/path_service.hpp>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <map>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -37,6 +43,8 @@ std::string ResidentMemory() {
 
 }  // namespace
 
+ServiceBatch::~ServiceBatch() = default;
+
 struct PathService::Impl {
     Options options;
     ServicePlace place;
@@ -46,8 +54,18 @@ struct PathService::Impl {
     std::unique_ptr<PathWatcher> watcher;
     std::unique_ptr<ServiceStreams> streams;
     Clock::time_point started = Clock::now();
-    bool stopped = false;
-    std::uint64_t answered = 0;  // commands run
+    std::atomic<bool> stopped = false;
+    std::atomic<std::uint64_t> answered = 0;  // commands run
+    // Held while a command runs for a client: the command's streams and current folder are the
+    // process's.
+    std::mutex running;
+
+    // The connections being answered, each on its thread; the threads that ended, to be joined.
+    std::mutex connectionsMutex;
+    std::map<std::uint64_t, std::pair<std::thread, int>> connections;
+    std::vector<std::uint64_t> ended;
+    std::uint64_t nextConnection = 0;
+    Clock::time_point lastActive = Clock::now();
 
     ~Impl() {
         streams.reset();
@@ -75,6 +93,12 @@ struct PathService::Impl {
         manager->RefreshFolders(*manager->GetPathFolderIRIs());
     }
 
+    // Makes sure that the path holds every change completed before now.
+    void Sync() {
+        if (watcher->Sync(kSyncTimeout) != PathWatcher::SyncResult::Synced)
+            Revalidate();
+    }
+
     ServiceReply Status() const {
         const auto path = manager->GetSnapshot();
         const auto uptime =
@@ -84,8 +108,15 @@ struct PathService::Impl {
                             "memory {}\nuptime {} s\nanswered {}\n",
                             os::System().ProcessId(), place.socket, place.pathDefinition,
                             path->GetFolderEntries().size(), path->GetFileCount(), ResidentMemory(),
-                            uptime.count(), answered),
+                            uptime.count(), answered.load()),
                 {}};
+    }
+
+    // Whether the service may answer `request` with its own settings.
+    static bool SameSettings(const ServiceRequest& request) {
+        auto settings = request.settings;
+        std::erase_if(settings, [](const auto& setting) { return setting.first.starts_with(':'); });
+        return settings == AnswerSettings();
     }
 
     ServiceReply Answer(const ServiceRequest& request) {
@@ -95,27 +126,54 @@ struct PathService::Impl {
             case ServiceOperation::Status:
                 return Status();
             case ServiceOperation::Stop:
-                stopped = true;
-                streams->Close();
                 Log("stopped on request");
                 return {0, {}, {}};
             case ServiceOperation::Run:
+            case ServiceOperation::Batch:
                 break;
             case ServiceOperation::Subscribe:
             case ServiceOperation::Lookup:
                 return {kDeclined, {}, {}};
         }
-        if (request.settings != AnswerSettings() || !options.answer)
+        if (!SameSettings(request) || !options.answer)
             return {kDeclined, {}, {}};
-        Freshen();
+        Sync();
         ++answered;
+        const std::lock_guard hold(running);
         return options.answer(request, *manager);
     }
 
-    // Makes the path as fresh as the disk was when the request came.
-    void Freshen() {
-        if (watcher->Sync(kSyncTimeout) != PathWatcher::SyncResult::Synced)
-            Revalidate();
+    // Answers a batch: its opening, then each piece of names, until the client ends it.
+    void AnswerBatch(int socket, const ServiceRequest& request) {
+        auto& system = os::System();
+        std::unique_ptr<ServiceBatch> batch;
+        ServiceReply opening{kDeclined, {}, {}};
+        if (request.pathDefinition == place.pathDefinition && SameSettings(request) &&
+            options.batch) {
+            Sync();
+            const std::lock_guard hold(running);
+            batch = options.batch(request, *manager, opening);
+        }
+        if (!batch)
+            opening = {kDeclined, {}, {}};
+        if (system.SocketSend(socket, Frame(EncodeReply(opening)), kReplyMs) != 0 || !batch)
+            return;
+        ++answered;
+        std::string header;
+        std::string names;
+        // A batch may wait for its next name as long as the program feeding it likes.
+        while (!stopped && system.SocketReceive(socket, 4, -1, header) == 0) {
+            const std::uint32_t size = FrameLength(header);
+            if (size == 0 || size > kMostRequestBytes ||
+                system.SocketReceive(socket, size, kRequestMs, names) != 0) {
+                return;
+            }
+            Sync();
+            if (system.SocketSend(socket, Frame(EncodeReply(batch->Answer(names))), kReplyMs) !=
+                0) {
+                return;
+            }
+        }
     }
 
     // The requests that stay with the service (subscribers) or that its attached clients make.
@@ -128,7 +186,7 @@ struct PathService::Impl {
             if (request.operation == ServiceOperation::Subscribe)
                 streams->ServeSubscription(socket, request);
             else
-                streams->ServeLookup(socket, request, [this] { Freshen(); });
+                streams->ServeLookup(socket, request, [this] { Sync(); });
         } catch (const std::exception& e) {
             Log(fmt::format("a request failed: {}", e.what()));
         }
@@ -168,14 +226,86 @@ struct PathService::Impl {
             Stream(socket, *request);
             return;
         }
-        ServiceReply reply;
         try {
-            reply = Answer(*request);
+            if (request->operation == ServiceOperation::Batch) {
+                AnswerBatch(socket, *request);
+                return;
+            }
+            ServiceReply reply;
+            try {
+                reply = Answer(*request);
+            } catch (const std::exception& e) {
+                Log(fmt::format("a request failed: {}", e.what()));
+                reply = {kDeclined, {}, {}};
+            }
+            system.SocketSend(socket, Frame(EncodeReply(reply)), kReplyMs);
+            if (request->operation == ServiceOperation::Stop && reply.status == 0)
+                Stop();
         } catch (const std::exception& e) {
             Log(fmt::format("a request failed: {}", e.what()));
-            reply = {kDeclined, {}, {}};
         }
-        system.SocketSend(socket, Frame(EncodeReply(reply)), kReplyMs);
+    }
+
+    // Stop: ends Serve's loop, which is woken by a connection of its own.
+    void Stop() {
+        stopped = true;
+        streams->Close();  // its subscribers hear the end at once
+        int wake = -1;
+        if (os::System().SocketConnect(place.socket, 100, wake) == 0)
+            os::System().CloseFile(wake);
+    }
+
+    // Answers `socket` on a thread of its own.
+    void StartConnection(int socket) {
+        const std::lock_guard hold(connectionsMutex);
+        const std::uint64_t id = nextConnection++;
+        auto& slot = connections[id];
+        slot.second = socket;
+        slot.first = std::thread([this, id, socket] {
+            Serve(socket);
+            const std::lock_guard done(connectionsMutex);
+            os::System().CloseFile(socket);
+            connections[id].second = -1;
+            ended.push_back(id);
+            lastActive = Clock::now();
+        });
+    }
+
+    // Joins the threads of the connections that ended; true when none is open.
+    bool JoinEnded() {
+        std::vector<std::thread> threads;
+        bool idle = false;
+        {
+            const std::lock_guard hold(connectionsMutex);
+            for (const std::uint64_t id : ended) {
+                threads.push_back(std::move(connections[id].first));
+                connections.erase(id);
+            }
+            ended.clear();
+            idle = connections.empty();
+        }
+        for (auto& thread : threads)
+            thread.join();
+        return idle;
+    }
+
+    // Ends the connections still open (a batch waiting for names) and waits for their threads.
+    void EndConnections() {
+        {
+            const std::lock_guard hold(connectionsMutex);
+            for (auto& [id, connection] : connections) {
+                if (connection.second >= 0)
+                    os::System().SocketShutdown(connection.second);
+            }
+        }
+        for (;;) {
+            JoinEnded();
+            const std::lock_guard hold(connectionsMutex);
+            if (connections.empty())
+                return;
+            // A thread that has not ended yet is waited for a moment.
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
 };
 
@@ -283,14 +413,59 @@ bool PathService::ServeOne(std::chrono::milliseconds timeout) {
 }
 
 int PathService::Serve() {
-    m_impl->Log(
-        fmt::format("serving {} at {}", m_impl->place.pathDefinition, m_impl->place.socket));
-    while (!m_impl->stopped) {
-        if (!ServeOne(m_impl->options.idleTimeout) && m_impl->streams->Subscribers() == 0) {
-            m_impl->Log("no request for the idle time: stopping");
+    auto& impl = *m_impl;
+    impl.Log(fmt::format("serving {} at {}", impl.place.pathDefinition, impl.place.socket));
+    const auto idle = impl.options.idleTimeout;
+    // At most this many connections are answered at once; more wait to be accepted.
+    constexpr std::size_t kMostConnections = 64;
+    while (!impl.stopped) {
+        const bool none = impl.JoinEnded();
+        Clock::time_point lastActive;
+        std::size_t open = 0;
+        {
+            const std::lock_guard hold(impl.connectionsMutex);
+            lastActive = impl.lastActive;
+            open = impl.connections.size();
+        }
+        if (open >= kMostConnections) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            continue;
+        }
+        // Woken at the idle deadline, or every second while connections are open, since their
+        // end does not wake the loop.
+        int wait = -1;
+        if (!none) {
+            wait = 1000;
+        } else if (idle.count() >= 0) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                lastActive + idle - Clock::now());
+            if (left.count() <= 0) {
+                impl.Log("no request for the idle time: stopping");
+                break;
+            }
+            wait = static_cast<int>(std::min<std::int64_t>(left.count(), 24 * 3600 * 1000));
+        }
+        int socket = -1;
+        if (const int err = os::System().SocketAccept(impl.listener, wait, socket); err != 0) {
+            if (err != ETIMEDOUT) {
+                impl.Log(fmt::format("cannot accept: {}", os::ErrorText(err)));
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            }
+            continue;
+        }
+        if (impl.stopped) {
+            os::System().CloseFile(socket);
             break;
         }
+        {
+            const std::lock_guard hold(impl.connectionsMutex);
+            impl.lastActive = Clock::now();
+        }
+        impl.StartConnection(socket);
     }
+    impl.stopped = true;
+    impl.streams->Close();
+    impl.EndConnections();
     return 0;
 }
 

@@ -169,6 +169,10 @@ int ISystem::SocketReceive(int descriptor, std::size_t size, int timeoutMs, std:
     return 0;
 }
 
+int ISystem::SocketShutdown(int descriptor) {
+    return ::shutdown(descriptor, SHUT_RDWR) == 0 ? 0 : errno;
+}
+
 int ISystem::CaptureStream(int stream, int& saved) {
     const int memory = ::memfd_create("vpath-stream", MFD_CLOEXEC);
     if (memory < 0)
@@ -251,10 +255,6 @@ int ISystem::SpawnDetached(const std::vector<std::string>& argv, const std::stri
 int ISystem::SocketWait(int descriptor, int timeoutMs) {
     // A closed other end reads as ready: the read that follows finds the end.
     return WaitFor(descriptor, POLLIN, Deadline(timeoutMs), timeoutMs < 0);
-}
-
-int ISystem::SocketShutdown(int descriptor) {
-    return ::shutdown(descriptor, SHUT_RDWR) == 0 ? 0 : errno;
 }
 
 SharedPage::~SharedPage() {
