@@ -99,7 +99,7 @@ TEST(AttachedPath, FailsCleanlyWhenNoServiceRuns) {
     }
 }
 
-// A service of a path of one folder holding area.vl, served on threads of the test's own, and a
+// A service of a path of one folder holding area.vl, served on a thread of the test's own, and a
 // program attached to it.
 class Attached : public ::testing::Test {
   protected:
@@ -115,13 +115,7 @@ class Attached : public ::testing::Test {
         m_service = PathService::Open({.pathDefinition = m_pathdef, .answer = {}, .log = {}},
                                       problem, error);
         ASSERT_TRUE(m_service) << problem;
-        // A subscriber keeps a connection for itself: another thread answers the lookups.
-        for (auto& thread : m_serving) {
-            thread = std::thread([this] {
-                while (!m_stop.load())
-                    m_service->ServeOne(std::chrono::milliseconds(20));
-            });
-        }
+        m_serving = std::thread([this] { m_service->Serve(); });
         std::string reason;
         m_attached = AttachedPath::Attach({.pathDefinition = m_pathdef,
                                            .changed =
@@ -151,11 +145,8 @@ class Attached : public ::testing::Test {
         stop.operation = ServiceOperation::Stop;
         stop.pathDefinition = m_service->Place().pathDefinition;
         EXPECT_TRUE(AskPathService(m_service->Place(), stop, {}));
-        m_stop.store(true);
-        for (auto& thread : m_serving) {
-            if (thread.joinable())
-                thread.join();
-        }
+        if (m_serving.joinable())
+            m_serving.join();
         m_service.reset();
     }
 
@@ -179,8 +170,7 @@ class Attached : public ::testing::Test {
     const RuntimeFolder m_runtime{m_tree.Folder("run").string()};
     std::string m_pathdef;
     std::unique_ptr<PathService> m_service;
-    std::atomic<bool> m_stop{false};
-    std::thread m_serving[2];
+    std::thread m_serving;
     std::unique_ptr<AttachedPath> m_attached;
     std::mutex m_mutex;
     std::condition_variable m_heard;
