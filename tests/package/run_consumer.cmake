@@ -45,6 +45,26 @@ step(${CMAKE_COMMAND} --build ${SCRATCH}/build)
 step(${SCRATCH}/build/embedding_example ${EXAMPLES}/utils ${EXAMPLES}/geometry)
 expect_example_output()
 
+# The attach example against a path service that the installed vpath runs, in a runtime folder
+# of the test's own; then, with the service stopped, the same program reading the path itself.
+set(attach ${SCRATCH}/attach)
+file(MAKE_DIRECTORY ${attach}/tb ${attach}/run)
+file(WRITE ${attach}/tb/area.vl "")
+file(WRITE ${attach}/pathdef "${attach}/tb\n")
+set(attach_env ${CMAKE_COMMAND} -E env XDG_RUNTIME_DIR=${attach}/run
+    XDG_STATE_HOME=${attach}/state XDG_CACHE_HOME=${attach}/cache)
+set(vpath_here ${attach_env} ${prefix}/bin/vpath --pathdef ${attach}/pathdef)
+step(${vpath_here} service start)
+execute_process(COMMAND ${attach_env} ${SCRATCH}/build/attach_example ${attach}/pathdef ${attach}/tb
+    RESULT_VARIABLE attach_result OUTPUT_VARIABLE step_output ERROR_VARIABLE attach_err)
+execute_process(COMMAND ${vpath_here} service stop)
+if(NOT attach_result EQUAL 0)
+    message(FATAL_ERROR "attach_example failed:\n${step_output}\n${attach_err}")
+endif()
+expect("^attached\narea -> ${attach}/tb/area.vl\narea -> ${attach}/tb/area.vl\nmade ${attach}/tb/area.vlx\nheard: refreshed ${attach}/tb\narea -> ${attach}/tb/area.vlx\n$")
+step(${attach_env} ${SCRATCH}/build/attach_example ${attach}/pathdef ${attach}/tb)
+expect("^no path service \\([^\n]*\\): reading the path\narea -> ${attach}/tb/area.vl\n$")
+
 file(GLOB_RECURSE pc_files ${prefix}/*/velmora-pathmanagement.pc)
 get_filename_component(pc_dir "${pc_files}" DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${pc_dir})
