@@ -15,8 +15,10 @@ namespace {
 
 // How long a subscriber or a lookup's client may take to take a frame.
 constexpr int kSendMs = 10'000;
-// How often a subscription with nothing to send looks whether its client has left.
-constexpr std::chrono::milliseconds kLookAgain{250};
+// How often a subscription with nothing to send looks whether its client has left. Its thread
+// and connection stay until it does, and count against the service's connections: a client that
+// attaches and leaves again and again must not fill them.
+constexpr std::chrono::milliseconds kLookAgain{20};
 // A subscriber that has not taken this much is dropped rather than kept without end.
 constexpr std::size_t kMostBacklogBytes = std::size_t{64} << 20;
 constexpr std::size_t kMostBacklogFrames = std::size_t{1} << 16;
