@@ -7,7 +7,9 @@
 // service_place.hpp, its protocol: service_protocol.hpp). Before it answers a request it makes
 // sure that the watcher has taken in every change completed before the request arrived
 // (PathWatcher::Sync); when it cannot be sure (events lost, folders polled), it reads the path
-// again first. It answers only a peer of its own user.
+// again first. It answers only a peer of its own user. Programs that stay attached
+// (attached_path.hpp) subscribe to its changes and look names up; it keeps, beside its socket, the
+// generation page through which they know when their remembered answers went stale.
 //
 //   std::string problem;
 //   auto service = PathService::Open({.pathDefinition = file, .answer = Run, .log = Log}, problem);

@@ -4,7 +4,9 @@
 //
 // Every message is a frame: its length as a 4-byte little-endian number, then that many bytes.
 // On each connection the service speaks first, with a hello; the client sends one request; the
-// service answers it with one reply and closes the connection (a batch goes on, see Batch).
+// service answers it with one reply and closes the connection (a batch goes on, see Batch; a
+// subscription stays open, and it and a lookup are answered with frames of their own,
+// served_change.hpp).
 //
 //   std::string frame = Frame(EncodeRequest(request));
 //   ...
