@@ -96,7 +96,8 @@ struct AttachedPath::Impl {
         return request;
     }
 
-    // Asks the service to resolve `names`; none, and the service lost, when it does not answer.
+    // Asks the service to resolve `names`; none when it does not answer in time (whether it is
+    // gone for good, the subscription tells).
     std::optional<LookupAnswer> Ask(std::vector<std::string> names) {
         auto request = Request(ServiceOperation::Lookup);
         const std::size_t count = names.size();
@@ -108,10 +109,8 @@ struct AttachedPath::Impl {
                 answer = ParseLookupAnswer(payload);
             os::System().CloseFile(socket);
         }
-        if (!answer || answer->files.size() != count) {
-            lost.store(true);
+        if (!answer || answer->files.size() != count)
             return std::nullopt;
-        }
         return answer;
     }
 

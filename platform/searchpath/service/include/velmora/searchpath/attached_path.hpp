@@ -63,7 +63,8 @@ class VELMORA_SEARCHPATH_EXPORT AttachedPath {
     AttachedPath& operator=(const AttachedPath&) = delete;
 
     struct Answer {
-        bool answered = false;                   // false: the service is gone (Lost())
+        // false: the service did not answer: it is gone (Lost()), or did not greet in time.
+        bool answered = false;
         std::shared_ptr<const ServedFile> file;  // null: the name resolves to nothing
     };
 
@@ -73,7 +74,7 @@ class VELMORA_SEARCHPATH_EXPORT AttachedPath {
     Answer Resolve(std::string_view name);
 
     // Settle: has the service take in every change made on disk before the call, so that no
-    // answer given after it is older. False when the service is gone.
+    // answer given after it is older. False when the service did not answer.
     bool Settle();
 
     // Generation: the generation of the state the service answers from.
