@@ -140,7 +140,7 @@ struct PathService::Impl {
     void AnswerBatch(int socket, const ServiceRequest& request) {
         auto& system = os::System();
         std::unique_ptr<ServiceBatch> batch;
-        ServiceReply opening{kDeclined, {}, {}};
+        ServiceReply opening;
         if (request.pathDefinition == place.pathDefinition && SameSettings(request) &&
             options.batch) {
             Sync();
