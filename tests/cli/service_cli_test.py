@@ -2,6 +2,7 @@
 that answers by itself whenever the service is absent, dead, hung or broken."""
 
 import os
+import shutil
 import signal
 import socket
 import struct
@@ -234,6 +235,88 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.vpath("which", "area", env=off)[0], 0)
         self.assertEqual(self.vpath("--path", "a", "which", "area")[0], 0)
         self.assertEqual(self.answered(), before)
+
+    # The service as the user's systemd runs it: vpath.socket listens at the usual path's
+    # place and hands its socket over (descriptor 3, LISTEN_FDS, LISTEN_PID) as it starts
+    # vpath.service, which runs `vpath service run`.
+    def usual_path(self):
+        """Moves the saved path to the usual location, the one the units serve; gives the place
+        where the socket unit listens."""
+        config = self.at(b"config")
+        os.makedirs(os.path.join(config, b"vpath"))
+        shutil.copy(self.pathdef, os.path.join(config, b"vpath", b"pathdef"))
+        del self.env["VPATH_PATHDEF"]
+        self.env["XDG_CONFIG_HOME"] = os.fsdecode(config)
+        os.makedirs(self.at(b"run", b"vpath"), mode=0o700)
+        return self.at(b"run", b"vpath", b"default.sock")
+
+    def systemd_socket(self, place):
+        listener = socket.socket(socket.AF_UNIX)
+        self.addCleanup(listener.close)
+        listener.bind(place)
+        listener.listen()
+        return listener
+
+    def activated(self, listener):
+        service = subprocess.Popen(
+            ["/bin/sh", "-c", 'LISTEN_PID=$$ exec "$0" service run', cli_test.VPATH],
+            env=dict(self.env, LISTEN_FDS="1"), cwd=self.root, stderr=subprocess.PIPE,
+            close_fds=False, preexec_fn=lambda: os.dup2(listener.fileno(), 3))
+        self.addCleanup(lambda: service.poll() is not None or service.kill())
+        return service
+
+    def until_served_by(self, process):
+        deadline = time.monotonic() + 30
+        while self.status()[1].get("pid") != str(process.pid) and time.monotonic() < deadline:
+            self.assertIsNone(process.poll(), process.stderr and process.stderr.read())
+        self.assertEqual(self.status()[1].get("pid"), str(process.pid))
+
+    def test_a_socket_handed_over_by_systemd_is_served_and_left_to_it(self):
+        place = self.usual_path()
+        listener = self.systemd_socket(place)
+        expected = self.vpath("--no-service", "which", "-a", "area")
+        service = self.activated(listener)
+        self.until_served_by(service)
+        before = self.answered()
+        self.assertEqual(self.vpath("which", "-a", "area"), expected)
+        self.assertEqual(self.answered(), before + 1)
+        self.assertEqual(self.status()[1]["socket"], os.fsdecode(place))
+        stop = subprocess.Popen([cli_test.VPATH, "service", "stop"], env=self.env)
+        self.assertEqual(service.wait(30), 0)
+        self.assertEqual(stop.wait(30), 0)
+        # The socket is still systemd's, to start the next service when a command connects.
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(place)
+            listener.settimeout(5)
+            listener.accept()[0].close()
+
+    def test_services_of_systemd_and_of_the_user_never_serve_at_once(self):
+        place = self.usual_path()
+        listener = self.systemd_socket(place)
+        made = os.stat(place).st_ino
+        # While the socket unit listens, one started by hand leaves the place to systemd's.
+        status, _, err = self.vpath("service", "run", "--idle-timeout", "2")
+        self.assertEqual((status, b"vpath.socket" in err), (1, True), err)
+        self.assertEqual(os.stat(place).st_ino, made)
+        listener.close()
+        os.remove(place)
+        # One started by hand holds the lock when the socket unit starts (systemd replaces the
+        # socket): systemd's waits for it to end, then serves.
+        by_hand = subprocess.Popen([cli_test.VPATH, "service", "run"], env=self.env,
+                                   stderr=subprocess.PIPE)
+        self.addCleanup(lambda: by_hand.poll() is not None or by_hand.kill())
+        self.until_served_by(by_hand)
+        os.remove(place)
+        service = self.activated(self.systemd_socket(place))
+        self.assertIn(b"waiting for the path service", service.stderr.readline())
+        by_hand.terminate()
+        by_hand.wait(10)
+        self.until_served_by(service)
+        # And one started by hand while systemd's serves finds it running.
+        self.assertEqual(self.vpath("service", "run")[0], 1)
+        self.assertEqual(self.status()[1]["pid"], str(service.pid))
+        service.terminate()
+        service.wait(10)
 
 
 if __name__ == "__main__":
