@@ -257,18 +257,28 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
         listener.listen()
         return listener
 
+    def service_run(self, **handing):
+        process = subprocess.Popen(handing.pop("argv", [cli_test.VPATH, "service", "run"]),
+                                   cwd=self.root, stderr=subprocess.PIPE, **handing)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(lambda: process.poll() is not None or process.kill())
+        return process
+
     def activated(self, listener):
-        service = subprocess.Popen(
-            ["/bin/sh", "-c", 'LISTEN_PID=$$ exec "$0" service run', cli_test.VPATH],
-            env=dict(self.env, LISTEN_FDS="1"), cwd=self.root, stderr=subprocess.PIPE,
-            close_fds=False, preexec_fn=lambda: os.dup2(listener.fileno(), 3))
-        self.addCleanup(lambda: service.poll() is not None or service.kill())
-        return service
+        def hand_over():
+            os.dup2(listener.fileno(), 3)
+            os.set_inheritable(3, True)
+
+        return self.service_run(
+            argv=["/bin/sh", "-c", 'LISTEN_PID=$$ exec "$0" service run', cli_test.VPATH],
+            env=dict(self.env, LISTEN_FDS="1"), close_fds=False, preexec_fn=hand_over)
 
     def until_served_by(self, process):
         deadline = time.monotonic() + 30
         while self.status()[1].get("pid") != str(process.pid) and time.monotonic() < deadline:
-            self.assertIsNone(process.poll(), process.stderr and process.stderr.read())
+            if process.poll() is not None:
+                self.fail(process.stderr.read())
         self.assertEqual(self.status()[1].get("pid"), str(process.pid))
 
     def test_a_socket_handed_over_by_systemd_is_served_and_left_to_it(self):
@@ -302,9 +312,7 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
         os.remove(place)
         # One started by hand holds the lock when the socket unit starts (systemd replaces the
         # socket): systemd's waits for it to end, then serves.
-        by_hand = subprocess.Popen([cli_test.VPATH, "service", "run"], env=self.env,
-                                   stderr=subprocess.PIPE)
-        self.addCleanup(lambda: by_hand.poll() is not None or by_hand.kill())
+        by_hand = self.service_run(env=self.env)
         self.until_served_by(by_hand)
         os.remove(place)
         service = self.activated(self.systemd_socket(place))
