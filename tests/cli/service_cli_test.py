@@ -293,7 +293,7 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.status()[1]["socket"], os.fsdecode(place))
         stop = subprocess.Popen([cli_test.VPATH, "service", "stop"], env=self.env)
         self.assertEqual(service.wait(30), 0)
-        self.assertEqual(stop.wait(30), 0)
+        self.assertEqual(stop.wait(5), 0)  # not waiting on a socket that stays
         # The socket is still systemd's, to start the next service when a command connects.
         with socket.socket(socket.AF_UNIX) as client:
             client.connect(place)
