@@ -341,9 +341,10 @@ std::unique_ptr<PathService> PathService::Open(Options options, std::string& pro
     // service manager's socket unit, which starts its own service there when a client connects.
     if (!impl->handed && Listened(place->socket)) {
         error = OpenError::AlreadyRunning;
-        problem = fmt::format("the user's service manager listens at {} (vpath.socket): it starts "
-                              "the path service there when a command connects",
-                              place->socket);
+        problem = fmt::format(
+            "the user's service manager listens at {} (vpath.socket): it starts "
+            "the path service there when a command connects",
+            place->socket);
         return nullptr;
     }
     const auto log = [impl = impl.get()](const std::string& message) { impl->Log(message); };

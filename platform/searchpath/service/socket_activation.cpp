@@ -17,8 +17,9 @@ HandedSocket TakeHandedSocket(const std::string& path) {
     HandedSocket handed;
     const int count = sd_listen_fds(1);
     if (count < 0) {
-        handed.problem = fmt::format("cannot take the sockets handed over by the service manager: {}",
-                                     os::ErrorText(-count));
+        handed.problem =
+            fmt::format("cannot take the sockets handed over by the service manager: {}",
+                        os::ErrorText(-count));
         return handed;
     }
     for (int fd = SD_LISTEN_FDS_START; fd < SD_LISTEN_FDS_START + count; ++fd) {

@@ -235,7 +235,9 @@ Command RegisterService(CLI::App& app, const PathOptions& pathOptions) {
     }
     service->footer(
         "Commands use the service of their saved path when it runs; --no-service or "
-        "VPATH_SERVICE=off answer without it, and VPATH_SERVICE=auto starts it when none runs.");
+        "VPATH_SERVICE=off answer without it, and VPATH_SERVICE=auto starts it when none runs. "
+        "With systemd, 'systemctl --user enable --now vpath.socket' starts the service of the "
+        "usual path definition file whenever a command needs it.");
     return {service, [service, options, &pathOptions] {
                 if (pathOptions.GivesPath()) {
                     throw std::runtime_error(
