@@ -290,7 +290,6 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
         before = self.answered()
         self.assertEqual(self.vpath("which", "-a", "area"), expected)
         self.assertEqual(self.answered(), before + 1)
-        self.assertEqual(self.status()[1]["socket"], os.fsdecode(place))
         stop = subprocess.Popen([cli_test.VPATH, "service", "stop"], env=self.env)
         self.assertEqual(service.wait(30), 0)
         self.assertEqual(stop.wait(5), 0)  # not waiting on a socket that stays
@@ -320,9 +319,6 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
         by_hand.terminate()
         by_hand.wait(10)
         self.until_served_by(service)
-        # And one started by hand while systemd's serves finds it running.
-        self.assertEqual(self.vpath("service", "run")[0], 1)
-        self.assertEqual(self.status()[1]["pid"], str(service.pid))
         service.terminate()
         service.wait(10)
 
