@@ -84,7 +84,8 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
                     ("which", "--explain", "area"), ("which", "nothing", "clamp"),
                     ("which", "--from", "a", "helper"), ("which", b"caf\xe9"),
                     ("which", "--all", "--json", "Shape"), ("ls",), ("path",),
-                    ("entries", "pkg"), ("shadows",), ("which",)]
+                    ("entries", "pkg"), ("shadows",), ("which",), ("cache",),
+                    ("cache", "status")]
         without = [self.vpath(*command) for command in commands]
         self.start()
         before = self.answered()
@@ -94,6 +95,47 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
                 self.assertEqual(self.vpath("--no-service", *command), alone)
         # The service answered each once (the usage error too); --no-service none.
         self.assertEqual(self.answered() - before, len(commands))
+
+    def test_add_and_rm_change_the_saved_path_through_it_as_without_it(self):
+        self.file(b"c/cone.vl")
+        changes = [("add", "c"), ("rm", "c"), ("add", "--end", "c", "nowhere"), ("rm", "a")]
+        without = []
+        for change in changes:
+            without.append(self.vpath(*change))
+        self.vpath("--no-service", "add", "a")
+        self.vpath("--no-service", "rm", "c")
+        self.start()
+        before = self.answered()
+        for change, alone in zip(changes, without):
+            with self.subTest(change=change):
+                self.assertEqual(self.vpath(*change), alone)
+        self.assertEqual(self.answered() - before, len(changes))
+        # What was saved is what the service answers from, and what a process alone reads.
+        self.assertEqual(self.vpath("path"), self.vpath("--no-service", "path"))
+
+    def test_a_batch_is_answered_as_names_come_and_alone_once_the_service_dies(self):
+        names = b"area\nnothing\nclamp\n"
+        expected = self.vpath("--no-service", "which", "--batch", "-a", "Shape", stdin=names)
+        self.start()
+        self.assertEqual(self.vpath("which", "--batch", "-a", "Shape", stdin=names), expected)
+        batch = subprocess.Popen([cli_test.VPATH, "which", "--batch"], env=self.env,
+                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                 stderr=subprocess.DEVNULL)
+
+        def ask(name):
+            batch.stdin.write(name + b"\n")
+            batch.stdin.flush()
+            return batch.stdout.readline()
+
+        self.assertEqual(ask(b"late"), b"\n")
+        # Each name is answered on the path as it is when the name comes.
+        late = self.file(b"b/late.vl")
+        self.assertEqual(ask(b"late"), late + b"\n")
+        os.kill(int(self.status()[1]["pid"]), signal.SIGKILL)
+        self.assertEqual(ask(b"clamp"), os.path.join(self.root, b"b/clamp.vl") + b"\n")
+        batch.stdin.close()
+        self.assertEqual(batch.stdout.read(), b"")
+        self.assertEqual(batch.wait(30), 1)
 
     def test_a_file_made_or_removed_just_before_which_is_seen(self):
         self.start()

@@ -1,7 +1,13 @@
 #include <velmora/searchpath/path_service.hpp>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <map>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -35,6 +41,8 @@ std::string ResidentMemory() {
 
 }  // namespace
 
+ServiceBatch::~ServiceBatch() = default;
+
 struct PathService::Impl {
     Options options;
     ServicePlace place;
@@ -43,8 +51,18 @@ struct PathService::Impl {
     std::unique_ptr<MainSearchPathManager> manager;
     std::unique_ptr<PathWatcher> watcher;
     Clock::time_point started = Clock::now();
-    bool stopped = false;
-    std::uint64_t answered = 0;  // commands run
+    std::atomic<bool> stopped = false;
+    std::atomic<std::uint64_t> answered = 0;  // commands run
+    // Held while a command runs for a client: the command's streams and current folder are the
+    // process's.
+    std::mutex running;
+
+    // The connections being answered, each on its thread; the threads that ended, to be joined.
+    std::mutex connectionsMutex;
+    std::map<std::uint64_t, std::pair<std::thread, int>> connections;
+    std::vector<std::uint64_t> ended;
+    std::uint64_t nextConnection = 0;
+    Clock::time_point lastActive = Clock::now();
 
     ~Impl() {
         watcher.reset();
@@ -71,6 +89,12 @@ struct PathService::Impl {
         manager->RefreshFolders(*manager->GetPathFolderIRIs());
     }
 
+    // Makes sure that the path holds every change completed before now.
+    void Sync() {
+        if (watcher->Sync(kSyncTimeout) != PathWatcher::SyncResult::Synced)
+            Revalidate();
+    }
+
     ServiceReply Status() const {
         const auto path = manager->GetSnapshot();
         const auto uptime =
@@ -80,8 +104,15 @@ struct PathService::Impl {
                             "memory {}\nuptime {} s\nanswered {}\n",
                             os::System().ProcessId(), place.socket, place.pathDefinition,
                             path->GetFolderEntries().size(), path->GetFileCount(), ResidentMemory(),
-                            uptime.count(), answered),
+                            uptime.count(), answered.load()),
                 {}};
+    }
+
+    // Whether the service may answer `request` with its own settings.
+    static bool SameSettings(const ServiceRequest& request) {
+        auto settings = request.settings;
+        std::erase_if(settings, [](const auto& setting) { return setting.first.starts_with(':'); });
+        return settings == AnswerSettings();
     }
 
     ServiceReply Answer(const ServiceRequest& request) {
@@ -91,18 +122,51 @@ struct PathService::Impl {
             case ServiceOperation::Status:
                 return Status();
             case ServiceOperation::Stop:
-                stopped = true;
                 Log("stopped on request");
                 return {0, {}, {}};
             case ServiceOperation::Run:
+            case ServiceOperation::Batch:
                 break;
         }
-        if (request.settings != AnswerSettings() || !options.answer)
+        if (!SameSettings(request) || !options.answer)
             return {kDeclined, {}, {}};
-        if (watcher->Sync(kSyncTimeout) != PathWatcher::SyncResult::Synced)
-            Revalidate();
+        Sync();
         ++answered;
+        const std::lock_guard hold(running);
         return options.answer(request, *manager);
+    }
+
+    // Answers a batch: its opening, then each piece of names, until the client ends it.
+    void AnswerBatch(int socket, const ServiceRequest& request) {
+        auto& system = os::System();
+        std::unique_ptr<ServiceBatch> batch;
+        ServiceReply opening;
+        if (request.pathDefinition == place.pathDefinition && SameSettings(request) &&
+            options.batch) {
+            Sync();
+            const std::lock_guard hold(running);
+            batch = options.batch(request, *manager, opening);
+        }
+        if (!batch)
+            opening = {kDeclined, {}, {}};
+        if (system.SocketSend(socket, Frame(EncodeReply(opening)), kReplyMs) != 0 || !batch)
+            return;
+        ++answered;
+        std::string header;
+        std::string names;
+        // A batch may wait for its next name as long as the program feeding it likes.
+        while (!stopped && system.SocketReceive(socket, 4, -1, header) == 0) {
+            const std::uint32_t size = FrameLength(header);
+            if (size == 0 || size > kMostRequestBytes ||
+                system.SocketReceive(socket, size, kRequestMs, names) != 0) {
+                return;
+            }
+            Sync();
+            if (system.SocketSend(socket, Frame(EncodeReply(batch->Answer(names))), kReplyMs) !=
+                0) {
+                return;
+            }
+        }
     }
 
     void Serve(int socket) {
@@ -134,14 +198,85 @@ struct PathService::Impl {
             Log("refused a malformed request");
             return;
         }
-        ServiceReply reply;
         try {
-            reply = Answer(*request);
+            if (request->operation == ServiceOperation::Batch) {
+                AnswerBatch(socket, *request);
+                return;
+            }
+            ServiceReply reply;
+            try {
+                reply = Answer(*request);
+            } catch (const std::exception& e) {
+                Log(fmt::format("a request failed: {}", e.what()));
+                reply = {kDeclined, {}, {}};
+            }
+            system.SocketSend(socket, Frame(EncodeReply(reply)), kReplyMs);
+            if (request->operation == ServiceOperation::Stop && reply.status == 0)
+                Stop();
         } catch (const std::exception& e) {
             Log(fmt::format("a request failed: {}", e.what()));
-            reply = {kDeclined, {}, {}};
         }
-        system.SocketSend(socket, Frame(EncodeReply(reply)), kReplyMs);
+    }
+
+    // Stop: ends Serve's loop, which is woken by a connection of its own.
+    void Stop() {
+        stopped = true;
+        int wake = -1;
+        if (os::System().SocketConnect(place.socket, 100, wake) == 0)
+            os::System().CloseFile(wake);
+    }
+
+    // Answers `socket` on a thread of its own.
+    void StartConnection(int socket) {
+        const std::lock_guard hold(connectionsMutex);
+        const std::uint64_t id = nextConnection++;
+        auto& slot = connections[id];
+        slot.second = socket;
+        slot.first = std::thread([this, id, socket] {
+            Serve(socket);
+            const std::lock_guard done(connectionsMutex);
+            os::System().CloseFile(socket);
+            connections[id].second = -1;
+            ended.push_back(id);
+            lastActive = Clock::now();
+        });
+    }
+
+    // Joins the threads of the connections that ended; true when none is open.
+    bool JoinEnded() {
+        std::vector<std::thread> threads;
+        bool idle = false;
+        {
+            const std::lock_guard hold(connectionsMutex);
+            for (const std::uint64_t id : ended) {
+                threads.push_back(std::move(connections[id].first));
+                connections.erase(id);
+            }
+            ended.clear();
+            idle = connections.empty();
+        }
+        for (auto& thread : threads)
+            thread.join();
+        return idle;
+    }
+
+    // Ends the connections still open (a batch waiting for names) and waits for their threads.
+    void EndConnections() {
+        {
+            const std::lock_guard hold(connectionsMutex);
+            for (auto& [id, connection] : connections) {
+                if (connection.second >= 0)
+                    os::System().SocketShutdown(connection.second);
+            }
+        }
+        for (;;) {
+            JoinEnded();
+            const std::lock_guard hold(connectionsMutex);
+            if (connections.empty())
+                return;
+            // A thread that has not ended yet is waited for a moment.
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
 };
 
@@ -246,14 +381,58 @@ bool PathService::ServeOne(std::chrono::milliseconds timeout) {
 }
 
 int PathService::Serve() {
-    m_impl->Log(
-        fmt::format("serving {} at {}", m_impl->place.pathDefinition, m_impl->place.socket));
-    while (!m_impl->stopped) {
-        if (!ServeOne(m_impl->options.idleTimeout)) {
-            m_impl->Log("no request for the idle time: stopping");
+    auto& impl = *m_impl;
+    impl.Log(fmt::format("serving {} at {}", impl.place.pathDefinition, impl.place.socket));
+    const auto idle = impl.options.idleTimeout;
+    // At most this many connections are answered at once; more wait to be accepted.
+    constexpr std::size_t kMostConnections = 64;
+    while (!impl.stopped) {
+        const bool none = impl.JoinEnded();
+        Clock::time_point lastActive;
+        std::size_t open = 0;
+        {
+            const std::lock_guard hold(impl.connectionsMutex);
+            lastActive = impl.lastActive;
+            open = impl.connections.size();
+        }
+        if (open >= kMostConnections) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            continue;
+        }
+        // Woken at the idle deadline, or every second while connections are open, since their
+        // end does not wake the loop.
+        int wait = -1;
+        if (!none) {
+            wait = 1000;
+        } else if (idle.count() >= 0) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                lastActive + idle - Clock::now());
+            if (left.count() <= 0) {
+                impl.Log("no request for the idle time: stopping");
+                break;
+            }
+            wait = static_cast<int>(std::min<std::int64_t>(left.count(), 24 * 3600 * 1000));
+        }
+        int socket = -1;
+        if (const int err = os::System().SocketAccept(impl.listener, wait, socket); err != 0) {
+            if (err != ETIMEDOUT) {
+                impl.Log(fmt::format("cannot accept: {}", os::ErrorText(err)));
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            }
+            continue;
+        }
+        if (impl.stopped) {
+            os::System().CloseFile(socket);
             break;
         }
+        {
+            const std::lock_guard hold(impl.connectionsMutex);
+            impl.lastActive = Clock::now();
+        }
+        impl.StartConnection(socket);
     }
+    impl.stopped = true;
+    impl.EndConnections();
     return 0;
 }
 

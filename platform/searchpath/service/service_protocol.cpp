@@ -135,7 +135,7 @@ std::optional<ServiceRequest> ParseRequest(std::string_view payload) {
         return std::nullopt;
     ServiceRequest request;
     const std::uint8_t operation = in.Byte();
-    if (operation < 1 || operation > 3)
+    if (operation < 1 || operation > 4)
         return std::nullopt;
     request.operation = static_cast<ServiceOperation>(operation);
     request.pathDefinition = in.Bytes();

@@ -168,6 +168,10 @@ int ISystem::SocketReceive(int descriptor, std::size_t size, int timeoutMs, std:
     return 0;
 }
 
+int ISystem::SocketShutdown(int descriptor) {
+    return ::shutdown(descriptor, SHUT_RDWR) == 0 ? 0 : errno;
+}
+
 int ISystem::CaptureStream(int stream, int& saved) {
     const int memory = ::memfd_create("vpath-stream", MFD_CLOEXEC);
     if (memory < 0)

@@ -187,10 +187,11 @@ const std::vector<ReferenceSection> kSections = {
          {nullptr,
           "`vpath service start` runs a resident process for the saved path that holds it in "
           "memory, kept fresh by watching its folders and its path definition file. While it "
-          "runs, `which` (but `--batch`), `ls`, `path`, `entries` and `shadows` are answered by "
-          "it, with the same output and exit status, after it has taken in every change made "
-          "before the question. A service that is absent, dead or slow to greet leaves the "
-          "command to answer from the disk. `vpath service status` tells whether it runs, "
+          "runs, `which`, `ls`, `path`, `entries`, `shadows`, `add`, `rm` and `cache status` "
+          "are answered by it, with the same output and exit status, after it has taken in every "
+          "change made before the question; `which --batch` sends it each name as it is read. A "
+          "service that is absent, dead or slow to greet leaves the command to answer from the "
+          "disk. `vpath service status` tells whether it runs, "
           "`vpath service stop` ends it, and it ends by itself after 30 minutes without a "
           "request (`--idle-timeout`). Commands given `--path`, `--path-file` or `--example`, "
           "and `--no-service`, answer without it."},

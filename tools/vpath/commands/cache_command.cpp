@@ -43,6 +43,11 @@ void KeepCacheInMemory() {
     g_cacheInMemory = true;
 }
 
+void ResetCacheChoices() {
+    g_cacheDisabled = false;
+    g_cacheInMemory = false;
+}
+
 std::optional<CacheSlot> CacheForPathDefinition(const std::string& pathdef) {
     return g_cacheDisabled ? std::nullopt
                            : InMemory(Velmora::SearchPath::PathCacheForPathDefinition(pathdef));

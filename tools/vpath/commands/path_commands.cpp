@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <boost/unordered/unordered_flat_set.hpp>
@@ -150,14 +151,25 @@ int RunChange(const PathOptions& pathOptions, const std::vector<std::string>& na
     if (!manager)
         return kExitTrouble;
     auto reported = std::make_shared<FolderSet>();
-    manager->AddPathChangeObserver([reported](const PathChange& change) {
-        const auto report = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
-        for (const auto& entry : *report.added)
-            reported->insert(entry->GetAbsoluteIRI());
-        auto told = report;
-        told.reordered = std::make_shared<const PathEntryVector>();  // see MovedFolders
-        PrintChangeReport(told, *change.after, false);
-    });
+    // Only this command's change is told: the path service's manager, which a served command
+    // changes, is refreshed by its watcher on other threads meanwhile.
+    const auto changing = std::this_thread::get_id();
+    const std::uint64_t observer =
+        manager->AddPathChangeObserver([reported, changing](const PathChange& change) {
+            if (std::this_thread::get_id() != changing)
+                return;
+            const auto report = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
+            for (const auto& entry : *report.added)
+                reported->insert(entry->GetAbsoluteIRI());
+            auto told = report;
+            told.reordered = std::make_shared<const PathEntryVector>();  // see MovedFolders
+            PrintChangeReport(told, *change.after, false);
+        });
+    const struct Unobserve {
+        Velmora::SearchPath::MainSearchPathManager& manager;
+        std::uint64_t id;
+        ~Unobserve() { manager.RemovePathChangeObserver(id); }
+    } unobserve{*manager, observer};
     const auto before = manager->GetPathFolderIRIs();
     const auto beforePath = manager->GetSnapshot();
     const Velmora::current_working_folder::CurrentWorkingFolder currentFolder;

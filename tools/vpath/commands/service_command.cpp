@@ -22,6 +22,7 @@
 #include <velmora/searchpath/service_client.hpp>
 
 #include "commands.hpp"
+#include "context/path_cache_use.hpp"
 #include "context/service_use.hpp"
 
 namespace vpath_cli {
@@ -43,8 +44,16 @@ void Log(const std::string& message) {
     std::fflush(stderr);
 }
 
-// Runs one command the way the program would, on the service's path, and gives what it printed.
-ServiceReply RunServed(const ServiceRequest& request, MainSearchPathManager& manager) {
+// Whether the client's standard output is a terminal.
+bool ClientTerminal(const ServiceRequest& request) {
+    return std::any_of(request.settings.begin(), request.settings.end(),
+                       [](const auto& setting) { return setting.first == kTerminalSetting; });
+}
+
+// Runs one command the way the program would, on the service's path, and gives what it printed;
+// a batch the command hands over goes to `batch`.
+ServiceReply RunServed(const ServiceRequest& request, MainSearchPathManager& manager,
+                       std::unique_ptr<ServiceBatch>* batch) {
     auto& system = Velmora::os::System();
     if (system.ChangeFolder(request.folder) != 0)
         return {kDeclined, {}, {}};
@@ -71,7 +80,9 @@ ServiceReply RunServed(const ServiceRequest& request, MainSearchPathManager& man
     }
     ServiceReply reply;
     {
-        const ServedManager served(manager);
+        // Each command starts as a new process would: what an earlier one chose is forgotten.
+        ResetCacheChoices();
+        const ServedManager served(manager, ClientTerminal(request), batch);
         reply.status = RunVpath(static_cast<int>(arguments.size()), argv.data());
     }
     std::cout.flush();
@@ -90,7 +101,21 @@ int Run(const PathOptions& pathOptions, const ServiceOptions& options) {
     if (!place)
         throw std::runtime_error("there is no place for the path service (set XDG_RUNTIME_DIR)");
     PathService::Options serviceOptions{
-        .pathDefinition = place->pathDefinition, .answer = RunServed, .log = Log};
+        .pathDefinition = place->pathDefinition,
+        .answer =
+            [](const ServiceRequest& request, MainSearchPathManager& manager) {
+                return RunServed(request, manager, nullptr);
+            },
+        .batch = [](const ServiceRequest& request, MainSearchPathManager& manager,
+                    ServiceReply& opening) -> std::unique_ptr<ServiceBatch> {
+            // Only the batch of which: the command hands it over as it starts.
+            if (request.arguments.empty() || request.arguments.front() != "which")
+                return nullptr;
+            std::unique_ptr<ServiceBatch> batch;
+            opening = RunServed(request, manager, &batch);
+            return opening.status == kExitOk ? std::move(batch) : nullptr;
+        },
+        .log = Log};
     if (options.idleSeconds) {
         serviceOptions.idleTimeout = *options.idleSeconds > 0
                                          ? std::chrono::milliseconds(*options.idleSeconds * 1000)
@@ -180,7 +205,7 @@ Command RegisterService(CLI::App& app, const PathOptions& pathOptions) {
     auto* service = app.add_subcommand(
         "service",
         "The path service: a resident process that keeps the saved path in memory and answers "
-        "which, ls, path, entries and shadows in milliseconds");
+        "the commands on the saved path in milliseconds");
     service->require_subcommand(1);
     auto* run = service->add_subcommand("run", "Run it in the foreground, logging to stderr");
     auto* start = service->add_subcommand(

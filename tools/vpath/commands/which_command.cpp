@@ -30,6 +30,7 @@
 #include "answer_memo.hpp"
 #include "commands.hpp"
 #include "context/path_cache_use.hpp"
+#include "context/service_use.hpp"
 #include "explain.hpp"
 #include "output/lookup_output.hpp"
 #include "resolver.hpp"
@@ -61,13 +62,14 @@ void AppendNative(std::u16string_view text, std::string& out) {
 // Answers one name into `out`, and says on `err` when it resolves to nothing; false then.
 class Answerer {
   public:
-    Answerer(const Resolver& resolver, const WhichOptions& options)
+    // `terminal`: whether standard output is a terminal.
+    Answerer(const Resolver& resolver, const WhichOptions& options, bool terminal)
         : m_resolver(resolver),
           m_options(options),
           m_end(options.null ? '\0' : '\n'),
           // The note is for a person reading a terminal; a program reading a pipe, like which(1)'s
           // users, wants paths as they are.
-          m_shadowedNote(!options.null && Velmora::os::System().IsTerminal(1)) {}
+          m_shadowedNote(!options.null && terminal) {}
 
     bool operator()(const std::string& arg, std::string& out, std::string& err) const {
         const auto key = AnswerMemo::KeyOf(arg);
@@ -236,10 +238,152 @@ std::optional<foundation::storage::vfs::AbsoluteIRI> FromFolder(const WhichOptio
     return folder;
 }
 
+// Answers names on one path, as read when it was made.
+struct PathAnswers {
+    PathAnswers(std::shared_ptr<const Velmora::SearchPath::MainSearchPath> snapshot,
+                const std::optional<foundation::storage::vfs::AbsoluteIRI>& from,
+                const WhichOptions& options, bool terminal)
+        : path(std::move(snapshot)), resolver(*path, from), answer(resolver, options, terminal) {}
+
+    // Answers each name; false when one of them resolves to nothing.
+    bool operator()(std::span<const std::string> names, std::string& out, std::string& err) const {
+        answer.Prepare(names);
+        bool all = true;
+        for (const std::string& name : names)
+            all = answer(name, out, err) && all;
+        return all;
+    }
+
+    std::shared_ptr<const Velmora::SearchPath::MainSearchPath> path;
+    Resolver resolver;
+    Answerer answer;
+};
+
+// A client's batch in the path service: each piece is answered on the path as it is then.
+class ServedBatch final : public Velmora::SearchPath::ServiceBatch {
+  public:
+    ServedBatch(const WhichOptions& options,
+                std::optional<foundation::storage::vfs::AbsoluteIRI> from,
+                std::shared_ptr<Velmora::SearchPath::MainSearchPathManager> manager)
+        : m_options(options),
+          m_from(std::move(from)),
+          m_manager(std::move(manager)),
+          m_terminal(OutputIsTerminal()) {}
+
+    Velmora::SearchPath::ServiceReply Answer(std::string_view piece) override {
+        auto path = m_manager->GetSnapshot();
+        if (!m_answers || m_answers->path != path)
+            m_answers =
+                std::make_unique<PathAnswers>(std::move(path), m_from, m_options, m_terminal);
+        const char end = m_options.null ? '\0' : '\n';
+        m_names.clear();
+        while (!piece.empty()) {
+            const auto at = piece.find(end);
+            m_names.emplace_back(piece.substr(0, at));
+            piece.remove_prefix(at == std::string_view::npos ? piece.size() : at + 1);
+        }
+        Velmora::SearchPath::ServiceReply reply;
+        reply.status = (*m_answers)(m_names, reply.out, reply.err) ? kExitOk : kExitNotFound;
+        return reply;
+    }
+
+  private:
+    const WhichOptions m_options;
+    const std::optional<foundation::storage::vfs::AbsoluteIRI> m_from;
+    const std::shared_ptr<Velmora::SearchPath::MainSearchPathManager> m_manager;
+    const bool m_terminal;
+    std::unique_ptr<PathAnswers> m_answers;
+    std::vector<std::string> m_names;
+};
+
+// The arguments that start the same batch in the path service: the options, without the names.
+std::vector<std::string> BatchArguments(const WhichOptions& options) {
+    std::vector<std::string> arguments = {"which", "--batch"};
+    if (options.all)
+        arguments.push_back("--all");
+    if (options.json)
+        arguments.push_back("--json");
+    if (options.null)
+        arguments.push_back("--null");
+    if (options.from) {
+        arguments.push_back("--from");
+        arguments.push_back(*options.from);
+    }
+    return arguments;
+}
+
+// Names sent to the path service together, when that many are ready.
+constexpr std::size_t kLinesPerPiece = 4096;
+
+// A batch answered by the path service, piece by piece as names are read; none when it must be
+// answered without it. Should the service fail, the names it did not answer and the rest are
+// answered here, on the path read from the disk.
+std::optional<int> BatchThroughService(
+    const WhichOptions& options, const PathOptions& pathOptions,
+    const std::optional<foundation::storage::vfs::AbsoluteIRI>& from) {
+    const char end = options.null ? '\0' : '\n';
+    // A name given on the command line that holds the separator cannot be sent as one.
+    for (const std::string& name : options.names) {
+        if (name.find(end) != std::string::npos)
+            return std::nullopt;
+    }
+    int status = kExitOk;
+    auto batch = OpenServiceBatch(pathOptions, BatchArguments(options), status);
+    if (!batch)
+        return std::nullopt;
+    std::fflush(stdout);
+    std::unique_ptr<PathAnswers> local;
+    std::string piece;
+    std::string out;
+    std::string err;
+    const auto answer = [&](std::span<const std::string> names) {
+        if (!local) {
+            piece.clear();
+            for (const std::string& name : names) {
+                piece += name;
+                piece += end;
+            }
+            if (const auto reply = batch->Ask(piece)) {
+                std::fwrite(reply->err.data(), 1, reply->err.size(), stderr);
+                Print(reply->out);
+                std::fflush(stdout);
+                if (reply->status != kExitOk)
+                    status = kExitNotFound;
+                return;
+            }
+            // The service's warnings of the path were printed as the batch opened.
+            local = std::make_unique<PathAnswers>(LoadPath(pathOptions, false), from, options,
+                                                  OutputIsTerminal());
+        }
+        if (!(*local)(names, out, err))
+            status = kExitNotFound;
+        Flush(out, err);
+        std::fflush(stdout);
+    };
+    if (!options.names.empty())
+        answer(options.names);
+    std::ios::sync_with_stdio(false);
+    std::vector<std::string> lines(kLinesPerPiece);
+    while (const std::size_t count = ReadReadyLines(lines, end))
+        answer(std::span<const std::string>(lines.data(), count));
+    return status;
+}
+
 int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
     const auto from = FromFolder(options);
-    if (options.batch)
+    if (options.batch) {
         KeepCacheInMemory();
+        // The path service starts a client's batch: it is handed over, to be answered piece by
+        // piece as the client sends its names.
+        if (auto* slot = ServedBatchSlot()) {
+            LoadPath(pathOptions);
+            *slot = std::make_unique<ServedBatch>(options, from,
+                                                  OpenManager(pathOptions, Purpose::Read));
+            return kExitOk;
+        }
+        if (const auto status = BatchThroughService(options, pathOptions, from))
+            return *status;
+    }
     const auto path = LoadPath(pathOptions);
     const Resolver resolver(*path, from);
     int status = kExitOk;
@@ -250,7 +394,7 @@ int RunWhich(const WhichOptions& options, const PathOptions& pathOptions) {
         }
         return status;
     }
-    const Answerer answer(resolver, options);
+    const Answerer answer(resolver, options, OutputIsTerminal());
     std::string out;
     std::string err;
     for (const std::string& arg : options.names) {

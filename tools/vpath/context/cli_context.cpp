@@ -8,6 +8,7 @@
 #include <foundation/core/except/message_catalog.hpp>
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/cwf/current_working_folder.hpp>
+#include <velmora/os/system.hpp>
 #include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
 
@@ -27,13 +28,27 @@ using Velmora::text::ToNative;
 
 namespace {
 MainSearchPathManager* g_served = nullptr;
+bool g_servedTerminal = false;
+std::unique_ptr<Velmora::SearchPath::ServiceBatch>* g_servedBatch = nullptr;
 }  // namespace
 
-ServedManager::ServedManager(MainSearchPathManager& manager) {
+ServedManager::ServedManager(MainSearchPathManager& manager, bool terminal,
+                             std::unique_ptr<Velmora::SearchPath::ServiceBatch>* batch) {
     g_served = &manager;
+    g_servedTerminal = terminal;
+    g_servedBatch = batch;
 }
 ServedManager::~ServedManager() {
     g_served = nullptr;
+    g_servedBatch = nullptr;
+}
+
+std::unique_ptr<Velmora::SearchPath::ServiceBatch>* ServedBatchSlot() {
+    return g_servedBatch;
+}
+
+bool OutputIsTerminal() {
+    return g_served != nullptr ? g_servedTerminal : Velmora::os::System().IsTerminal(1);
 }
 
 AbsoluteIRI ToFolderIRI(const ustring& text) {
@@ -47,7 +62,9 @@ std::shared_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
             "--path, --path-file and --example give a path of their own, which cannot be changed; "
             "choose the path definition file with --pathdef FILE");
     }
-    if (g_served != nullptr && purpose == Purpose::Read)
+    // The service's manager keeps the saved path: a change through it is saved as any other,
+    // and its watcher is not told of it a second time.
+    if (g_served != nullptr && purpose != Purpose::Watch)
         return std::shared_ptr<MainSearchPathManager>(std::shared_ptr<void>(), g_served);
     const std::string location =
         options.pathDefinition.value_or(PathDefinitionFile::DefaultLocation());
@@ -101,15 +118,19 @@ std::shared_ptr<MainSearchPathManager> OpenManager(const PathOptions& options, P
     return manager;
 }
 
-std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options) {
+std::shared_ptr<const MainSearchPath> LoadPath(const PathOptions& options, bool tell) {
     const auto folders = GivenFolders(options);
     if (!folders) {
         const auto manager = OpenManager(options, Purpose::Read);
         if (!manager)
             throw std::runtime_error("the saved search path cannot be used");
-        PrintWarnings(*manager->GetWarnings());
-        HintIfEmpty(options, manager->GetPathFolderIRIs()->size());
-        return manager->GetSnapshot();
+        // One state: its warnings and folders are those of the snapshot given.
+        const auto state = manager->GetState();
+        if (tell) {
+            PrintWarnings(*state->warnings);
+            HintIfEmpty(options, state->folders->size());
+        }
+        return state->path;
     }
     ScanReport report;
     std::shared_ptr<const MainSearchPath> path;

@@ -12,6 +12,7 @@
 #include <velmora/searchpath/main_search_path.hpp>
 #include <velmora/searchpath/main_search_path_manager.hpp>
 #include <velmora/searchpath/path_cache.hpp>
+#include <velmora/searchpath/path_service.hpp>
 #include <velmora/text/ustring.hpp>
 
 #include "exit_status.hpp"
@@ -55,19 +56,32 @@ std::shared_ptr<Velmora::SearchPath::MainSearchPathManager> OpenManager(
     const PathOptions& options, Purpose purpose, const BeforeScan& beforeScan = {});
 
 // LoadPath: scans the path the options choose and prints scan problems as warnings on standard
-// error, and how to add a folder when the saved path is empty. Throws std::runtime_error (after
-// printing the messages) when the saved path cannot be read.
-std::shared_ptr<const Velmora::SearchPath::MainSearchPath> LoadPath(const PathOptions& options);
+// error, and how to add a folder when the saved path is empty (unless not `tell`). Throws
+// std::runtime_error (after printing the messages) when the saved path cannot be read.
+std::shared_ptr<const Velmora::SearchPath::MainSearchPath> LoadPath(const PathOptions& options,
+                                                                    bool tell = true);
 
-// ServedManager: while one lives, OpenManager and LoadPath read the saved path from `manager`,
-// the path service's, and keep nothing until the process ends (the service runs on).
+// ServedManager: while one lives, the command runs for a client of the path service: OpenManager
+// and LoadPath read and change the saved path through `manager`, the service's, and keep nothing
+// until the process ends (the service runs on); OutputIsTerminal tells the client's standard
+// output; and `which --batch` hands its batch over to `batch`, if given, instead of reading
+// standard input.
 class ServedManager {
   public:
-    explicit ServedManager(Velmora::SearchPath::MainSearchPathManager& manager);
+    ServedManager(Velmora::SearchPath::MainSearchPathManager& manager, bool terminal,
+                  std::unique_ptr<Velmora::SearchPath::ServiceBatch>* batch = nullptr);
     ~ServedManager();
     ServedManager(const ServedManager&) = delete;
     ServedManager& operator=(const ServedManager&) = delete;
 };
+
+// ServedBatchSlot: where `which --batch` hands its batch over to the path service; null unless
+// the service starts a client's batch.
+std::unique_ptr<Velmora::SearchPath::ServiceBatch>* ServedBatchSlot();
+
+// OutputIsTerminal: whether the command's standard output is a terminal (the client's, for the
+// path service).
+bool OutputIsTerminal();
 
 // KeepUntilExit: keeps `object` alive until the process ends, so that a large path is not freed
 // piece by piece just before the process exits.

@@ -20,6 +20,10 @@ void DisableCache();
 // runs on (which --batch, watch): another program truncating the file cannot kill it.
 void KeepCacheInMemory();
 
+// ResetCacheChoices: undoes DisableCache and KeepCacheInMemory, for the path service, which runs
+// one command after another in one process.
+void ResetCacheChoices();
+
 // CacheForPathDefinition: the cache of the path kept in the path definition file `pathdef`
 // (native path). None when caching is off or there is no cache folder.
 std::optional<CacheSlot> CacheForPathDefinition(const std::string& pathdef);

@@ -16,17 +16,54 @@ namespace {
 
 using Velmora::SearchPath::ServicePlace;
 
-// The commands that only read the saved path, and so may be answered by its service.
-bool ReadsSavedPathOnly(const CLI::App& chosen) {
-    static constexpr std::string_view kServed[] = {"which", "ls", "path", "entries", "shadows"};
-    for (const std::string_view name : kServed) {
-        if (chosen.get_name() == name) {
-            // A batch reads standard input as it answers: only the command itself can do that.
+// The commands that the service of the saved path may answer.
+bool Served(const CLI::App& chosen) {
+    static constexpr std::string_view kServed[] = {"which",   "ls",  "path", "entries",
+                                                   "shadows", "add", "rm"};
+    const std::string& name = chosen.get_name();
+    if (name == "cache") {
+        const CLI::Option* action = chosen.get_option_no_throw("action");
+        return action == nullptr || action->count() == 0 || action->as<std::string>() == "status";
+    }
+    for (const std::string_view served : kServed) {
+        if (name == served) {
+            // A batch sends its names in pieces (OpenServiceBatch) rather than all at once.
             const CLI::Option* batch = chosen.get_option_no_throw("--batch");
             return batch == nullptr || batch->count() == 0;
         }
     }
     return false;
+}
+
+// The request for `arguments` on the saved path, as this process would run it; none when there
+// is no place for a service or no current folder.
+std::optional<Velmora::SearchPath::ServiceRequest> RequestFor(
+    const PathOptions& options, Velmora::SearchPath::ServiceOperation operation,
+    std::vector<std::string> arguments, std::optional<ServicePlace>& place) {
+    place = ServicePlaceOf(options);
+    if (!place)
+        return std::nullopt;
+    Velmora::SearchPath::ServiceRequest request;
+    request.operation = operation;
+    request.pathDefinition = place->pathDefinition;
+    if (Velmora::os::System().CurrentFolder(request.folder) != 0)
+        return std::nullopt;
+    request.arguments = std::move(arguments);
+    request.settings = Velmora::SearchPath::AnswerSettings();
+    if (Velmora::os::System().IsTerminal(1))
+        request.settings.emplace_back(Velmora::SearchPath::kTerminalSetting, "1");
+    return request;
+}
+
+// When a service is found absent and VPATH_SERVICE is "auto", starts one for the next command.
+void StartIfAuto(const ServicePlace& place, const std::string& mode) {
+    if (mode != "auto" || Velmora::SearchPath::PathServiceRuns(place))
+        return;
+    try {
+        SpawnService(place, std::nullopt);
+    } catch (const std::exception& e) {
+        Warn(e.what());
+    }
 }
 
 std::string ServiceMode() {
@@ -69,32 +106,44 @@ std::uint32_t SpawnService(const ServicePlace& place, const std::optional<long>&
 std::optional<int> AnswerThroughService(const CLI::App& chosen, const PathOptions& options,
                                         int argc, char** argv) {
     const std::string mode = ServiceMode();
-    if (options.noService || mode == "off" || options.GivesPath() || !ReadsSavedPathOnly(chosen))
+    if (options.noService || mode == "off" || options.GivesPath() || !Served(chosen))
         return std::nullopt;
-    const auto place = ServicePlaceOf(options);
-    if (!place)
+    std::optional<ServicePlace> place;
+    const auto request = RequestFor(options, Velmora::SearchPath::ServiceOperation::Run,
+                                    {argv + 1, argv + argc}, place);
+    if (!request)
         return std::nullopt;
-    Velmora::SearchPath::ServiceRequest request;
-    request.pathDefinition = place->pathDefinition;
-    if (Velmora::os::System().CurrentFolder(request.folder) != 0)
-        return std::nullopt;
-    request.arguments.assign(argv + 1, argv + argc);
-    request.settings = Velmora::SearchPath::AnswerSettings();
-    const auto reply = Velmora::SearchPath::AskPathService(*place, request, {});
+    const auto reply = Velmora::SearchPath::AskPathService(*place, *request, {});
     if (!reply) {
-        if (mode == "auto" && !Velmora::SearchPath::PathServiceRuns(*place)) {
-            try {
-                SpawnService(*place, std::nullopt);
-            } catch (const std::exception& e) {
-                Warn(e.what());
-            }
-        }
+        StartIfAuto(*place, mode);
         return std::nullopt;
     }
     // The reply is whole: only now is any of it printed.
     std::fwrite(reply->err.data(), 1, reply->err.size(), stderr);
     std::fwrite(reply->out.data(), 1, reply->out.size(), stdout);
     return reply->status;
+}
+
+std::unique_ptr<Velmora::SearchPath::PathServiceBatch> OpenServiceBatch(
+    const PathOptions& options, const std::vector<std::string>& arguments, int& status) {
+    const std::string mode = ServiceMode();
+    if (options.noService || mode == "off" || options.GivesPath())
+        return nullptr;
+    std::optional<ServicePlace> place;
+    auto request =
+        RequestFor(options, Velmora::SearchPath::ServiceOperation::Batch, arguments, place);
+    if (!request)
+        return nullptr;
+    Velmora::SearchPath::ServiceReply opening;
+    auto batch = Velmora::SearchPath::PathServiceBatch::Open(*place, *request, {}, opening);
+    if (!batch) {
+        StartIfAuto(*place, mode);
+        return nullptr;
+    }
+    std::fwrite(opening.err.data(), 1, opening.err.size(), stderr);
+    std::fwrite(opening.out.data(), 1, opening.out.size(), stdout);
+    status = opening.status;
+    return batch;
 }
 
 }  // namespace vpath_cli

@@ -203,6 +203,9 @@ class VELMORA_PLATFORM_EXPORT ISystem {
     // SocketReceive: reads exactly `size` bytes into `out`, waiting at most `timeoutMs` in all;
     // ECONNRESET when the other end closes first.
     virtual int SocketReceive(int descriptor, std::size_t size, int timeoutMs, std::string& out);
+    // SocketShutdown: ends both directions of a connected socket, so that a thread waiting to
+    // receive on it wakes (with ECONNRESET) and its peer sees the end.
+    virtual int SocketShutdown(int descriptor);
     // CaptureStream: makes standard stream `stream` (0, 1 or 2) a new, empty file in memory and
     // gives in `saved` a descriptor of what it was, for EndCapture.
     virtual int CaptureStream(int stream, int& saved);

@@ -32,16 +32,33 @@ namespace Velmora::SearchPath {
 // The idle time after which a service ends by itself, unless told otherwise.
 inline constexpr std::chrono::seconds kDefaultServiceIdleTimeout{30 * 60};
 
+// ServiceBatch: a client's `which --batch` while it goes on: answers each piece of names that the
+// client sends, on the path as it is when the piece arrives.
+class VELMORA_SEARCHPATH_EXPORT ServiceBatch {
+  public:
+    virtual ~ServiceBatch();
+    // Answer: the answers to `names` (each ended by the batch's separator): what the command
+    // prints for them and its status for them alone. Called on the batch's connection thread,
+    // after the sync, one piece at a time.
+    virtual ServiceReply Answer(std::string_view names) = 0;
+};
+
 class VELMORA_SEARCHPATH_EXPORT PathService {
   public:
     struct Options {
         std::string pathDefinition;  // the path definition file (native path)
         std::chrono::milliseconds idleTimeout = kDefaultServiceIdleTimeout;
-        // Answers a Run request on the manager's current path; called on Serve's thread, one
-        // request at a time, after the sync.
-        std::function<ServiceReply(const ServiceRequest&, MainSearchPathManager&)> answer;
+        // Answers a Run request on the manager's current path; called on the request's
+        // connection thread, one request at a time (never beside another Run or Batch start),
+        // after the sync.
+        std::function<ServiceReply(const ServiceRequest&, MainSearchPathManager&)> answer{};
+        // Starts a Batch request's batch, putting in `opening` what the command prints before
+        // its first name; null declines (then `opening` is not sent). Called as `answer` is.
+        std::function<std::unique_ptr<ServiceBatch>(const ServiceRequest&, MainSearchPathManager&,
+                                                    ServiceReply& opening)>
+            batch{};
         // Hears what the service has to say (started, refused a peer, warnings); any thread.
-        std::function<void(const std::string&)> log;
+        std::function<void(const std::string&)> log{};
     };
 
     enum class OpenError { None, AlreadyRunning, Failed };
@@ -54,14 +71,15 @@ class VELMORA_SEARCHPATH_EXPORT PathService {
     PathService(const PathService&) = delete;
     PathService& operator=(const PathService&) = delete;
 
-    // Serve: answers requests until a Stop request, or until no request came for the idle
-    // timeout; then removes the socket. Returns the exit status for the process (0).
+    // Serve: answers requests, each connection on a thread of its own, until a Stop request, or
+    // until no connection was open for the idle timeout; then ends the connections still open and
+    // removes the socket. Returns the exit status for the process (0).
     int Serve();
 
     const ServicePlace& Place() const noexcept;
 
-    // ServeOne: waits at most `timeout` for one connection and answers it; false when none came.
-    // For tests, and for Serve.
+    // ServeOne: waits at most `timeout` for one connection and answers it on the calling thread;
+    // false when none came. For tests.
     bool ServeOne(std::chrono::milliseconds timeout);
     bool Stopped() const noexcept;
 

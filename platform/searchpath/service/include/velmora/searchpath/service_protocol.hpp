@@ -4,7 +4,7 @@
 //
 // Every message is a frame: its length as a 4-byte little-endian number, then that many bytes.
 // On each connection the service speaks first, with a hello; the client sends one request; the
-// service answers it with one reply and closes the connection.
+// service answers it with one reply and closes the connection (a batch goes on, see Batch).
 //
 //   std::string frame = Frame(EncodeRequest(request));
 //   ...
@@ -35,6 +35,10 @@ enum class ServiceOperation : std::uint8_t {
     Run = 1,     // run a vpath command on the service's path and give its output
     Status = 2,  // tell what the service holds
     Stop = 3,    // end the service once the reply is sent
+    // Batch: answer `which --batch` for a client that sends its names in pieces: the service
+    // replies to the request (status 0: go on), then to each frame of names (each name ended by
+    // the batch's separator) with their answers, until an empty frame ends the batch.
+    Batch = 4,
 };
 
 struct ServiceRequest {
@@ -46,11 +50,16 @@ struct ServiceRequest {
     std::string folder;
     std::vector<std::string> arguments;
     // Run: the client's environment variables that shape answers (name, value; a variable that is
-    // not set is left out): a service whose own differ declines.
+    // not set is left out): a service whose own differ declines. Names that start with ':' tell
+    // what the client's streams are instead (kTerminalSetting).
     std::vector<std::pair<std::string, std::string>> settings;
 
     bool operator==(const ServiceRequest&) const = default;
 };
+
+// kTerminalSetting: a setting present when the client's standard output is a terminal, so that
+// the command run for it writes what it would write to one.
+inline constexpr const char* kTerminalSetting = ":terminal";
 
 // kDeclined: the status of a reply by which the service declines to answer; the client answers
 // from the disk itself.
@@ -79,7 +88,7 @@ VELMORA_SEARCHPATH_EXPORT std::string EncodeRequest(const ServiceRequest& reques
 VELMORA_SEARCHPATH_EXPORT std::optional<ServiceRequest> ParseRequest(std::string_view payload);
 
 // AnswerSettings: this process's values of the environment variables that shape answers, as a
-// request's settings carries them.
+// request's settings carries them (without the streams' settings).
 VELMORA_SEARCHPATH_EXPORT std::vector<std::pair<std::string, std::string>> AnswerSettings();
 
 VELMORA_SEARCHPATH_EXPORT std::string EncodeReply(const ServiceReply& reply);
