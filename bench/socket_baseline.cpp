@@ -84,8 +84,9 @@ int Serve(const char* path) {
     const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_un address = AddressOf(path);
     unlink(path);
-    if (listener < 0 || bind(listener, reinterpret_cast<const sockaddr*>(&address),
-                             sizeof(address)) != 0 || listen(listener, 64) != 0) {
+    if (listener < 0 ||
+        bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(listener, 64) != 0) {
         std::perror("vpath_bench_socket: serve");
         return 1;
     }
