@@ -350,6 +350,9 @@ std::unique_ptr<PathService> PathService::Open(Options options, std::string& pro
     const auto log = [impl = impl.get()](const std::string& message) { impl->Log(message); };
     MainSearchPathManager::Options managerOptions;
     managerOptions.pathDefinition.emplace(place->pathDefinition);
+    // The service changes the path for its clients: each change reads the file again under its
+    // lock, and finds there what it saved last, which is then not parsed again.
+    managerOptions.pathDefinition->KeepLastReading();
     // A large path's watches are set up from what its cache knows while the path is checked
     // against the disk, not after.
     // Shared with the manager, which keeps the options: nothing of this frame is captured.

@@ -187,15 +187,16 @@ int Stop(const PathOptions& pathOptions) {
         Fail("no path service runs for this path");
         return kExitNotFound;
     }
-    // Stop returns once the service is gone: it removes its socket as it ends, unless the socket
-    // is systemd's, which stays to start the service again; then its process is waited for.
+    // Stop returns once the service's process has ended, its last writes (the path cache, in the
+    // background) done: whoever stops it may then remove what it wrote. Without its process id,
+    // the socket it removes as it ends is waited for (unless it is systemd's, which stays).
     const std::uint32_t process = ProcessOf(*status);
     auto& system = Velmora::os::System();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     Velmora::os::FileStatus socket;
     while (std::chrono::steady_clock::now() < deadline &&
-           system.LinkStatus(place->socket, socket) == 0 &&
-           (process == 0 || system.ProcessExists(process))) {
+           (process != 0 ? system.ProcessExists(process)
+                         : system.LinkStatus(place->socket, socket) == 0)) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return kExitOk;
