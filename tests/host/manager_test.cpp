@@ -119,21 +119,19 @@ TEST_F(Manager, KeepsFoldersOnThePathThatHaveGoneAndReusesUnchangedEntries) {
     Notification messages;
     manager.ApplyPathAfterAdding(I({"c", "b", "a"}), messages);
     ASSERT_TRUE(messages.empty());
-    {
-        // b stays on the path, and saved, with a warning; it has no entry while it is gone.
-        EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"c", "b", "a"}));
-        List entries;
-        for (const auto& entry : *manager.GetPath()->GetMainEntries())
-            entries.push_back(entry->GetAbsoluteIRI());
-        EXPECT_EQ(entries, I({"c", "a"}));
-        ASSERT_EQ(manager.GetWarnings()->Problems().size(), 1u);
-        EXPECT_EQ(manager.GetWarnings()->Problems()[0].kind,
-                  Velmora::SearchPath::ScanProblem::Kind::Missing);
-        EXPECT_EQ(Velmora::SearchPath::PathDefinitionFile(tree.Path("cfg/pathdef").string())
-                      .Load(messages)
-                      .folders,
-                  I({"c", "b", "a"}));
-    }
+    // b stays on the path, and saved, with a warning; it has no entry while it is gone.
+    EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"c", "b", "a"}));
+    List entries;
+    for (const auto& entry : *manager.GetPath()->GetMainEntries())
+        entries.push_back(entry->GetAbsoluteIRI());
+    EXPECT_EQ(entries, I({"c", "a"}));
+    ASSERT_EQ(manager.GetWarnings()->Problems().size(), 1u);
+    EXPECT_EQ(manager.GetWarnings()->Problems()[0].kind,
+              Velmora::SearchPath::ScanProblem::Kind::Missing);
+    EXPECT_EQ(Velmora::SearchPath::PathDefinitionFile(tree.Path("cfg/pathdef").string())
+                  .Load(messages)
+                  .folders,
+              I({"c", "b", "a"}));
     {
         // A change keeps the entries of the folders that stay; a refresh gives a changed folder a
         // new one.

@@ -195,19 +195,15 @@ TEST_F(PathDefinition, ASaveChangesOnlyTheFolderLinesAndKeepsTheFileItsLinkAndIt
     EXPECT_EQ(std::pair(st.st_uid, st.st_gid), std::pair(uid_t{4321}, gid_t{4322}));
     EXPECT_EQ(File().Load(problems).folders, folders);
     EXPECT_TRUE(problems.empty());
-    {
-        // Appending after a last line without a line break ends that line first.
-        ASSERT_TRUE(File().Save({folders[4], AbsoluteIRI(u"file:///end")}, problems));
-        EXPECT_EQ(ReadAll(real), "# mine\r\n\r\n# second\r\n# last\r\n/keep/3\r\n/end\r\n");
-    }
-    {
-        // The folders that stay at the front keep their lines as written, and what lies between.
-        std::ofstream(real, std::ios::trunc) << "/a/./x\n# between\n/b\n";
-        ASSERT_TRUE(File().Save(
-            {AbsoluteIRI(u"file:///a/x"), AbsoluteIRI(u"file:///b"), AbsoluteIRI(u"file:///c")},
-            problems));
-        EXPECT_EQ(ReadAll(real), "/a/./x\n# between\n/b\n/c\n");
-    }
+    // Appending after a last line without a line break ends that line first.
+    ASSERT_TRUE(File().Save({folders[4], AbsoluteIRI(u"file:///end")}, problems));
+    EXPECT_EQ(ReadAll(real), "# mine\r\n\r\n# second\r\n# last\r\n/keep/3\r\n/end\r\n");
+    // The folders that stay at the front keep their lines as written, and what lies between.
+    std::ofstream(real, std::ios::trunc) << "/a/./x\n# between\n/b\n";
+    ASSERT_TRUE(File().Save(
+        {AbsoluteIRI(u"file:///a/x"), AbsoluteIRI(u"file:///b"), AbsoluteIRI(u"file:///c")},
+        problems));
+    EXPECT_EQ(ReadAll(real), "/a/./x\n# between\n/b\n/c\n");
 }
 
 TEST_F(PathDefinition, WhatIsNotASmallRegularFileIsRefusedAtOnce) {
@@ -278,25 +274,19 @@ TEST_F(PathDefinition, AFolderEndingInACarriageReturnIsKeptButNeverAdded) {
     const auto cr = File().Load(problems).folders;
     ASSERT_EQ(cr.size(), 1U);
     const AbsoluteIRI x(u"file:///x");
-    {
-        // The last line gains the line ending that keeps its carriage return.
-        ASSERT_TRUE(File().Save({cr[0], x}, problems));
-        EXPECT_EQ(ReadAll(Location()), "# h\n/a\r\r\n/x\n");
-        EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{cr[0], x}));
-    }
-    {
-        // Moved, it is written so too.
-        ASSERT_TRUE(File().Save({x, cr[0]}, problems));
-        EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{x, cr[0]}));
-    }
+    // The last line gains the line ending that keeps its carriage return.
+    ASSERT_TRUE(File().Save({cr[0], x}, problems));
+    EXPECT_EQ(ReadAll(Location()), "# h\n/a\r\r\n/x\n");
+    EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{cr[0], x}));
+    // Moved, it is written so too.
+    ASSERT_TRUE(File().Save({x, cr[0]}, problems));
+    EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{x, cr[0]}));
     EXPECT_TRUE(problems.empty());
-    {
-        // Once gone from the file, it cannot be written again: its line would name "/a".
-        ASSERT_TRUE(File().Save({x}, problems));
-        EXPECT_FALSE(File().Save({x, cr[0]}, problems));
-        EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:lineBreakInName"});
-        EXPECT_EQ(ReadAll(Location()), "# h\n/x\n");
-    }
+    // Once gone from the file, it cannot be written again: its line would name "/a".
+    ASSERT_TRUE(File().Save({x}, problems));
+    EXPECT_FALSE(File().Save({x, cr[0]}, problems));
+    EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:lineBreakInName"});
+    EXPECT_EQ(ReadAll(Location()), "# h\n/x\n");
 }
 
 }  // namespace

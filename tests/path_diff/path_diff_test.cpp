@@ -186,16 +186,14 @@ TEST(PathEntryVectorDifferentiator, SpecialSubfolders) {
     const auto priv = WithSpecials("m/private", {{2, deep}});
     const auto s3 = Entry("m/s3"), s5 = Entry("m/s5"), n = Entry("n");
     const auto m = WithSpecials("m", {{1, priv}, {3, s3}, {5, s5}});
-    {
-        // Level after level, each behind the one above; only the value 1 goes down.
-        EXPECT_THAT(Diff({}, {n, m}, Filter{1}).added, ElementsAre(m, n, priv, s3, s5, deep));
-        EXPECT_THAT(Diff({m}, {}, Filter{1}).removed, ElementsAre(m, priv, s3, s5, deep));
-        for (const std::uint32_t value : {0u, 2u, 3u, 0x101u, 0xFFFFFFFFu}) {
-            SCOPED_TRACE(value);
-            EXPECT_THAT(Diff({}, {n, m}, Filter{value}).added, ElementsAre(m, n));
-        }
-        EXPECT_THAT(Diff({m}, {m}, Filter{1}).added, IsEmpty());
+    // Level after level, each behind the one above; only the value 1 goes down.
+    EXPECT_THAT(Diff({}, {n, m}, Filter{1}).added, ElementsAre(m, n, priv, s3, s5, deep));
+    EXPECT_THAT(Diff({m}, {}, Filter{1}).removed, ElementsAre(m, priv, s3, s5, deep));
+    for (const std::uint32_t value : {0u, 2u, 3u, 0x101u, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(value);
+        EXPECT_THAT(Diff({}, {n, m}, Filter{value}).added, ElementsAre(m, n));
     }
+    EXPECT_THAT(Diff({m}, {m}, Filter{1}).added, IsEmpty());
     {
         // A refreshed entry's subfolders: a kept object is unchanged, a new object for the same
         // subfolder is refreshed, a lost one removed.
@@ -225,20 +223,16 @@ TEST(PathEntryVectorDifferentiator, AccumulatesAndKeepsResultsOnFailure) {
     const auto added = d.GetAdded();
     d.Compare(e("A"), e("AD"), Filter{0});
     d.Compare(e("AB"), e("BAC"), Filter{0});
-    {
-        // Later results follow earlier ones, not merged into IRI order, in the list a getter gave.
-        EXPECT_EQ(*added, e("DC"));
-        EXPECT_EQ(*d.GetReordered(), e("A"));
-    }
-    {
-        // An IRI that cannot be had while pairing by folder: the exception passes out and the
-        // reordered result, complete by then, stays.
-        const PathEntryVector before = e("PQR");
-        e.byName["Q"]->ThrowOnIRI(true);
-        EXPECT_THROW(d.Compare(before, e("RPS"), Filter{0}), std::runtime_error);
-        EXPECT_EQ(*d.GetReordered(), e("AP"));
-        EXPECT_EQ(*added, e("DC"));
-    }
+    // Later results follow earlier ones, not merged into IRI order, in the list a getter gave.
+    EXPECT_EQ(*added, e("DC"));
+    EXPECT_EQ(*d.GetReordered(), e("A"));
+    // An IRI that cannot be had while pairing by folder: the exception passes out and the
+    // reordered result, complete by then, stays.
+    const PathEntryVector before = e("PQR");
+    e.byName["Q"]->ThrowOnIRI(true);
+    EXPECT_THROW(d.Compare(before, e("RPS"), Filter{0}), std::runtime_error);
+    EXPECT_EQ(*d.GetReordered(), e("AP"));
+    EXPECT_EQ(*added, e("DC"));
 }
 
 // Accounted for exactly once. For each pointer, min(copies before, copies after) of its copies

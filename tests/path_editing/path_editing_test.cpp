@@ -122,15 +122,11 @@ TEST_F(RemoveOnDisk, FindsAFolderThroughAnotherNameOfIt) {
     tree.Folder("other");
     tree.Link("link", "real");
     RecordingManager manager({tree.IRI("other"), tree.IRI("real")});
-    {
-        // A name of no folder on the path.
-        EXPECT_EQ(RemoveIRIsFromVorlanPath(List{tree.IRI("missing")}, manager).size(), 1u);
-    }
-    {
-        // The link's canonical form is on the path.
-        EXPECT_TRUE(RemoveIRIsFromVorlanPath(List{tree.IRI("link")}, manager).empty());
-        EXPECT_EQ(Path(manager), List{tree.IRI("other")});
-    }
+    // A name of no folder on the path.
+    EXPECT_EQ(RemoveIRIsFromVorlanPath(List{tree.IRI("missing")}, manager).size(), 1u);
+    // The link's canonical form is on the path.
+    EXPECT_TRUE(RemoveIRIsFromVorlanPath(List{tree.IRI("link")}, manager).empty());
+    EXPECT_EQ(Path(manager), List{tree.IRI("other")});
 }
 
 TEST(EditingFolderTexts, ABadTextBlocksTheWholeChangeBeforeTheManagerIsAsked) {

@@ -68,39 +68,31 @@ TEST_F(ScanTest, EntryHoldsFilesAndSpecialSubEntries) {
     ASSERT_TRUE(tb);
     EXPECT_TRUE(report.empty());
 
-    {
-        // Files are ordered by name; links to files count, dangling links do not.
-        EXPECT_THAT(NamesOf(*tb), ElementsAre(u".hidden", u"README", u"a.vlp", u"archive.tar.gz",
-                                              u"b.vl", u"linked.vl"));
-    }
-    {
-        // A file's name and extension split at the last dot of the name; a leading dot is no
-        // extension.
-        const auto& items = *tb->GetItems();
-        EXPECT_EQ(items[0]->GetName(), u".hidden");
-        EXPECT_EQ(items[0]->GetExtension(), u"");
-        EXPECT_EQ(items[3]->GetName(), u"archive.tar");
-        EXPECT_EQ(items[3]->GetExtension(), u".gz");
-    }
-    {
-        // Special sub-entries by name; ordinary subfolders are not entries.
-        EXPECT_THAT(SubEntryNames(*tb), ElementsAre(u"+pkg", u"@Point", u"private", u"resources"));
-        EXPECT_EQ(tb->GetPathEntryType(), PathEntryType::Ordinary);
-        EXPECT_EQ(tb->SubEntries()[0]->GetPathEntryType(), PathEntryType::PlusFolder);
-        EXPECT_EQ(tb->SubEntries()[1]->GetPathEntryType(), PathEntryType::AtFolder);
-        EXPECT_EQ(tb->GetPrivateSubEntry(), tb->SubEntries()[2]);
-        EXPECT_EQ(tb->GetSpecialSubEntry2(), tb->SubEntries()[3]);
-        EXPECT_EQ(tb->GetSpecialSubEntry3(), nullptr);
-    }
-    {
-        // Packages nest and hold classes; a class folder holds its own private folder.
-        const auto& pkg = *tb->SubEntries()[0];
-        EXPECT_THAT(SubEntryNames(pkg), ElementsAre(u"+inner", u"@Cls"));
-        const auto& point = *tb->SubEntries()[1];
-        EXPECT_THAT(SubEntryNames(point), ElementsAre(u"private"));
-        EXPECT_EQ(pkg.GetAbsoluteIRI(), tree.IRI("tb/+pkg"));
-        EXPECT_EQ(pkg.GetCanonicalAbsoluteIRI().getIRI(), tree.IRI("tb/+pkg"));
-    }
+    // Files are ordered by name; links to files count, dangling links do not.
+    EXPECT_THAT(NamesOf(*tb), ElementsAre(u".hidden", u"README", u"a.vlp", u"archive.tar.gz",
+                                          u"b.vl", u"linked.vl"));
+    // A file's name and extension split at the last dot of the name; a leading dot is no
+    // extension.
+    const auto& items = *tb->GetItems();
+    EXPECT_EQ(items[0]->GetName(), u".hidden");
+    EXPECT_EQ(items[0]->GetExtension(), u"");
+    EXPECT_EQ(items[3]->GetName(), u"archive.tar");
+    EXPECT_EQ(items[3]->GetExtension(), u".gz");
+    // Special sub-entries by name; ordinary subfolders are not entries.
+    EXPECT_THAT(SubEntryNames(*tb), ElementsAre(u"+pkg", u"@Point", u"private", u"resources"));
+    EXPECT_EQ(tb->GetPathEntryType(), PathEntryType::Ordinary);
+    EXPECT_EQ(tb->SubEntries()[0]->GetPathEntryType(), PathEntryType::PlusFolder);
+    EXPECT_EQ(tb->SubEntries()[1]->GetPathEntryType(), PathEntryType::AtFolder);
+    EXPECT_EQ(tb->GetPrivateSubEntry(), tb->SubEntries()[2]);
+    EXPECT_EQ(tb->GetSpecialSubEntry2(), tb->SubEntries()[3]);
+    EXPECT_EQ(tb->GetSpecialSubEntry3(), nullptr);
+    // Packages nest and hold classes; a class folder holds its own private folder.
+    const auto& pkg = *tb->SubEntries()[0];
+    EXPECT_THAT(SubEntryNames(pkg), ElementsAre(u"+inner", u"@Cls"));
+    const auto& point = *tb->SubEntries()[1];
+    EXPECT_THAT(SubEntryNames(point), ElementsAre(u"private"));
+    EXPECT_EQ(pkg.GetAbsoluteIRI(), tree.IRI("tb/+pkg"));
+    EXPECT_EQ(pkg.GetCanonicalAbsoluteIRI().getIRI(), tree.IRI("tb/+pkg"));
 }
 
 TEST_F(ScanTest, ProblemsAreReportedAndNeverAbortTheScan) {
@@ -118,35 +110,26 @@ TEST_F(ScanTest, ProblemsAreReportedAndNeverAbortTheScan) {
         {tree.IRI("good"), tree.IRI("missing"), tree.IRI("plain-file"), tree.IRI("looping")},
         report);
     ASSERT_EQ(entries.size(), 4u);
-    {
-        // The unreadable package is left out; the rest of its folder is scanned.
-        ASSERT_TRUE(entries[0]);
-        EXPECT_THAT(SubEntryNames(*entries[0]), ElementsAre(u"+ok"));
-        EXPECT_THAT(NamesOf(*entries[0]), ElementsAre(u"a.vl"));
-    }
-    {
-        // Folders that cannot be used contribute nothing.
-        EXPECT_EQ(entries[1], nullptr);
-        EXPECT_EQ(entries[2], nullptr);
-    }
-    {
-        // A loop is cut where it closes; the folder itself is still an entry.
-        ASSERT_TRUE(entries[3]);
-        EXPECT_TRUE(entries[3]->SubEntries().empty());
-    }
-    {
-        // Every problem is reported, in path order, with what caused it.
-        EXPECT_THAT(KindsOf(report),
-                    ElementsAre(ScanProblem::Kind::Unreadable, ScanProblem::Kind::Missing,
-                                ScanProblem::Kind::NotAFolder, ScanProblem::Kind::SymlinkLoop));
-        EXPECT_EQ(report.Problems()[0].location, tree.IRI("good/+locked"));
-        EXPECT_EQ(report.Problems()[0].errorNumber, EACCES);
-        EXPECT_THAT(
-            report.Problems()[0].Describe(),
-            ::testing::HasSubstr("cannot read folder " + tree.Path("good/+locked").native() +
-                                 ": Permission denied"));
-        EXPECT_THAT(report.Problems()[1].Describe(), ::testing::HasSubstr("does not exist"));
-    }
+    // The unreadable package is left out; the rest of its folder is scanned.
+    ASSERT_TRUE(entries[0]);
+    EXPECT_THAT(SubEntryNames(*entries[0]), ElementsAre(u"+ok"));
+    EXPECT_THAT(NamesOf(*entries[0]), ElementsAre(u"a.vl"));
+    // Folders that cannot be used contribute nothing.
+    EXPECT_EQ(entries[1], nullptr);
+    EXPECT_EQ(entries[2], nullptr);
+    // A loop is cut where it closes; the folder itself is still an entry.
+    ASSERT_TRUE(entries[3]);
+    EXPECT_TRUE(entries[3]->SubEntries().empty());
+    // Every problem is reported, in path order, with what caused it.
+    EXPECT_THAT(KindsOf(report),
+                ElementsAre(ScanProblem::Kind::Unreadable, ScanProblem::Kind::Missing,
+                            ScanProblem::Kind::NotAFolder, ScanProblem::Kind::SymlinkLoop));
+    EXPECT_EQ(report.Problems()[0].location, tree.IRI("good/+locked"));
+    EXPECT_EQ(report.Problems()[0].errorNumber, EACCES);
+    EXPECT_THAT(report.Problems()[0].Describe(),
+                ::testing::HasSubstr("cannot read folder " + tree.Path("good/+locked").native() +
+                                     ": Permission denied"));
+    EXPECT_THAT(report.Problems()[1].Describe(), ::testing::HasSubstr("does not exist"));
 }
 
 TEST_F(ScanTest, LinksThatBranchReadEachFolderOnce) {
@@ -188,23 +171,19 @@ TEST_F(ScanTest, RescanKeepsUnchangedEntriesAndRenewsChangedOnes) {
     ScanReport report;
     const auto first = scanner.ScanMainEntries({tree.IRI("tb"), tree.IRI("other")}, report);
     cache.Retain(first);
-    {
-        // Nothing changed: the very same objects come back.
-        const auto again = scanner.ScanMainEntries({tree.IRI("tb"), tree.IRI("other")}, report);
-        EXPECT_EQ(again[0], first[0]);
-        EXPECT_EQ(again[1], first[1]);
-    }
-    {
-        // A file added to a package renews the package and its owner, nothing else.
-        tree.File("tb/+pkg/g.vl");
-        const auto after = scanner.ScanMainEntries({tree.IRI("tb"), tree.IRI("other")}, report);
-        EXPECT_NE(after[0], first[0]);
-        EXPECT_NE(after[0]->SubEntries()[0], first[0]->SubEntries()[0]);
-        EXPECT_EQ(after[0]->SubEntries()[1], first[0]->SubEntries()[1]);  // private
-        EXPECT_EQ(after[0]->GetFileTable(), first[0]->GetFileTable());    // tb's own listing
-        EXPECT_EQ(after[1], first[1]);
-        EXPECT_THAT(NamesOf(*after[0]->SubEntries()[0]), ElementsAre(u"f.vl", u"g.vl"));
-    }
+    // Nothing changed: the very same objects come back.
+    const auto again = scanner.ScanMainEntries({tree.IRI("tb"), tree.IRI("other")}, report);
+    EXPECT_EQ(again[0], first[0]);
+    EXPECT_EQ(again[1], first[1]);
+    // A file added to a package renews the package and its owner, nothing else.
+    tree.File("tb/+pkg/g.vl");
+    const auto after = scanner.ScanMainEntries({tree.IRI("tb"), tree.IRI("other")}, report);
+    EXPECT_NE(after[0], first[0]);
+    EXPECT_NE(after[0]->SubEntries()[0], first[0]->SubEntries()[0]);
+    EXPECT_EQ(after[0]->SubEntries()[1], first[0]->SubEntries()[1]);  // private
+    EXPECT_EQ(after[0]->GetFileTable(), first[0]->GetFileTable());    // tb's own listing
+    EXPECT_EQ(after[1], first[1]);
+    EXPECT_THAT(NamesOf(*after[0]->SubEntries()[0]), ElementsAre(u"f.vl", u"g.vl"));
     EXPECT_TRUE(report.empty());
 }
 
