@@ -88,13 +88,11 @@ TEST_F(CanonicalizeAgainstCurrentFolder, GivesTheRealFolderOrRaisesTheUserError)
     tree.Link("link", "real");
     const vpath_test::CurrentFolderGuard guard(tree.Root());
     const Velmora::current_working_folder::CurrentWorkingFolder cwf;
-    {
-        // Relative to the current folder, links and dot segments resolved.
-        EXPECT_EQ(CanonicalizeRelativePathAgainstCWD(u"link/tb", cwf), tree.IRI("real/tb"));
-        EXPECT_EQ(GetCanonicalIRIFromString(Velmora::text::FromNative(tree.Path("link").string()) +
-                                            u"/./tb/"),
-                  tree.IRI("real/tb"));
-    }
+    // Relative to the current folder, links and dot segments resolved.
+    EXPECT_EQ(CanonicalizeRelativePathAgainstCWD(u"link/tb", cwf), tree.IRI("real/tb"));
+    EXPECT_EQ(GetCanonicalIRIFromString(Velmora::text::FromNative(tree.Path("link").string()) +
+                                        u"/./tb/"),
+              tree.IRI("real/tb"));
     {
         // The service refuses, or accepts a folder that cannot be resolved, or throws something
         // else: the same user error, naming the text exactly as given.
