@@ -2,7 +2,6 @@
 // fresh start reads. (That a path made from the one before it answers as one made whole is the
 // path change property test's.)
 
-#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
