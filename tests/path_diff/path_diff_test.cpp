@@ -194,27 +194,23 @@ TEST(PathEntryVectorDifferentiator, SpecialSubfolders) {
         EXPECT_THAT(Diff({}, {n, m}, Filter{value}).added, ElementsAre(m, n));
     }
     EXPECT_THAT(Diff({m}, {m}, Filter{1}).added, IsEmpty());
-    {
-        // A refreshed entry's subfolders: a kept object is unchanged, a new object for the same
-        // subfolder is refreshed, a lost one removed.
-        const auto kept = Entry("m/resources"), newPriv = Entry("m/private");
-        const auto m2 = WithSpecials("m", {{1, newPriv}, {2, kept}});
-        const Results r =
-            Diff({WithSpecials("m", {{1, priv}, {2, kept}, {3, s3}})}, {m2}, Filter{1});
-        EXPECT_THAT(r.refreshedAfter, ElementsAre(m2, newPriv));
-        EXPECT_THAT(r.refreshedBefore, ElementsAre(::testing::_, priv));
-        EXPECT_THAT(r.removed, ElementsAre(s3, deep));
-        EXPECT_THAT(r.added, IsEmpty());
-    }
-    {
-        // Deeper levels never report reordering, even of subfolder objects that swapped owners.
-        const auto x = Entry("x/private"), y = Entry("y/private");
-        const Results r =
-            Diff({WithSpecials("a", {{1, x}}), WithSpecials("b", {{1, y}})},
-                 {WithSpecials("a", {{1, y}}), WithSpecials("b", {{1, x}})}, Filter{1});
-        EXPECT_EQ(r.refreshedBefore.size(), 2u);
-        EXPECT_THAT(r.reordered, IsEmpty());
-    }
+    // A refreshed entry's subfolders: a kept object is unchanged, a new object for the same
+    // subfolder is refreshed, a lost one removed.
+    const auto kept = Entry("m/resources"), newPriv = Entry("m/private");
+    const auto m2 = WithSpecials("m", {{1, newPriv}, {2, kept}});
+    const Results refreshed =
+        Diff({WithSpecials("m", {{1, priv}, {2, kept}, {3, s3}})}, {m2}, Filter{1});
+    EXPECT_THAT(refreshed.refreshedAfter, ElementsAre(m2, newPriv));
+    EXPECT_THAT(refreshed.refreshedBefore, ElementsAre(::testing::_, priv));
+    EXPECT_THAT(refreshed.removed, ElementsAre(s3, deep));
+    EXPECT_THAT(refreshed.added, IsEmpty());
+    // Deeper levels never report reordering, even of subfolder objects that swapped owners.
+    const auto x = Entry("x/private"), y = Entry("y/private");
+    const Results swapped =
+        Diff({WithSpecials("a", {{1, x}}), WithSpecials("b", {{1, y}})},
+             {WithSpecials("a", {{1, y}}), WithSpecials("b", {{1, x}})}, Filter{1});
+    EXPECT_EQ(swapped.refreshedBefore.size(), 2u);
+    EXPECT_THAT(swapped.reordered, IsEmpty());
 }
 
 TEST(PathEntryVectorDifferentiator, AccumulatesAndKeepsResultsOnFailure) {
