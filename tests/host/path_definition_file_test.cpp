@@ -67,38 +67,31 @@ TEST_F(PathDefinition, KeepsEveryFolderNameByteForByte) {
 }
 
 TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
-    {
-        // No file: nothing was saved yet.
-        Notification problems;
-        EXPECT_EQ(File().Load(problems).outcome, Outcome::Missing);
-        EXPECT_TRUE(problems.empty());
-    }
-    {
-        // Comments and blank lines are passed over, lines may end in CRLF, dot segments and
-        // repeated separators are resolved, repeats taken once, the last line needs no line
-        // break.
-        tree.File("config/vpath/pathdef", "# mine\r\n\r\n/a//b/\r\n/c/x/..\n/a/./b\n# /x\n/d");
-        Notification problems;
-        const auto loaded = File().Load(problems);
-        EXPECT_EQ(loaded.outcome, Outcome::Loaded);
-        EXPECT_EQ(loaded.folders,
-                  (std::vector{AbsoluteIRI(u"file:///a/b"), AbsoluteIRI(u"file:///c"),
-                               AbsoluteIRI(u"file:///d")}));
-    }
-    {
-        // Every bad line is named by its number, and the file is not used at all.
-        const char bad[] = "/ok\nrelative/tb\n\n /lead\n/x\0y\n/ok2\n";
-        tree.File("config/vpath/pathdef", std::string(bad, sizeof bad - 1));
-        Notification problems;
-        const auto loaded = File().Load(problems);
-        EXPECT_EQ(loaded.outcome, Outcome::Failed);
-        EXPECT_TRUE(loaded.folders.empty());
-        std::vector<std::int64_t> lines;
-        for (const auto& message : problems)
-            lines.push_back(std::get<std::int64_t>(message->GetArguments().at(1)));
-        EXPECT_EQ(lines, (std::vector<std::int64_t>{2, 4, 5}));
-        EXPECT_EQ(IdsOf(problems), Ids(3, "VELMORA:pathdef:badLine"));
-    }
+    // No file: nothing was saved yet.
+    Notification nothing;
+    EXPECT_EQ(File().Load(nothing).outcome, Outcome::Missing);
+    EXPECT_TRUE(nothing.empty());
+    // Comments and blank lines are passed over, lines may end in CRLF, dot segments and
+    // repeated separators are resolved, repeats taken once, the last line needs no line
+    // break.
+    tree.File("config/vpath/pathdef", "# mine\r\n\r\n/a//b/\r\n/c/x/..\n/a/./b\n# /x\n/d");
+    Notification readProblems;
+    const auto read = File().Load(readProblems);
+    EXPECT_EQ(read.outcome, Outcome::Loaded);
+    EXPECT_EQ(read.folders, (std::vector{AbsoluteIRI(u"file:///a/b"), AbsoluteIRI(u"file:///c"),
+                                         AbsoluteIRI(u"file:///d")}));
+    // Every bad line is named by its number, and the file is not used at all.
+    const char bad[] = "/ok\nrelative/tb\n\n /lead\n/x\0y\n/ok2\n";
+    tree.File("config/vpath/pathdef", std::string(bad, sizeof bad - 1));
+    Notification badLines;
+    const auto refused = File().Load(badLines);
+    EXPECT_EQ(refused.outcome, Outcome::Failed);
+    EXPECT_TRUE(refused.folders.empty());
+    std::vector<std::int64_t> lines;
+    for (const auto& message : badLines)
+        lines.push_back(std::get<std::int64_t>(message->GetArguments().at(1)));
+    EXPECT_EQ(lines, (std::vector<std::int64_t>{2, 4, 5}));
+    EXPECT_EQ(IdsOf(badLines), Ids(3, "VELMORA:pathdef:badLine"));
     {
         // A file that cannot be read.
         FaultSystem faults;
