@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -18,14 +17,13 @@
 #include <velmora/searchpath/path_cache.hpp>
 
 #include "../../platform/searchpath/path_cache/path_cache_format.hpp"
+#include "searchpath/path_fixture.hpp"
 #include "support/fault_system.hpp"
 #include "support/temp_tree.hpp"
 
 namespace {
 
 using foundation::storage::vfs::AbsoluteIRI;
-using Velmora::PathManagement::IPathEntry;
-using Velmora::PathManagement::SearchScope;
 using Velmora::SearchPath::EntryCache;
 using Velmora::SearchPath::FolderEntryList;
 using Velmora::SearchPath::LoadPathCache;
@@ -34,10 +32,10 @@ using Velmora::SearchPath::ParsePathCache;
 using Velmora::SearchPath::PathCacheFactory;
 using Velmora::SearchPath::SavePathCache;
 using Velmora::SearchPath::ScanReport;
+using vpath_test::Answers;
 using vpath_test::FaultSystem;
 namespace fs = std::filesystem;
 
-constexpr std::uint32_t kFull[] = {0, 1, 2, 3, 5};
 const AbsoluteIRI kRoot(u"file:///home/ada/.config/vpath/pathdef");
 
 constexpr std::int64_t kSecond = 1'000'000'000;
@@ -46,44 +44,6 @@ std::int64_t NowNs() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::system_clock::now().time_since_epoch())
         .count();
-}
-
-// Everything a lookup can see of a path: each entry with its kind, locations and files, and the
-// path-wide answers for every file name (first and all holders, exact and ignoring case).
-std::string Answers(const MainSearchPath& path) {
-    using Velmora::PathManagement::FilenameMatchingPolicy;
-    using Velmora::PathManagement::detail::SearchTarget;
-    std::ostringstream out;
-    std::vector<std::pair<ustring, ustring>> names = {{u"absent", u".vl"}, {u"AREA", u".vl"}};
-    path.ForEachEntry(SearchScope(kFull), [&](const std::shared_ptr<const IPathEntry>& entry) {
-        out << static_cast<int>(entry->GetPathEntryType()) << ' '
-            << Velmora::text::ToNative(entry->GetAbsoluteIRI().toString()) << " -> "
-            << Velmora::text::ToNative(entry->GetCanonicalAbsoluteIRI().toString()) << ':';
-        for (const auto& item : *entry->GetItems()) {
-            out << ' ' << Velmora::text::ToNative(item->GetFileName());
-            names.emplace_back(item->GetName(), item->GetExtension());
-        }
-        out << '\n';
-        return false;
-    });
-    const auto where = [](const Velmora::PathManagement::FoundItem& found) {
-        return Velmora::text::ToNative(found.GetPathEntry()->GetAbsoluteIRI().toString() + u" " +
-                                       found.GetPathItem()->GetFileName());
-    };
-    for (const auto& [name, extension] : names) {
-        const std::vector<ustring> extensions = {extension};
-        for (const auto policy :
-             {FilenameMatchingPolicy::PlatformDefault, FilenameMatchingPolicy::IgnoreCase}) {
-            const SearchTarget target(name, extensions);
-            out << Velmora::text::ToNative(name + extension) << static_cast<int>(policy) << ':';
-            if (const auto first = path.FindFirstInScope(SearchScope(kFull), target, policy))
-                out << " first " << where(*first);
-            for (const auto& found : path.FindAllInScope(SearchScope(kFull), target, policy))
-                out << " | " << where(found);
-            out << '\n';
-        }
-    }
-    return out.str();
 }
 
 // Sets the times of a folder (access and modification) to `ns`.

@@ -19,8 +19,8 @@
 #include <velmora/searchpath/path_poller.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
 
+#include "searchpath/path_fixture.hpp"
 #include "support/fault_system.hpp"
-#include "support/temp_tree.hpp"
 
 namespace {
 
@@ -95,15 +95,7 @@ class PathWatcherNamesTest : public vpath_test::TempTreeTest {
                                         }});
     }
     bool Holds(const MainSearchPath& p, const std::string& relative) const {
-        const auto parent = p.GetPathEntryFromAbsoluteIRI(
-            tree.IRI(std::filesystem::path(relative).parent_path().string()),
-            Velmora::PathManagement::FilenameMatchingPolicy::Exact);
-        if (!parent)
-            return false;
-        const auto names = static_cast<const FolderEntry&>(*parent).GetFileNames();
-        return std::find(names.begin(), names.end(),
-                         Velmora::text::FromNative(
-                             std::filesystem::path(relative).filename().string())) != names.end();
+        return vpath_test::Holds(p, tree, relative);
     }
     bool WaitForFile(const std::string& relative) {
         return path->WaitFor([&](const MainSearchPath& p, int) { return Holds(p, relative); });

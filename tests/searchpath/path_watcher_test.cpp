@@ -16,8 +16,8 @@
 #include <velmora/searchpath/main_search_path_manager.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
 
+#include "searchpath/path_fixture.hpp"
 #include "support/fault_system.hpp"
-#include "support/temp_tree.hpp"
 
 namespace {
 
@@ -94,16 +94,8 @@ class PathWatcherTest : public vpath_test::TempTreeTest {
         ScanReport report;
         return Describe(*MainSearchPath::Scan({tree.IRI("one"), tree.IRI("two")}, report));
     }
-    bool Holds(const MainSearchPath& path, const std::string& relative) const {
-        const auto parent = path.GetPathEntryFromAbsoluteIRI(
-            tree.IRI(std::filesystem::path(relative).parent_path().string()),
-            Velmora::PathManagement::FilenameMatchingPolicy::Exact);
-        if (!parent)
-            return false;
-        const auto names = static_cast<const FolderEntry&>(*parent).GetFileNames();
-        return std::find(names.begin(), names.end(),
-                         Velmora::text::FromNative(
-                             std::filesystem::path(relative).filename().string())) != names.end();
+    bool Holds(const MainSearchPath& p, const std::string& relative) const {
+        return vpath_test::Holds(p, tree, relative);
     }
 
     // The watcher's thread calls the OS until the watcher is gone: the seam outlives it.
