@@ -46,20 +46,13 @@ std::vector<ScanProblem::Kind> KindsOf(const ScanReport& report) {
 using ScanTest = TempTreeTest;
 
 TEST_F(ScanTest, EntryHoldsFilesAndSpecialSubEntries) {
-    tree.File("tb/b.vl");
-    tree.File("tb/a.vlp");
-    tree.File("tb/README");
-    tree.File("tb/.hidden");
-    tree.File("tb/archive.tar.gz");
-    tree.Folder("tb/docs");  // an ordinary subfolder is not on the path
-    tree.File("tb/docs/ignored.vl");
-    tree.File("tb/+pkg/f.vl");
-    tree.File("tb/+pkg/+inner/g.vl");
-    tree.File("tb/+pkg/@Cls/Cls.vl");
-    tree.File("tb/@Point/Point.vl");
-    tree.File("tb/@Point/private/helper.vl");
-    tree.File("tb/private/p.vl");
-    tree.File("tb/resources/data.json");
+    // tb/docs is an ordinary subfolder: not on the path.
+    for (const char* file :
+         {"tb/b.vl", "tb/a.vlp", "tb/README", "tb/.hidden", "tb/archive.tar.gz",
+          "tb/docs/ignored.vl", "tb/+pkg/f.vl", "tb/+pkg/+inner/g.vl", "tb/+pkg/@Cls/Cls.vl",
+          "tb/@Point/Point.vl", "tb/@Point/private/helper.vl", "tb/private/p.vl",
+          "tb/resources/data.json"})
+        tree.File(file);
     tree.Link("tb/linked.vl", "b.vl");
     tree.Link("tb/dangling.vl", "no-such-file");
 
@@ -96,10 +89,8 @@ TEST_F(ScanTest, EntryHoldsFilesAndSpecialSubEntries) {
 }
 
 TEST_F(ScanTest, ProblemsAreReportedAndNeverAbortTheScan) {
-    tree.File("good/a.vl");
-    tree.File("good/+locked/x.vl");
-    tree.File("good/+ok/y.vl");
-    tree.File("plain-file");
+    for (const char* file : {"good/a.vl", "good/+locked/x.vl", "good/+ok/y.vl", "plain-file"})
+        tree.File(file);
     tree.Folder("looping");
     tree.Link("looping/+again", ".");  // a package folder that leads back to its owner
     FaultSystem faults;
@@ -161,10 +152,8 @@ TEST_F(ScanTest, LinksThatBranchReadEachFolderOnce) {
 }
 
 TEST_F(ScanTest, RescanKeepsUnchangedEntriesAndRenewsChangedOnes) {
-    tree.File("tb/a.vl");
-    tree.File("tb/+pkg/f.vl");
-    tree.File("tb/private/p.vl");
-    tree.File("other/o.vl");
+    for (const char* file : {"tb/a.vl", "tb/+pkg/f.vl", "tb/private/p.vl", "other/o.vl"})
+        tree.File(file);
 
     EntryCache cache;
     const FolderScanner scanner(&cache);
@@ -188,10 +177,8 @@ TEST_F(ScanTest, RescanKeepsUnchangedEntriesAndRenewsChangedOnes) {
 }
 
 TEST_F(ScanTest, OrdinarySubfoldersOfAToolbox) {
-    tree.Folder("tb/zeta");
-    tree.Folder("tb/alpha");
-    tree.Folder("tb/+pkg");
-    tree.Folder("tb/private");
+    for (const char* folder : {"tb/zeta", "tb/alpha", "tb/+pkg", "tb/private"})
+        tree.Folder(folder);
     tree.File("tb/file.vl");
     tree.Link("tb/linked", "alpha");
     EXPECT_THAT(ListOrdinarySubfolders(tree.IRI("tb")),
