@@ -89,15 +89,6 @@ TEST(WriteToolboxPathCache, WritesWhatTheFactoryWritesAndLeavesNothingOnFailure)
     }
 }
 
-TEST(WriteToolboxPathCache, SecondWriteReplacesTheFirstWhole) {
-    TempTree tree;
-    WriteToolboxPathCache(tree.IRI("tb.cache"), kRoot,
-                          ScriptedFactory([](ofstream& s) { s << "a much longer first cache"; }));
-    WriteToolboxPathCache(tree.IRI("tb.cache"), kRoot,
-                          ScriptedFactory([](ofstream& s) { s << "second"; }));
-    EXPECT_EQ(vpath_test::ReadAll(tree.Path("tb.cache")), "second");
-}
-
 TEST(WriteToolboxPathCache, UnusableLocationsAreReportedAndCreateNothing) {
     TempTree tree;
     const ScriptedFactory factory([](ofstream& s) { s << "cache"; });

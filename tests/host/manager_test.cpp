@@ -14,6 +14,7 @@
 #include <velmora/searchpath/main_search_path_manager.hpp>
 
 #include "host/message_ids.hpp"
+#include "searchpath/path_fixture.hpp"
 #include "support/fault_system.hpp"
 #include "support/temp_tree.hpp"
 
@@ -164,15 +165,8 @@ TEST_F(Manager, EachChangeHoldsWhatAScanOfItsFoldersHolds) {
             manager.ApplyPathAfterRemoving(folders, messages);
         ASSERT_TRUE(messages.empty());
         Velmora::SearchPath::ScanReport report;
-        const auto scanned = Velmora::SearchPath::MainSearchPath::Scan(folders, report);
-        const auto path = manager.GetSnapshot();
-        EXPECT_EQ(path->GetFileCount(), scanned->GetFileCount());
-        ASSERT_EQ(path->GetFolderEntries().size(), scanned->GetFolderEntries().size());
-        for (std::size_t i = 0; i < path->GetFolderEntries().size(); ++i) {
-            EXPECT_EQ(path->GetFolderEntries()[i]->GetLocation(),
-                      scanned->GetFolderEntries()[i]->GetLocation());
-        }
-        EXPECT_EQ(path->GetEntryCount(), scanned->GetEntryCount());
+        EXPECT_EQ(vpath_test::Answers(*manager.GetSnapshot()),
+                  vpath_test::Answers(*Velmora::SearchPath::MainSearchPath::Scan(folders, report)));
     }
 }
 

@@ -85,6 +85,10 @@ class CountedPath final : public Velmora::SearchPath::IWatchedPath {
 
 class PathWatcherNamesTest : public vpath_test::TempTreeTest {
   protected:
+    void SetUp() override {
+        tree.File("one/a.vl");
+        tree.File("two/b.vl");
+    }
     void Start(const std::string& pathDefinition = {}) {
         path = std::make_unique<CountedPath>(std::vector{tree.IRI("one"), tree.IRI("two")},
                                              pathDefinition);
@@ -120,8 +124,6 @@ class PathWatcherNamesTest : public vpath_test::TempTreeTest {
 // A thread that made a file and waits for the watcher gets a state that shows the file, even when
 // the file came while the watcher was busy with an earlier one and is slow to read folders.
 TEST_F(PathWatcherNamesTest, WaitUntilSettledReturnsOnceTheRefreshIsPublished) {
-    tree.Folder("one");
-    tree.Folder("two");
     Start();
     path->refreshDelayMs = 50;
     for (int round = 0; round < 4; ++round) {
@@ -137,8 +139,6 @@ TEST_F(PathWatcherNamesTest, WaitUntilSettledReturnsOnceTheRefreshIsPublished) {
 }
 
 TEST_F(PathWatcherNamesTest, AFolderOfThePathIsFollowedByItsName) {
-    tree.File("one/a.vl");
-    tree.File("two/b.vl");
     Start();
     struct Case {
         const char* what;
@@ -223,8 +223,6 @@ TEST_F(PathWatcherNamesTest, ThePathDefinitionFileIsFollowedWhereverItLies) {
 // Other programs may hold every inotify watch or instance the user may have: what cannot be
 // watched is polled, the path definition file as well, with one warning, and the watcher runs on.
 TEST_F(PathWatcherNamesTest, OutOfInotifyWhatCannotBeWatchedIsPolled) {
-    tree.File("one/a.vl");
-    tree.File("two/b.vl");
     tree.File("pathdef", "/a\n");
     struct Case {
         const char* what;
@@ -258,8 +256,6 @@ TEST_F(PathWatcherNamesTest, OutOfInotifyWhatCannotBeWatchedIsPolled) {
 // On a file system with coarse stamps, a folder changed twice within one tick keeps the stamp of
 // the first change: a poll reads again a folder whose stamp was too recent to trust.
 TEST_F(PathWatcherNamesTest, APollReadsAgainAFolderWhoseStampWasTooRecentToTrust) {
-    tree.File("one/a.vl");
-    tree.File("two/b.vl");
     FaultSystem faulty;
     faulty.FreezeStamp("/two");  // every later change of two falls within its present tick
     CountedPath counted({tree.IRI("one"), tree.IRI("two")}, "");
