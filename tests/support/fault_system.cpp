@@ -7,7 +7,6 @@ namespace vpath_test {
 using Velmora::os::RealSystem;
 
 FaultSystem::FaultSystem() : m_override(*this) {}
-FaultSystem::~FaultSystem() = default;
 
 void FaultSystem::Fail(Op op, std::string pathSuffix, int error) {
     std::lock_guard lock(m_mutex);
@@ -88,10 +87,6 @@ void Coarsen(Velmora::os::FileStatus& status, std::int64_t granularityNs) {
 }
 
 }  // namespace
-
-void FaultSystem::ForceOverflow() {
-    m_overflow.store(true);
-}
 
 void FaultSystem::StreamEvents(bool on) {
     std::lock_guard lock(m_mutex);

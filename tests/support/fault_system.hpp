@@ -32,7 +32,6 @@ class FaultSystem final : public Velmora::os::ISystem {
     // clang-format on
 
     FaultSystem();
-    ~FaultSystem() override;
 
     // Fail: calls of `op` on a path that ends with `pathSuffix` fail with `error`.
     void Fail(Op op, std::string pathSuffix, int error);
@@ -50,7 +49,7 @@ class FaultSystem final : public Velmora::os::ISystem {
     void LoseEvents() { m_losing.store(true); }
     // ForceOverflow: the next read of a watch queue, without waiting, loses what events there are
     // and reports a queue overflow instead, as the kernel does when its queue is full.
-    void ForceOverflow();
+    void ForceOverflow() { m_overflow.store(true); }
     // StreamEvents: while on, each read of a watch queue returns at once the last events a read
     // found, as a file written without a pause would keep reporting.
     void StreamEvents(bool on);
