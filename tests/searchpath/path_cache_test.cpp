@@ -24,14 +24,7 @@
 namespace {
 
 using foundation::storage::vfs::AbsoluteIRI;
-using Velmora::SearchPath::EntryCache;
-using Velmora::SearchPath::FolderEntryList;
-using Velmora::SearchPath::LoadPathCache;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::ParsePathCache;
-using Velmora::SearchPath::PathCacheFactory;
-using Velmora::SearchPath::SavePathCache;
-using Velmora::SearchPath::ScanReport;
+using namespace Velmora::SearchPath;
 using vpath_test::Answers;
 using vpath_test::FaultSystem;
 namespace fs = std::filesystem;
@@ -193,7 +186,7 @@ TEST_F(PathCache, ChangeInTheTickOfWritingIsSeenOnCoarseFileSystems) {
     EXPECT_NE(Answers(*Start()).find("b.vl"), std::string::npos);
 }
 
-using Velmora::SearchPath::path_cache_internal::Reseal;
+using path_cache_internal::Reseal;
 
 TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
     const auto scanned = Scan();
@@ -207,7 +200,7 @@ TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
         {"empty", ""},
         {"other version", Reseal([&] {
              auto b = good;
-             b[8] = static_cast<char>(Velmora::SearchPath::path_cache_internal::kVersion + 1);
+             b[8] = static_cast<char>(path_cache_internal::kVersion + 1);
              return b;
          }())},
         {"other byte order", Reseal([&] {
@@ -309,6 +302,6 @@ TEST(PathCacheWorth, WrittenOnceMoreThanA64thOfThePathWouldBeListedAgain) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(Velmora::SearchPath::CacheWorthSaving(c.saved, c.entries), c.worth);
+        EXPECT_EQ(CacheWorthSaving(c.saved, c.entries), c.worth);
     }
 }
