@@ -25,19 +25,14 @@
 namespace {
 
 using foundation::storage::vfs::AbsoluteIRI;
-using Velmora::SearchPath::FolderEntry;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::MainSearchPathManager;
-using Velmora::SearchPath::PathPoller;
-using Velmora::SearchPath::PathState;
-using Velmora::SearchPath::PathWatcher;
+using namespace Velmora::SearchPath;
 using vpath_test::FaultSystem;
 using namespace std::chrono_literals;
 
 // A manager's path with a path definition file of the test's choosing, whose reloads are counted
 // rather than read: what is watched is the question, not what the file says. Its refreshes can be
 // made slow, to hold the watcher up.
-class CountedPath final : public Velmora::SearchPath::IWatchedPath {
+class CountedPath final : public IWatchedPath {
   public:
     CountedPath(const std::vector<AbsoluteIRI>& folders, std::string pathDefinition)
         : m_manager(folders, {}), m_pathDefinition(std::move(pathDefinition)) {

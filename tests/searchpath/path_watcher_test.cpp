@@ -21,12 +21,7 @@
 
 namespace {
 
-using Velmora::SearchPath::EarlyWatches;
-using Velmora::SearchPath::FolderEntry;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::MainSearchPathManager;
-using Velmora::SearchPath::PathWatcher;
-using Velmora::SearchPath::ScanReport;
+using namespace Velmora::SearchPath;
 using namespace std::chrono_literals;
 
 // Every entry under `entry` with its files, one per line.
