@@ -23,7 +23,7 @@ namespace {
 using foundation::core::except::Notification;
 using foundation::storage::vfs::AbsoluteIRI;
 using namespace Velmora::PathManagement;
-using Velmora::SearchPath::MainSearchPathManager;
+using namespace Velmora::SearchPath;
 using vpath_test::FaultSystem;
 using vpath_test::IdsOf;
 using List = std::vector<AbsoluteIRI>;
@@ -127,11 +127,8 @@ TEST_F(Manager, KeepsFoldersOnThePathThatHaveGoneAndReusesUnchangedEntries) {
         entries.push_back(entry->GetAbsoluteIRI());
     EXPECT_EQ(entries, I({"c", "a"}));
     ASSERT_EQ(manager.GetWarnings()->Problems().size(), 1u);
-    EXPECT_EQ(manager.GetWarnings()->Problems()[0].kind,
-              Velmora::SearchPath::ScanProblem::Kind::Missing);
-    EXPECT_EQ(Velmora::SearchPath::PathDefinitionFile(tree.Path("cfg/pathdef").string())
-                  .Load(messages)
-                  .folders,
+    EXPECT_EQ(manager.GetWarnings()->Problems()[0].kind, ScanProblem::Kind::Missing);
+    EXPECT_EQ(PathDefinitionFile(tree.Path("cfg/pathdef").string()).Load(messages).folders,
               I({"c", "b", "a"}));
     {
         // A change keeps the entries of the folders that stay; a refresh gives a changed folder a
@@ -164,9 +161,9 @@ TEST_F(Manager, EachChangeHoldsWhatAScanOfItsFoldersHolds) {
         else
             manager.ApplyPathAfterRemoving(folders, messages);
         ASSERT_TRUE(messages.empty());
-        Velmora::SearchPath::ScanReport report;
+        ScanReport report;
         EXPECT_EQ(vpath_test::Answers(*manager.GetSnapshot()),
-                  vpath_test::Answers(*Velmora::SearchPath::MainSearchPath::Scan(folders, report)));
+                  vpath_test::Answers(*MainSearchPath::Scan(folders, report)));
     }
 }
 

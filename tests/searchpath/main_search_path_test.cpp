@@ -15,9 +15,7 @@ namespace {
 
 using namespace Velmora::PathManagement;
 using ::testing::ElementsAre;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::ScanProblem;
-using Velmora::SearchPath::ScanReport;
+using namespace Velmora::SearchPath;
 using vpath_test::kFull;
 using vpath_test::kPrimary;
 using vpath_test::TwoFolderPath;

@@ -13,8 +13,7 @@
 namespace {
 
 using namespace Velmora::PathManagement;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::MainSearchPathManager;
+using namespace Velmora::SearchPath;
 
 using MainSearchPathUpdateTest = vpath_test::TwoFolderPath;
 
