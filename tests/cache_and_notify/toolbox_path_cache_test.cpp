@@ -16,9 +16,7 @@ namespace {
 
 using foundation::storage::vfs::AbsoluteIRI;
 using foundation::storage::vfs::ofstream;
-using Velmora::PathManagement::IPathEntryFactory;
-using Velmora::PathManagement::UnableToSaveToolboxCacheException;
-using Velmora::PathManagement::WriteToolboxPathCache;
+using namespace Velmora::PathManagement;
 using vpath_test::FaultSystem;
 using vpath_test::TempTree;
 

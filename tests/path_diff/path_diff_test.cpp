@@ -22,10 +22,8 @@
 
 namespace {
 
-using Velmora::PathManagement::PathEntryPtr;
-using Velmora::PathManagement::PathEntryVector;
-using Velmora::PathManagement::PathEntryVectorDifferentiator;
-using Velmora::PathManagement::detail::LongestCommonSubsequence;
+using namespace Velmora::PathManagement;
+using detail::LongestCommonSubsequence;
 using Filter = PathEntryVectorDifferentiator::ComparisonFilter;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;

@@ -21,6 +21,7 @@
 
 namespace {
 
+using foundation::storage::vfs::AbsoluteIRI;
 using namespace Velmora::SearchPath;
 using namespace std::chrono_literals;
 
@@ -57,7 +58,7 @@ class PathWatcherTest : public vpath_test::TempTreeTest {
     }
     void OpenManager(std::vector<std::string> folders = {},
                      MainSearchPathManager::Options managerOptions = {}) {
-        std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
+        std::vector<AbsoluteIRI> locations;
         for (const auto& folder :
              folders.empty() ? std::vector<std::string>{"one", "two"} : folders)
             locations.push_back(tree.IRI(folder));
@@ -222,11 +223,10 @@ TEST_F(PathWatcherTest, FoldersThatLeaveThePathAreNoLongerWatched) {
         return watcher->WatchedFolderCount() == count;
     };
     foundation::core::except::Notification messages;
-    const std::vector<foundation::storage::vfs::AbsoluteIRI> onlyTwo = {tree.IRI("two")};
+    const std::vector<AbsoluteIRI> onlyTwo = {tree.IRI("two")};
     manager->ApplyPathAfterRemoving(onlyTwo, messages);
     EXPECT_TRUE(watching(1));
-    const std::vector<foundation::storage::vfs::AbsoluteIRI> both = {tree.IRI("two"),
-                                                                     tree.IRI("one")};
+    const std::vector<AbsoluteIRI> both = {tree.IRI("two"), tree.IRI("one")};
     manager->ApplyPathAfterAdding(both, messages);
     EXPECT_TRUE(watching(5));
     // Still watched as it ought to be: a change in the folder that came back is seen.
