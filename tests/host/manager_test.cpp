@@ -130,16 +130,14 @@ TEST_F(Manager, KeepsFoldersOnThePathThatHaveGoneAndReusesUnchangedEntries) {
     EXPECT_EQ(manager.GetWarnings()->Problems()[0].kind, ScanProblem::Kind::Missing);
     EXPECT_EQ(PathDefinitionFile(tree.Path("cfg/pathdef").string()).Load(messages).folders,
               I({"c", "b", "a"}));
-    {
-        // A change keeps the entries of the folders that stay; a refresh gives a changed folder a
-        // new one.
-        tree.File("a/new.vl");
-        Touch("a");
-        manager.ApplyPathAfterRemoving(I({"a", "b"}), messages);
-        EXPECT_EQ(manager.GetSnapshot()->GetFolderEntries()[0], entryOfA);
-        manager.Refresh();
-        EXPECT_NE(manager.GetSnapshot()->GetFolderEntries()[0], entryOfA);
-    }
+    // A change keeps the entries of the folders that stay; a refresh gives a changed folder a
+    // new one.
+    tree.File("a/new.vl");
+    Touch("a");
+    manager.ApplyPathAfterRemoving(I({"a", "b"}), messages);
+    EXPECT_EQ(manager.GetSnapshot()->GetFolderEntries()[0], entryOfA);
+    manager.Refresh();
+    EXPECT_NE(manager.GetSnapshot()->GetFolderEntries()[0], entryOfA);
 }
 
 // A change makes its path from the one before it, without reading the folders that stay: each
@@ -212,14 +210,11 @@ TEST_F(Manager, RefusesAChangeMadeWhileObserversAreTold) {
     EXPECT_TRUE(refused);
     EXPECT_EQ(lastTold, 1);
     EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"a", "b"}));
-    {
-        // Called directly, the manager passes the observer's exception on after the change.
-        Notification messages;
-        EXPECT_THROW(manager.ApplyPathAfterAdding(I({"c"}), messages),
-                     RecursivePathChangeException);
-        EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"c"}));
-        EXPECT_EQ(lastTold, 2);
-    }
+    // Called directly, the manager passes the observer's exception on after the change.
+    Notification messages;
+    EXPECT_THROW(manager.ApplyPathAfterAdding(I({"c"}), messages), RecursivePathChangeException);
+    EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"c"}));
+    EXPECT_EQ(lastTold, 2);
 }
 
 TEST_F(Manager, ReportsThePackagesWhoseFoldersAreAllOnThePath) {

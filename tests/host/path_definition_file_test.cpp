@@ -92,14 +92,12 @@ TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
         lines.push_back(std::get<std::int64_t>(message->GetArguments().at(1)));
     EXPECT_EQ(lines, (std::vector<std::int64_t>{2, 4, 5}));
     EXPECT_EQ(IdsOf(badLines), Ids(3, "VELMORA:pathdef:badLine"));
-    {
-        // A file that cannot be read.
-        FaultSystem faults;
-        faults.Fail(FaultSystem::Op::ReadFile, "/pathdef", EACCES);
-        Notification problems;
-        EXPECT_EQ(File().Load(problems).outcome, Outcome::Failed);
-        EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:cannotRead"});
-    }
+    // A file that cannot be read.
+    FaultSystem faults;
+    faults.Fail(FaultSystem::Op::ReadFile, "/pathdef", EACCES);
+    Notification problems;
+    EXPECT_EQ(File().Load(problems).outcome, Outcome::Failed);
+    EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:cannotRead"});
 }
 
 // A file whose last reading is kept tells that it still holds a path without parsing it again,
@@ -146,16 +144,14 @@ TEST_F(PathDefinition, AFailedSaveLeavesTheOldFileAndNoTemporaryFile) {
         EXPECT_EQ(ReadAll(Location()), old);
         EXPECT_TRUE(Leftovers().empty());
     }
-    {
-        // Once the new file is in place its folder is flushed; failing to do so does not undo
-        // the save.
-        FaultSystem faults;
-        faults.Fail(FaultSystem::Op::SyncFolder, "/vpath", EIO);
-        Notification problems;
-        EXPECT_TRUE(File().Save(after, problems));
-        EXPECT_TRUE(faults.CalledAfter(FaultSystem::Op::SyncFolder, FaultSystem::Op::Rename));
-        EXPECT_EQ(File().Load(problems).folders, after);
-    }
+    // Once the new file is in place its folder is flushed; failing to do so does not undo
+    // the save.
+    FaultSystem faults;
+    faults.Fail(FaultSystem::Op::SyncFolder, "/vpath", EIO);
+    Notification problems;
+    EXPECT_TRUE(File().Save(after, problems));
+    EXPECT_TRUE(faults.CalledAfter(FaultSystem::Op::SyncFolder, FaultSystem::Op::Rename));
+    EXPECT_EQ(File().Load(problems).folders, after);
 }
 
 TEST_F(PathDefinition, ASaveChangesOnlyTheFolderLinesAndKeepsTheFileItsLinkAndItsMode) {

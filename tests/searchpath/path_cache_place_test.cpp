@@ -107,18 +107,16 @@ TEST_F(PathCachePlace, OnlyARegularFileOfTheUsersIsReadAndAWriteReplacesWhatIsOu
         EXPECT_EQ(Loaded("c/p.cache"), c.writable ? 1u : 0u);
         EXPECT_EQ(ClearPathCachePlace(Native("c/p.cache")).empty(), c.writable);
     }
-    {
-        // A cache file of another user is neither read, nor written over, nor removed.
-        SavePathCache(tree.IRI("c/p.cache"), tree.IRI("c/p.cache"), entries);
-        FaultSystem faults;
-        faults.PretendOwner("/c/p.cache", 4242, 0600);
-        EXPECT_EQ(Loaded("c/p.cache"), 0u);
-        EXPECT_THROW(SavePathCache(tree.IRI("c/p.cache"), tree.IRI("c/p.cache"), entries),
-                     foundation::storage::vfs::Exception);
-        EXPECT_NE(ClearPathCachePlace(Native("c/p.cache")).find("uid 4242"), std::string::npos);
-        EXPECT_EQ(DescribePathCachePlace(Native("c/p.cache")),
-                  "a cache file of another user (uid 4242)");
-    }
+    // A cache file of another user is neither read, nor written over, nor removed.
+    SavePathCache(tree.IRI("c/p.cache"), tree.IRI("c/p.cache"), entries);
+    FaultSystem faults;
+    faults.PretendOwner("/c/p.cache", 4242, 0600);
+    EXPECT_EQ(Loaded("c/p.cache"), 0u);
+    EXPECT_THROW(SavePathCache(tree.IRI("c/p.cache"), tree.IRI("c/p.cache"), entries),
+                 foundation::storage::vfs::Exception);
+    EXPECT_NE(ClearPathCachePlace(Native("c/p.cache")).find("uid 4242"), std::string::npos);
+    EXPECT_EQ(DescribePathCachePlace(Native("c/p.cache")),
+              "a cache file of another user (uid 4242)");
 }
 
 TEST_F(PathCachePlace, AFolderOthersCanWriteIsNotUsedAndSaidOnce) {
@@ -153,12 +151,10 @@ TEST_F(PathCachePlace, AFolderOthersCanWriteIsNotUsedAndSaidOnce) {
                   std::string::npos)
             << told[0];
     }
-    {
-        // Everything of another user: the home and its caches are not the user's.
-        FaultSystem faults;
-        faults.PretendUser(4242);
-        EXPECT_EQ(LoadCachedEntries(slot, folders).size(), 0u);
-    }
+    // Everything of another user: the home and its caches are not the user's.
+    FaultSystem faults;
+    faults.PretendUser(4242);
+    EXPECT_EQ(LoadCachedEntries(slot, folders).size(), 0u);
 }
 
 TEST_F(PathCachePlace, FoldersAndFilesAreTheUsersAloneWhateverTheUmask) {

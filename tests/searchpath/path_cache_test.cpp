@@ -229,12 +229,10 @@ TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
         SCOPED_TRACE("written for another root");
         EXPECT_TRUE(ParsePathCache(good, AbsoluteIRI(u"file:///other/pathdef"), why).empty());
     }
-    {
-        SCOPED_TRACE("a folder where the cache should be");
-        fs::remove(tree.Path("path.cache"));
-        tree.Folder("path.cache");
-        EXPECT_EQ(Answers(*Start()), expected);
-    }
+    SCOPED_TRACE("a folder where the cache should be");
+    fs::remove(tree.Path("path.cache"));
+    tree.Folder("path.cache");
+    EXPECT_EQ(Answers(*Start()), expected);
 }
 
 TEST_F(PathCache, StampsNearTheTimeOfWritingAreNotTrusted) {
