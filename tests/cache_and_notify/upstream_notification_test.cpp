@@ -82,12 +82,10 @@ TEST(UpstreamNotification, SendsOneEventPerLevelUpToTheFirstOrdinaryFolder) {
 }
 
 TEST(UpstreamNotification, FailuresAreSwallowedOrFallBackAsTheFunctionSays) {
-    {
-        // An invalid location: nothing sent, nothing thrown.
-        Recorder recorder;
-        NotifyUpstreamPathEntriesOfPossibleSpecialSubfolderChanges(AbsoluteIRI());
-        EXPECT_TRUE(recorder.Seen().empty());
-    }
+    // An invalid location: nothing sent, nothing thrown.
+    Recorder nothingSent;
+    NotifyUpstreamPathEntriesOfPossibleSpecialSubfolderChanges(AbsoluteIRI());
+    EXPECT_TRUE(nothingSent.Seen().empty());
     // Other errors of the observers pass through the plain variant...
     Recorder recorder(/*throwAt=*/1);
     EXPECT_THROW(NotifyUpstreamPathEntriesOfPossibleSpecialSubfolderChanges(
