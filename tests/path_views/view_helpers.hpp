@@ -53,9 +53,8 @@ inline std::vector<std::string> AllHolders(const IPath& path, const ustring& fil
     const pm::detail::SearchTarget target(file, kVl);
     PathEntryVector holders;
     for (const auto& found :
-         path.FindAllInScope(SearchScope(kAllKinds), target, FilenameMatchingPolicy::Exact)) {
+         path.FindAllInScope(SearchScope(kAllKinds), target, FilenameMatchingPolicy::Exact))
         holders.push_back(found.GetPathEntry());
-    }
     return Names(holders);
 }
 

@@ -59,9 +59,8 @@ class PathCache : public vpath_test::TempTreeTest {
         for (const char* f :
              {"one/area.vl", "one/+pkg/f.vl", "one/+pkg/@Cls/Cls.vl", "one/@Point/Point.vl",
               "one/private/secret.vl", "one/resources/data.txt", "two/only.vl", "two/caf\xE9.vl",
-              "two/area.vl", "two/+pkg/f.vl"}) {
+              "two/area.vl", "two/+pkg/f.vl"})
             tree.File(f);
-        }
         tree.Folder("target/+linked");
         tree.File("target/+linked/l.vl");
         tree.Link("two/+linked", tree.Path("target/+linked").string());

@@ -46,9 +46,8 @@ class PathWatcherTest : public vpath_test::TempTreeTest {
   protected:
     void SetUp() override {
         for (const char* f : {"one/area.vl", "one/+pkg/f.vl", "one/@Point/Point.vl",
-                              "one/private/p.vl", "two/only.vl", "outside/x.vl"}) {
+                              "one/private/p.vl", "two/only.vl", "outside/x.vl"})
             tree.File(f);
-        }
     }
 
     // Starts the manager of `folders` (one and two if none), and its watcher.
