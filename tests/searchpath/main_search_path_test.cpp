@@ -155,20 +155,18 @@ TEST_F(MainSearchPathTest, EntriesByLocation) {
 TEST_F(MainSearchPathTest, EntriesByName) {
     const auto exact = FilenameMatchingPolicy::Exact;
     const std::uint32_t packages[] = {1};
+    const auto byName = [&](SearchScope scope, const ustring& name, FilenameMatchingPolicy policy) {
+        return Locations(path->GetMethodEntriesByName(scope, name, policy), tree);
+    };
+    const std::vector<ustring> points = {u"one/@Point", u"two/@Point"};
     // Class folders in path order; by name, among those whose parent the scope selects.
     EXPECT_THAT(Locations(path->GetMethodEntries(), tree),
                 ElementsAre(u"one/+pkg/@Cls", u"one/@Point", u"two/@Point"));
-    EXPECT_THAT(
-        Locations(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Point", exact), tree),
-        ElementsAre(u"one/@Point", u"two/@Point"));
-    EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Cls", exact).empty());
-    EXPECT_THAT(Locations(path->GetMethodEntriesByName(SearchScope(packages), u"Cls", exact), tree),
-                ElementsAre(u"one/+pkg/@Cls"));
-    EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"point", exact).empty());
-    EXPECT_EQ(path->GetMethodEntriesByName(SearchScope(kPrimary), u"point",
-                                           FilenameMatchingPolicy::IgnoreCase)
-                  .size(),
-              2u);
+    EXPECT_EQ(byName(kPrimary, u"Point", exact), points);
+    EXPECT_TRUE(byName(kPrimary, u"Cls", exact).empty());
+    EXPECT_THAT(byName(packages, u"Cls", exact), ElementsAre(u"one/+pkg/@Cls"));
+    EXPECT_TRUE(byName(kPrimary, u"point", exact).empty());
+    EXPECT_EQ(byName(kPrimary, u"point", FilenameMatchingPolicy::IgnoreCase), points);
     // By the folders a location ends with, "+" and "@" optional.
     EXPECT_THAT(
         Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"pkg/Cls", exact), tree),
