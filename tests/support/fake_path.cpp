@@ -225,9 +225,8 @@ std::shared_ptr<const IPathEntry> FakePath::GetPathEntryFromAbsoluteIRI(
     const AbsoluteIRI& location, FilenameMatchingPolicy policy) const {
     m_log.Record("GetPathEntryFromAbsoluteIRI", policy);
     for (const auto& p : Entries()) {
-        if (NamesMatch(p.entry->GetAbsoluteIRI().toString(), location.toString(), policy)) {
+        if (NamesMatch(p.entry->GetAbsoluteIRI().toString(), location.toString(), policy))
             return p.entry;
-        }
     }
     return nullptr;
 }
