@@ -63,6 +63,7 @@ for deb in "${debs[@]}"; do
         vpath:/usr/bin/vpath | vpath:/usr/share/man/man1/vpath.1.gz) ;;
         vpath:/usr/share/bash-completion/completions/vpath | vpath:/usr/share/zsh/vendor-completions/_vpath) ;;
         vpath:/usr/share/vpath/examples/toolbox/*) ;;
+        vpath:/usr/lib/systemd/user/vpath.service | vpath:/usr/lib/systemd/user/vpath.socket) ;;
         *) fail "$p holds $file, which is not its place" ;;
         esac
     done

@@ -9,7 +9,7 @@ packages=(
     libboost1.81-dev libboost-thread1.81-dev
     libtbb-dev
     libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev
-    libcli11-dev libfmt-dev libspdlog-dev nlohmann-json3-dev libxxhash-dev
+    libcli11-dev libfmt-dev libspdlog-dev nlohmann-json3-dev libxxhash-dev libsystemd-dev
     python3 diffutils findutils dpkg-dev file groff-base inotify-tools bash-completion
     debhelper lintian apt
 )

@@ -16,9 +16,7 @@ namespace {
 
 using foundation::storage::vfs::AbsoluteIRI;
 using foundation::storage::vfs::ofstream;
-using Velmora::PathManagement::IPathEntryFactory;
-using Velmora::PathManagement::UnableToSaveToolboxCacheException;
-using Velmora::PathManagement::WriteToolboxPathCache;
+using namespace Velmora::PathManagement;
 using vpath_test::FaultSystem;
 using vpath_test::TempTree;
 
@@ -87,15 +85,6 @@ TEST(WriteToolboxPathCache, WritesWhatTheFactoryWritesAndLeavesNothingOnFailure)
             EXPECT_EQ(vpath_test::ReadAll(file), c.content);
         }
     }
-}
-
-TEST(WriteToolboxPathCache, SecondWriteReplacesTheFirstWhole) {
-    TempTree tree;
-    WriteToolboxPathCache(tree.IRI("tb.cache"), kRoot,
-                          ScriptedFactory([](ofstream& s) { s << "a much longer first cache"; }));
-    WriteToolboxPathCache(tree.IRI("tb.cache"), kRoot,
-                          ScriptedFactory([](ofstream& s) { s << "second"; }));
-    EXPECT_EQ(vpath_test::ReadAll(tree.Path("tb.cache")), "second");
 }
 
 TEST(WriteToolboxPathCache, UnusableLocationsAreReportedAndCreateNothing) {

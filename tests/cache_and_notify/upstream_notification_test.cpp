@@ -82,20 +82,16 @@ TEST(UpstreamNotification, SendsOneEventPerLevelUpToTheFirstOrdinaryFolder) {
 }
 
 TEST(UpstreamNotification, FailuresAreSwallowedOrFallBackAsTheFunctionSays) {
-    {
-        // An invalid location: nothing sent, nothing thrown.
-        Recorder recorder;
-        NotifyUpstreamPathEntriesOfPossibleSpecialSubfolderChanges(AbsoluteIRI());
-        EXPECT_TRUE(recorder.Seen().empty());
-    }
-    {
-        // Other errors of the observers pass through the plain variant...
-        Recorder recorder(/*throwAt=*/1);
-        EXPECT_THROW(NotifyUpstreamPathEntriesOfPossibleSpecialSubfolderChanges(
-                         AbsoluteIRI(u"file:///tb/+p/x.vl")),
-                     foundation::storage::vfs::Exception);
-        EXPECT_EQ(recorder.Seen(), (std::vector<std::string>{"file:///tb/+p/x.vl", "(threw)"}));
-    }
+    // An invalid location: nothing sent, nothing thrown.
+    Recorder nothingSent;
+    NotifyUpstreamPathEntriesOfPossibleSpecialSubfolderChanges(AbsoluteIRI());
+    EXPECT_TRUE(nothingSent.Seen().empty());
+    // Other errors of the observers pass through the plain variant...
+    Recorder recorder(/*throwAt=*/1);
+    EXPECT_THROW(NotifyUpstreamPathEntriesOfPossibleSpecialSubfolderChanges(
+                     AbsoluteIRI(u"file:///tb/+p/x.vl")),
+                 foundation::storage::vfs::Exception);
+    EXPECT_EQ(recorder.Seen(), (std::vector<std::string>{"file:///tb/+p/x.vl", "(threw)"}));
 }
 
 TEST(UpstreamNotification, CanonicalisingWalksFromTheRealFolder) {

@@ -20,7 +20,10 @@ class GivenPath(cli_test.OwnPathDefinition, unittest.TestCase):
                 (fifo, b"", b"it is not a regular file"),
                 (b"/dev/zero", b"", b"it is not a regular file"),
                 (big, b"", b"it is larger than 16 MiB"),
-                (b"-", b"a\n" + b"#" * (16 * MIB), b"standard input is larger than 16 MiB")]:
+                (b"-", b"a\n" + b"#" * (16 * MIB), b"standard input is larger than 16 MiB"),
+                # A bad line is shown whole.
+                (self.file(b"list", b"# folders\n/x\x00y\\z/\x00\n"), b"",
+                 b'line 2 ("/x\\0y\\\\z/\\0") is not a folder: it holds a NUL')]:
             status, out, err = self.vpath("--path-file", file, "path", stdin=stdin)
             self.assertEqual((status, out), (2, b""), file)
             self.assertIn(said, err)
@@ -28,12 +31,6 @@ class GivenPath(cli_test.OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.vpath("--path-file", "-", "path", stdin=b"a\n")[:2], (0, a + b"\n"))
         os.truncate(big, 16 * MIB)
         self.assertEqual(self.vpath("--path-file", big, "path")[:2], (0, a + b"\n"))
-
-    def test_a_path_file_line_is_shown_whole(self):
-        self.file(b"list", b"# folders\n/x\x00y\\z/\x00\n")
-        status, out, err = self.vpath("--path-file", "list", "path")
-        self.assertEqual((status, out), (2, b""))
-        self.assertIn(b'line 2 ("/x\\0y\\\\z/\\0") is not a folder: it holds a NUL', err)
 
     def test_a_path_file_reads_its_lines_as_the_saved_path_does(self):
         # The last line ends in a carriage return with no line feed: it is part of the name.

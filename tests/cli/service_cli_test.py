@@ -2,6 +2,7 @@
 that answers by itself whenever the service is absent, dead, hung or broken."""
 
 import os
+import shutil
 import signal
 import socket
 import struct
@@ -234,6 +235,92 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
         self.assertEqual(self.vpath("which", "area", env=off)[0], 0)
         self.assertEqual(self.vpath("--path", "a", "which", "area")[0], 0)
         self.assertEqual(self.answered(), before)
+
+    # The service as the user's systemd runs it: vpath.socket listens at the usual path's
+    # place and hands its socket over (descriptor 3, LISTEN_FDS, LISTEN_PID) as it starts
+    # vpath.service, which runs `vpath service run`.
+    def usual_path(self):
+        """Moves the saved path to the usual location, the one the units serve; gives the place
+        where the socket unit listens."""
+        config = self.at(b"config")
+        os.makedirs(os.path.join(config, b"vpath"))
+        shutil.copy(self.pathdef, os.path.join(config, b"vpath", b"pathdef"))
+        del self.env["VPATH_PATHDEF"]
+        self.env["XDG_CONFIG_HOME"] = os.fsdecode(config)
+        os.makedirs(self.at(b"run", b"vpath"), mode=0o700)
+        return self.at(b"run", b"vpath", b"default.sock")
+
+    def systemd_socket(self, place):
+        listener = socket.socket(socket.AF_UNIX)
+        self.addCleanup(listener.close)
+        listener.bind(place)
+        listener.listen()
+        return listener
+
+    def service_run(self, **handing):
+        process = subprocess.Popen(handing.pop("argv", [cli_test.VPATH, "service", "run"]),
+                                   cwd=self.root, stderr=subprocess.PIPE, **handing)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(lambda: process.poll() is not None or process.kill())
+        return process
+
+    def activated(self, listener):
+        def hand_over():
+            os.dup2(listener.fileno(), 3)
+            os.set_inheritable(3, True)
+
+        return self.service_run(
+            argv=["/bin/sh", "-c", 'LISTEN_PID=$$ exec "$0" service run', cli_test.VPATH],
+            env=dict(self.env, LISTEN_FDS="1"), close_fds=False, preexec_fn=hand_over)
+
+    def until_served_by(self, process):
+        deadline = time.monotonic() + 30
+        while self.status()[1].get("pid") != str(process.pid) and time.monotonic() < deadline:
+            if process.poll() is not None:
+                self.fail(process.stderr.read())
+        self.assertEqual(self.status()[1].get("pid"), str(process.pid))
+
+    def test_a_socket_handed_over_by_systemd_is_served_and_left_to_it(self):
+        place = self.usual_path()
+        listener = self.systemd_socket(place)
+        expected = self.vpath("--no-service", "which", "-a", "area")
+        service = self.activated(listener)
+        self.until_served_by(service)
+        before = self.answered()
+        self.assertEqual(self.vpath("which", "-a", "area"), expected)
+        self.assertEqual(self.answered(), before + 1)
+        stop = subprocess.Popen([cli_test.VPATH, "service", "stop"], env=self.env)
+        self.assertEqual(service.wait(30), 0)
+        self.assertEqual(stop.wait(5), 0)  # not waiting on a socket that stays
+        # The socket is still systemd's, to start the next service when a command connects.
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(place)
+            listener.settimeout(5)
+            listener.accept()[0].close()
+
+    def test_services_of_systemd_and_of_the_user_never_serve_at_once(self):
+        place = self.usual_path()
+        listener = self.systemd_socket(place)
+        made = os.stat(place).st_ino
+        # While the socket unit listens, one started by hand leaves the place to systemd's.
+        status, _, err = self.vpath("service", "run", "--idle-timeout", "2")
+        self.assertEqual((status, b"vpath.socket" in err), (1, True), err)
+        self.assertEqual(os.stat(place).st_ino, made)
+        listener.close()
+        os.remove(place)
+        # One started by hand holds the lock when the socket unit starts (systemd replaces the
+        # socket): systemd's waits for it to end, then serves.
+        by_hand = self.service_run(env=self.env)
+        self.until_served_by(by_hand)
+        os.remove(place)
+        service = self.activated(self.systemd_socket(place))
+        self.assertIn(b"waiting for the path service", service.stderr.readline())
+        by_hand.terminate()
+        by_hand.wait(10)
+        self.until_served_by(service)
+        service.terminate()
+        service.wait(10)
 
 
 if __name__ == "__main__":

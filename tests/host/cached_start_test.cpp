@@ -15,9 +15,7 @@ namespace {
 
 using foundation::core::except::Notification;
 using foundation::storage::vfs::AbsoluteIRI;
-using Velmora::SearchPath::FolderEntryList;
-using Velmora::SearchPath::MainSearchPathManager;
-using Velmora::SearchPath::PathCacheSlot;
+using namespace Velmora::SearchPath;
 
 class CachedStart : public vpath_test::TempTreeTest {
   protected:
@@ -41,7 +39,7 @@ class CachedStart : public vpath_test::TempTreeTest {
 
     // The folders the cache holds for `folders`.
     std::size_t Cached(const std::vector<AbsoluteIRI>& folders) const {
-        return Velmora::SearchPath::LoadCachedEntries(slot, folders).size();
+        return LoadCachedEntries(slot, folders).size();
     }
 
     PathCacheSlot slot;
@@ -75,10 +73,10 @@ TEST_F(CachedStart, TheDefaultOneIsThePathDefinitionFilesUnderTheCacheHome) {
     options.pathCache.emplace();
     Notification problems;
     ASSERT_TRUE(MainSearchPathManager::Open(std::move(options), problems));
-    const auto defaultSlot = Velmora::SearchPath::PathCacheForPathDefinition(pathdef);
+    const auto defaultSlot = PathCacheForPathDefinition(pathdef);
     ::unsetenv("XDG_CACHE_HOME");
     ASSERT_TRUE(defaultSlot);
-    EXPECT_EQ(Velmora::SearchPath::LoadCachedEntries(*defaultSlot, {tree.IRI("a")}).size(), 1u);
+    EXPECT_EQ(LoadCachedEntries(*defaultSlot, {tree.IRI("a")}).size(), 1u);
     EXPECT_TRUE(std::filesystem::is_directory(tree.Path("xdg/vpath")));
 }
 

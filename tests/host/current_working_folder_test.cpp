@@ -53,42 +53,29 @@ TEST_F(Absolutize, EveryFailureHasItsCode) {
     tree.Link("loop_a", "loop_b");
     tree.Link("loop_b", "loop_a");
     const vpath_test::CurrentFolderGuard guard(tree.Root());
-    {
-        // Texts that name no folder on disk; "%2F" is a name that no local path can hold.
-        const std::pair<ustring, int> cases[] = {
-            {u"", 0},
-            {ustring(u"a\0b", 3), 0},
-            {u"http://host/tb", 0},
-            {u"file:///a?query", 0},
-            {u"missing", 4},
-            {u"file:///a%2Fb", 4},
-            {u"file.vl/x", 5},
-            {u"loop_a", 6},
-            {u"file.vl", 7},
-            {ustring(300, u'n'), 9},
-        };
-        for (const auto& [text, code] : cases)
-            EXPECT_EQ(FailureOf(text).first, code) << Velmora::text::ToNative(text);
-    }
+    // Texts that name no folder on disk; "%2F" is a name that no local path can hold.
+    const std::pair<ustring, int> texts[] = {
+        {u"", 0},        {ustring(u"a\0b", 3), 0}, {u"http://host/tb", 0}, {u"file:///a?query", 0},
+        {u"missing", 4}, {u"file:///a%2Fb", 4},    {u"file.vl/x", 5},      {u"loop_a", 6},
+        {u"file.vl", 7}, {ustring(300, u'n'), 9},
+    };
+    for (const auto& [text, code] : texts)
+        EXPECT_EQ(FailureOf(text).first, code) << Velmora::text::ToNative(text);
     const ustring target = FromNative(tree.Path("target").string());
-    {
-        // Errors of the system, by their number.
-        const std::pair<int, int> cases[] = {{EACCES, 3},  {EPERM, 3},     {ENOENT, 4},
-                                             {ENOTDIR, 5}, {ELOOP, 6},     {ENAMETOOLONG, 9},
-                                             {EIO, 1},     {EOVERFLOW, 8}, {ENOMEM, 8}};
-        for (const auto& [error, code] : cases) {
-            FaultSystem faults;
-            faults.Fail(FaultSystem::Op::Stat, "/target", error);
-            EXPECT_EQ(FailureOf(target), std::make_pair(code, error));
-        }
-    }
-    {
-        // An unreadable current folder fails relative texts only.
+    // Errors of the system, by their number.
+    const std::pair<int, int> errors[] = {{EACCES, 3},  {EPERM, 3},     {ENOENT, 4},
+                                          {ENOTDIR, 5}, {ELOOP, 6},     {ENAMETOOLONG, 9},
+                                          {EIO, 1},     {EOVERFLOW, 8}, {ENOMEM, 8}};
+    for (const auto& [error, code] : errors) {
         FaultSystem faults;
-        faults.Fail(FaultSystem::Op::CurrentFolder, "", ENOENT);
-        EXPECT_EQ(FailureOf(u"target"), std::make_pair(2, ENOENT));
-        EXPECT_EQ(FailureOf(target).first, -100);
+        faults.Fail(FaultSystem::Op::Stat, "/target", error);
+        EXPECT_EQ(FailureOf(target), std::make_pair(code, error));
     }
+    // An unreadable current folder fails relative texts only.
+    FaultSystem faults;
+    faults.Fail(FaultSystem::Op::CurrentFolder, "", ENOENT);
+    EXPECT_EQ(FailureOf(u"target"), std::make_pair(2, ENOENT));
+    EXPECT_EQ(FailureOf(target).first, -100);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <velmora/searchpath/main_search_path_manager.hpp>
 
 #include "host/message_ids.hpp"
+#include "searchpath/path_fixture.hpp"
 #include "support/fault_system.hpp"
 #include "support/temp_tree.hpp"
 
@@ -22,7 +23,7 @@ namespace {
 using foundation::core::except::Notification;
 using foundation::storage::vfs::AbsoluteIRI;
 using namespace Velmora::PathManagement;
-using Velmora::SearchPath::MainSearchPathManager;
+using namespace Velmora::SearchPath;
 using vpath_test::FaultSystem;
 using vpath_test::IdsOf;
 using List = std::vector<AbsoluteIRI>;
@@ -119,31 +120,24 @@ TEST_F(Manager, KeepsFoldersOnThePathThatHaveGoneAndReusesUnchangedEntries) {
     Notification messages;
     manager.ApplyPathAfterAdding(I({"c", "b", "a"}), messages);
     ASSERT_TRUE(messages.empty());
-    {
-        // b stays on the path, and saved, with a warning; it has no entry while it is gone.
-        EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"c", "b", "a"}));
-        List entries;
-        for (const auto& entry : *manager.GetPath()->GetMainEntries())
-            entries.push_back(entry->GetAbsoluteIRI());
-        EXPECT_EQ(entries, I({"c", "a"}));
-        ASSERT_EQ(manager.GetWarnings()->Problems().size(), 1u);
-        EXPECT_EQ(manager.GetWarnings()->Problems()[0].kind,
-                  Velmora::SearchPath::ScanProblem::Kind::Missing);
-        EXPECT_EQ(Velmora::SearchPath::PathDefinitionFile(tree.Path("cfg/pathdef").string())
-                      .Load(messages)
-                      .folders,
-                  I({"c", "b", "a"}));
-    }
-    {
-        // A change keeps the entries of the folders that stay; a refresh gives a changed folder a
-        // new one.
-        tree.File("a/new.vl");
-        Touch("a");
-        manager.ApplyPathAfterRemoving(I({"a", "b"}), messages);
-        EXPECT_EQ(manager.GetSnapshot()->GetFolderEntries()[0], entryOfA);
-        manager.Refresh();
-        EXPECT_NE(manager.GetSnapshot()->GetFolderEntries()[0], entryOfA);
-    }
+    // b stays on the path, and saved, with a warning; it has no entry while it is gone.
+    EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"c", "b", "a"}));
+    List entries;
+    for (const auto& entry : *manager.GetPath()->GetMainEntries())
+        entries.push_back(entry->GetAbsoluteIRI());
+    EXPECT_EQ(entries, I({"c", "a"}));
+    ASSERT_EQ(manager.GetWarnings()->Problems().size(), 1u);
+    EXPECT_EQ(manager.GetWarnings()->Problems()[0].kind, ScanProblem::Kind::Missing);
+    EXPECT_EQ(PathDefinitionFile(tree.Path("cfg/pathdef").string()).Load(messages).folders,
+              I({"c", "b", "a"}));
+    // A change keeps the entries of the folders that stay; a refresh gives a changed folder a
+    // new one.
+    tree.File("a/new.vl");
+    Touch("a");
+    manager.ApplyPathAfterRemoving(I({"a", "b"}), messages);
+    EXPECT_EQ(manager.GetSnapshot()->GetFolderEntries()[0], entryOfA);
+    manager.Refresh();
+    EXPECT_NE(manager.GetSnapshot()->GetFolderEntries()[0], entryOfA);
 }
 
 // A change makes its path from the one before it, without reading the folders that stay: each
@@ -165,16 +159,9 @@ TEST_F(Manager, EachChangeHoldsWhatAScanOfItsFoldersHolds) {
         else
             manager.ApplyPathAfterRemoving(folders, messages);
         ASSERT_TRUE(messages.empty());
-        Velmora::SearchPath::ScanReport report;
-        const auto scanned = Velmora::SearchPath::MainSearchPath::Scan(folders, report);
-        const auto path = manager.GetSnapshot();
-        EXPECT_EQ(path->GetFileCount(), scanned->GetFileCount());
-        ASSERT_EQ(path->GetFolderEntries().size(), scanned->GetFolderEntries().size());
-        for (std::size_t i = 0; i < path->GetFolderEntries().size(); ++i) {
-            EXPECT_EQ(path->GetFolderEntries()[i]->GetLocation(),
-                      scanned->GetFolderEntries()[i]->GetLocation());
-        }
-        EXPECT_EQ(path->GetEntryCount(), scanned->GetEntryCount());
+        ScanReport report;
+        EXPECT_EQ(vpath_test::Answers(*manager.GetSnapshot()),
+                  vpath_test::Answers(*MainSearchPath::Scan(folders, report)));
     }
 }
 
@@ -223,14 +210,11 @@ TEST_F(Manager, RefusesAChangeMadeWhileObserversAreTold) {
     EXPECT_TRUE(refused);
     EXPECT_EQ(lastTold, 1);
     EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"a", "b"}));
-    {
-        // Called directly, the manager passes the observer's exception on after the change.
-        Notification messages;
-        EXPECT_THROW(manager.ApplyPathAfterAdding(I({"c"}), messages),
-                     RecursivePathChangeException);
-        EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"c"}));
-        EXPECT_EQ(lastTold, 2);
-    }
+    // Called directly, the manager passes the observer's exception on after the change.
+    Notification messages;
+    EXPECT_THROW(manager.ApplyPathAfterAdding(I({"c"}), messages), RecursivePathChangeException);
+    EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"c"}));
+    EXPECT_EQ(lastTold, 2);
 }
 
 TEST_F(Manager, ReportsThePackagesWhoseFoldersAreAllOnThePath) {

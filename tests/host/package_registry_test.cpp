@@ -94,38 +94,34 @@ TEST_F(PackagesFolder, ReadsEveryGoodManifestAndReportsEveryBadOneOrUnreadableOn
             << std::get<std::string>(message->GetArguments()[1]);
     }
     ASSERT_EQ(registry->GetPackages().size(), 2u);
-    {
-        // Every field of a full manifest; folders under the package's root.
-        const auto signal =
-            registry->FindPackage(ComponentIdentifier(*UniqueID::Parse(kId), {1, 2, 0}));
-        ASSERT_TRUE(signal);
-        EXPECT_EQ(signal->GetIdentifier().GetName(), u"Signal");
-        EXPECT_FALSE(signal->IsUsable());
-        EXPECT_TRUE(signal->IsManualInstall());
-        EXPECT_EQ(signal->GetRootFolder(), tree.IRI("packages/signal"));
-        const auto& folders = *signal->GetFolders();
-        ASSERT_EQ(folders.size(), 3u);
-        EXPECT_EQ(folders[0].folder, tree.IRI("packages/signal/tb"));
-        EXPECT_EQ(folders[0].tags, (TagSet{0, 7}));
-        EXPECT_EQ(folders[1].folder, tree.IRI("packages/signal"));
-        EXPECT_EQ(folders[2].folder, tree.IRI("packages/signal/doc/x"));
-        EXPECT_TRUE(folders[2].tags.empty());
-        EXPECT_EQ(signal->GetProperty("ManualInstall"), PropertyValue(true));
-        EXPECT_EQ(signal->GetProperty("Level"), PropertyValue(std::int64_t{-3}));
-        EXPECT_EQ(signal->GetProperty("Ratio"), PropertyValue(0.5));
-        EXPECT_EQ(signal->GetProperty("Note"), PropertyValue(ustring(u"caf\u00e9")));
-        EXPECT_FALSE(signal->GetProperty("Missing"));
-    }
-    {
-        // Another version of a known package is not known; defaults fill what a manifest leaves
-        // out.
-        EXPECT_FALSE(registry->FindPackage(ComponentIdentifier(*UniqueID::Parse(kId), {1, 2, 1})));
-        const auto plain = registry->GetPackages()[0];
-        EXPECT_EQ(plain->GetIdentifier().GetName(), u"plain");
-        EXPECT_TRUE(plain->IsUsable());
-        EXPECT_FALSE(plain->IsManualInstall());
-        EXPECT_TRUE(plain->GetFolders()->empty());
-    }
+    // Every field of a full manifest; folders under the package's root.
+    const auto signal =
+        registry->FindPackage(ComponentIdentifier(*UniqueID::Parse(kId), {1, 2, 0}));
+    ASSERT_TRUE(signal);
+    EXPECT_EQ(signal->GetIdentifier().GetName(), u"Signal");
+    EXPECT_FALSE(signal->IsUsable());
+    EXPECT_TRUE(signal->IsManualInstall());
+    EXPECT_EQ(signal->GetRootFolder(), tree.IRI("packages/signal"));
+    const auto& folders = *signal->GetFolders();
+    ASSERT_EQ(folders.size(), 3u);
+    EXPECT_EQ(folders[0].folder, tree.IRI("packages/signal/tb"));
+    EXPECT_EQ(folders[0].tags, (TagSet{0, 7}));
+    EXPECT_EQ(folders[1].folder, tree.IRI("packages/signal"));
+    EXPECT_EQ(folders[2].folder, tree.IRI("packages/signal/doc/x"));
+    EXPECT_TRUE(folders[2].tags.empty());
+    EXPECT_EQ(signal->GetProperty("ManualInstall"), PropertyValue(true));
+    EXPECT_EQ(signal->GetProperty("Level"), PropertyValue(std::int64_t{-3}));
+    EXPECT_EQ(signal->GetProperty("Ratio"), PropertyValue(0.5));
+    EXPECT_EQ(signal->GetProperty("Note"), PropertyValue(ustring(u"caf\u00e9")));
+    EXPECT_FALSE(signal->GetProperty("Missing"));
+    // Another version of a known package is not known; defaults fill what a manifest leaves
+    // out.
+    EXPECT_FALSE(registry->FindPackage(ComponentIdentifier(*UniqueID::Parse(kId), {1, 2, 1})));
+    const auto plain = registry->GetPackages()[0];
+    EXPECT_EQ(plain->GetIdentifier().GetName(), u"plain");
+    EXPECT_TRUE(plain->IsUsable());
+    EXPECT_FALSE(plain->IsManualInstall());
+    EXPECT_TRUE(plain->GetFolders()->empty());
 }
 
 }  // namespace

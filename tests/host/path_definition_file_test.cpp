@@ -4,16 +4,12 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <random>
 #include <thread>
 
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -71,46 +67,37 @@ TEST_F(PathDefinition, KeepsEveryFolderNameByteForByte) {
 }
 
 TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
-    {
-        // No file: nothing was saved yet.
-        Notification problems;
-        EXPECT_EQ(File().Load(problems).outcome, Outcome::Missing);
-        EXPECT_TRUE(problems.empty());
-    }
-    {
-        // Comments and blank lines are passed over, lines may end in CRLF, dot segments and
-        // repeated separators are resolved, repeats taken once, the last line needs no line
-        // break.
-        tree.File("config/vpath/pathdef", "# mine\r\n\r\n/a//b/\r\n/c/x/..\n/a/./b\n# /x\n/d");
-        Notification problems;
-        const auto loaded = File().Load(problems);
-        EXPECT_EQ(loaded.outcome, Outcome::Loaded);
-        EXPECT_EQ(loaded.folders,
-                  (std::vector{AbsoluteIRI(u"file:///a/b"), AbsoluteIRI(u"file:///c"),
-                               AbsoluteIRI(u"file:///d")}));
-    }
-    {
-        // Every bad line is named by its number, and the file is not used at all.
-        const char bad[] = "/ok\nrelative/tb\n\n /lead\n/x\0y\n/ok2\n";
-        tree.File("config/vpath/pathdef", std::string(bad, sizeof bad - 1));
-        Notification problems;
-        const auto loaded = File().Load(problems);
-        EXPECT_EQ(loaded.outcome, Outcome::Failed);
-        EXPECT_TRUE(loaded.folders.empty());
-        std::vector<std::int64_t> lines;
-        for (const auto& message : problems)
-            lines.push_back(std::get<std::int64_t>(message->GetArguments().at(1)));
-        EXPECT_EQ(lines, (std::vector<std::int64_t>{2, 4, 5}));
-        EXPECT_EQ(IdsOf(problems), Ids(3, "VELMORA:pathdef:badLine"));
-    }
-    {
-        // A file that cannot be read.
-        FaultSystem faults;
-        faults.Fail(FaultSystem::Op::ReadFile, "/pathdef", EACCES);
-        Notification problems;
-        EXPECT_EQ(File().Load(problems).outcome, Outcome::Failed);
-        EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:cannotRead"});
-    }
+    // No file: nothing was saved yet.
+    Notification nothing;
+    EXPECT_EQ(File().Load(nothing).outcome, Outcome::Missing);
+    EXPECT_TRUE(nothing.empty());
+    // Comments and blank lines are passed over, lines may end in CRLF, dot segments and
+    // repeated separators are resolved, repeats taken once, the last line needs no line
+    // break.
+    tree.File("config/vpath/pathdef", "# mine\r\n\r\n/a//b/\r\n/c/x/..\n/a/./b\n# /x\n/d");
+    Notification readProblems;
+    const auto read = File().Load(readProblems);
+    EXPECT_EQ(read.outcome, Outcome::Loaded);
+    EXPECT_EQ(read.folders, (std::vector{AbsoluteIRI(u"file:///a/b"), AbsoluteIRI(u"file:///c"),
+                                         AbsoluteIRI(u"file:///d")}));
+    // Every bad line is named by its number, and the file is not used at all.
+    const char bad[] = "/ok\nrelative/tb\n\n /lead\n/x\0y\n/ok2\n";
+    tree.File("config/vpath/pathdef", std::string(bad, sizeof bad - 1));
+    Notification badLines;
+    const auto refused = File().Load(badLines);
+    EXPECT_EQ(refused.outcome, Outcome::Failed);
+    EXPECT_TRUE(refused.folders.empty());
+    std::vector<std::int64_t> lines;
+    for (const auto& message : badLines)
+        lines.push_back(std::get<std::int64_t>(message->GetArguments().at(1)));
+    EXPECT_EQ(lines, (std::vector<std::int64_t>{2, 4, 5}));
+    EXPECT_EQ(IdsOf(badLines), Ids(3, "VELMORA:pathdef:badLine"));
+    // A file that cannot be read.
+    FaultSystem faults;
+    faults.Fail(FaultSystem::Op::ReadFile, "/pathdef", EACCES);
+    Notification problems;
+    EXPECT_EQ(File().Load(problems).outcome, Outcome::Failed);
+    EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:cannotRead"});
 }
 
 // A file whose last reading is kept tells that it still holds a path without parsing it again,
@@ -157,16 +144,14 @@ TEST_F(PathDefinition, AFailedSaveLeavesTheOldFileAndNoTemporaryFile) {
         EXPECT_EQ(ReadAll(Location()), old);
         EXPECT_TRUE(Leftovers().empty());
     }
-    {
-        // Once the new file is in place its folder is flushed; failing to do so does not undo
-        // the save.
-        FaultSystem faults;
-        faults.Fail(FaultSystem::Op::SyncFolder, "/vpath", EIO);
-        Notification problems;
-        EXPECT_TRUE(File().Save(after, problems));
-        EXPECT_TRUE(faults.CalledAfter(FaultSystem::Op::SyncFolder, FaultSystem::Op::Rename));
-        EXPECT_EQ(File().Load(problems).folders, after);
-    }
+    // Once the new file is in place its folder is flushed; failing to do so does not undo
+    // the save.
+    FaultSystem faults;
+    faults.Fail(FaultSystem::Op::SyncFolder, "/vpath", EIO);
+    Notification problems;
+    EXPECT_TRUE(File().Save(after, problems));
+    EXPECT_TRUE(faults.CalledAfter(FaultSystem::Op::SyncFolder, FaultSystem::Op::Rename));
+    EXPECT_EQ(File().Load(problems).folders, after);
 }
 
 TEST_F(PathDefinition, ASaveChangesOnlyTheFolderLinesAndKeepsTheFileItsLinkAndItsMode) {
@@ -195,19 +180,15 @@ TEST_F(PathDefinition, ASaveChangesOnlyTheFolderLinesAndKeepsTheFileItsLinkAndIt
     EXPECT_EQ(std::pair(st.st_uid, st.st_gid), std::pair(uid_t{4321}, gid_t{4322}));
     EXPECT_EQ(File().Load(problems).folders, folders);
     EXPECT_TRUE(problems.empty());
-    {
-        // Appending after a last line without a line break ends that line first.
-        ASSERT_TRUE(File().Save({folders[4], AbsoluteIRI(u"file:///end")}, problems));
-        EXPECT_EQ(ReadAll(real), "# mine\r\n\r\n# second\r\n# last\r\n/keep/3\r\n/end\r\n");
-    }
-    {
-        // The folders that stay at the front keep their lines as written, and what lies between.
-        std::ofstream(real, std::ios::trunc) << "/a/./x\n# between\n/b\n";
-        ASSERT_TRUE(File().Save(
-            {AbsoluteIRI(u"file:///a/x"), AbsoluteIRI(u"file:///b"), AbsoluteIRI(u"file:///c")},
-            problems));
-        EXPECT_EQ(ReadAll(real), "/a/./x\n# between\n/b\n/c\n");
-    }
+    // Appending after a last line without a line break ends that line first.
+    ASSERT_TRUE(File().Save({folders[4], AbsoluteIRI(u"file:///end")}, problems));
+    EXPECT_EQ(ReadAll(real), "# mine\r\n\r\n# second\r\n# last\r\n/keep/3\r\n/end\r\n");
+    // The folders that stay at the front keep their lines as written, and what lies between.
+    std::ofstream(real, std::ios::trunc) << "/a/./x\n# between\n/b\n";
+    ASSERT_TRUE(File().Save(
+        {AbsoluteIRI(u"file:///a/x"), AbsoluteIRI(u"file:///b"), AbsoluteIRI(u"file:///c")},
+        problems));
+    EXPECT_EQ(ReadAll(real), "/a/./x\n# between\n/b\n/c\n");
 }
 
 TEST_F(PathDefinition, WhatIsNotASmallRegularFileIsRefusedAtOnce) {
@@ -278,25 +259,19 @@ TEST_F(PathDefinition, AFolderEndingInACarriageReturnIsKeptButNeverAdded) {
     const auto cr = File().Load(problems).folders;
     ASSERT_EQ(cr.size(), 1U);
     const AbsoluteIRI x(u"file:///x");
-    {
-        // The last line gains the line ending that keeps its carriage return.
-        ASSERT_TRUE(File().Save({cr[0], x}, problems));
-        EXPECT_EQ(ReadAll(Location()), "# h\n/a\r\r\n/x\n");
-        EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{cr[0], x}));
-    }
-    {
-        // Moved, it is written so too.
-        ASSERT_TRUE(File().Save({x, cr[0]}, problems));
-        EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{x, cr[0]}));
-    }
+    // The last line gains the line ending that keeps its carriage return.
+    ASSERT_TRUE(File().Save({cr[0], x}, problems));
+    EXPECT_EQ(ReadAll(Location()), "# h\n/a\r\r\n/x\n");
+    EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{cr[0], x}));
+    // Moved, it is written so too.
+    ASSERT_TRUE(File().Save({x, cr[0]}, problems));
+    EXPECT_EQ(File().Load(problems).folders, (std::vector<AbsoluteIRI>{x, cr[0]}));
     EXPECT_TRUE(problems.empty());
-    {
-        // Once gone from the file, it cannot be written again: its line would name "/a".
-        ASSERT_TRUE(File().Save({x}, problems));
-        EXPECT_FALSE(File().Save({x, cr[0]}, problems));
-        EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:lineBreakInName"});
-        EXPECT_EQ(ReadAll(Location()), "# h\n/x\n");
-    }
+    // Once gone from the file, it cannot be written again: its line would name "/a".
+    ASSERT_TRUE(File().Save({x}, problems));
+    EXPECT_FALSE(File().Save({x, cr[0]}, problems));
+    EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:lineBreakInName"});
+    EXPECT_EQ(ReadAll(Location()), "# h\n/x\n");
 }
 
 }  // namespace

@@ -32,9 +32,7 @@ namespace {
 
 namespace pm = Velmora::PathManagement;
 using foundation::storage::vfs::AbsoluteIRI;
-using Velmora::SearchPath::MainSearchPathManager;
-using Velmora::SearchPath::PathState;
-using Velmora::SearchPath::PathWatcher;
+using namespace Velmora::SearchPath;
 using namespace std::chrono_literals;
 
 constexpr int kFolders = 200;

@@ -76,20 +76,16 @@ TEST(SearchTarget, ExtensionInTheNameWins) {
 
 TEST(SearchTarget, BorrowsWhenTheListDecides) {
     const std::vector<ustring> exts = {u".vl", u".vlx"};
-    {
-        // The caller's name and list themselves, in the caller's order; nothing owned.
-        const ustring name = u"area";
-        const auto t = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
-        EXPECT_EQ(t.baseName, &name);
-        EXPECT_EQ(t.extensions, &exts);
-        EXPECT_FALSE(t.IsOwning());
-    }
-    {
-        // A dot followed by a folder separator is part of a folder name.
-        const ustring name = u"v1.2/area";
-        const auto t = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
-        EXPECT_EQ(t.baseName, &name);
-    }
+    // The caller's name and list themselves, in the caller's order; nothing owned.
+    const ustring plain = u"area";
+    const auto borrowing = CreateSearchTargetWithExtensionInFilenamePreferred(plain, exts);
+    EXPECT_EQ(borrowing.baseName, &plain);
+    EXPECT_EQ(borrowing.extensions, &exts);
+    EXPECT_FALSE(borrowing.IsOwning());
+    // A dot followed by a folder separator is part of a folder name.
+    const ustring dotted = u"v1.2/area";
+    const auto dottedTarget = CreateSearchTargetWithExtensionInFilenamePreferred(dotted, exts);
+    EXPECT_EQ(dottedTarget.baseName, &dotted);
 }
 
 TEST(SearchTarget, CopiesAndMovesPointIntoTheirOwnStorage) {

@@ -129,39 +129,32 @@ TEST(FindFilesByExtensions, ListsMatchesPerEntryAndPerExtension) {
             out.push_back(f.GetPathEntry()->GetName() + u"/" + f.GetPathItem()->GetFileName());
         return out;
     };
-    {
-        // In walk order, then the entry's order; each file once per matching extension.
-        EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u".vl", u".vlp"},
-                                                FilenameMatchingPolicy::Exact)),
-                    ElementsAre(u"a/x.vl", u"a/y.vlp"));
-        EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u".vl", u".vl"},
-                                                FilenameMatchingPolicy::Exact)),
-                    ElementsAre(u"a/x.vl", u"a/x.vl"));
-        EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u""},
-                                                FilenameMatchingPolicy::Exact)),
-                    ElementsAre(u"a/README"));
-        // The walk is the sequential one, with the caller's scope.
-        EXPECT_THAT(path->Log().Calls(),
-                    ElementsAre("ForEachEntry(0)", "ForEachEntry(0)", "ForEachEntry(0)"));
-    }
-    {
-        // The entry's matcher for the caller's policy compares an extension of the list with the
-        // item's.
-        b->Log().Clear();
-        EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u".vl"},
-                                                FilenameMatchingPolicy::IgnoreCase)),
-                    ElementsAre(u"a/x.vl", u"b/w.VL"));
-        EXPECT_THAT(b->Log().Calls(), ElementsAre("GetExtensionMatcher/1", "match(.vl,.VL)"));
-    }
-    {
-        // No extensions, no files and no matching; an empty scope walks nothing.
-        b->Log().Clear();
-        EXPECT_TRUE(FindFilesByExtensions(b, {}, FilenameMatchingPolicy::Exact).empty());
-        EXPECT_THAT(b->Log().Calls(), ElementsAre("GetExtensionMatcher/2"));
-        EXPECT_TRUE(
-            FindFilesByExtensions(*path, SearchScope(), {u".vl"}, FilenameMatchingPolicy::Exact)
-                .empty());
-    }
+    // In walk order, then the entry's order; each file once per matching extension.
+    EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u".vl", u".vlp"},
+                                            FilenameMatchingPolicy::Exact)),
+                ElementsAre(u"a/x.vl", u"a/y.vlp"));
+    EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u".vl", u".vl"},
+                                            FilenameMatchingPolicy::Exact)),
+                ElementsAre(u"a/x.vl", u"a/x.vl"));
+    EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u""},
+                                            FilenameMatchingPolicy::Exact)),
+                ElementsAre(u"a/README"));
+    // The walk is the sequential one, with the caller's scope.
+    EXPECT_THAT(path->Log().Calls(),
+                ElementsAre("ForEachEntry(0)", "ForEachEntry(0)", "ForEachEntry(0)"));
+    // The entry's matcher for the caller's policy compares an extension of the list with the
+    // item's.
+    b->Log().Clear();
+    EXPECT_THAT(names(FindFilesByExtensions(*path, SearchScope(primary), {u".vl"},
+                                            FilenameMatchingPolicy::IgnoreCase)),
+                ElementsAre(u"a/x.vl", u"b/w.VL"));
+    EXPECT_THAT(b->Log().Calls(), ElementsAre("GetExtensionMatcher/1", "match(.vl,.VL)"));
+    // No extensions, no files and no matching; an empty scope walks nothing.
+    b->Log().Clear();
+    EXPECT_TRUE(FindFilesByExtensions(b, {}, FilenameMatchingPolicy::Exact).empty());
+    EXPECT_THAT(b->Log().Calls(), ElementsAre("GetExtensionMatcher/2"));
+    EXPECT_TRUE(FindFilesByExtensions(*path, SearchScope(), {u".vl"}, FilenameMatchingPolicy::Exact)
+                    .empty());
 }
 
 }  // namespace

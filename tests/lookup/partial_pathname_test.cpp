@@ -92,13 +92,6 @@ TEST(LenientMatchOnEntry, EachRule) {
         EXPECT_EQ(DoesPartialPathnameMatchPathEntryIRI(c.parts, entry, c.policy), c.expected);
         Compared(*entry, c.policy);
     }
-    {
-        // The part comes first, then the name without its prefix.
-        const auto entry = FakeEntry::Make(u"file:///tb/+shapes");
-        EXPECT_TRUE(DoesPartialPathnameMatchPathEntryIRI(Words{u"Shapes"}, entry, kIgnoreCase));
-        EXPECT_EQ(Compared(*entry, kIgnoreCase),
-                  (Log{"match(Shapes,+shapes)", "match(Shapes,shapes)"}));
-    }
 }
 
 // geometry (main) > +shapes > @Polygon > private, geometry > private, and a main entry /tb/+odd.
@@ -137,6 +130,7 @@ TEST(LenientMatchOnPath, WalksTheEntriesThenTheMainEntrysFolders) {
         {{u"shapes", u"Polygon"}, &Tree::polygon, kExact, true},
         {{u"SHAPES", u"polygon"}, &Tree::polygon, kIgnoreCase, true},
         {{u"SHAPES", u"polygon"}, &Tree::polygon, kDefault, false},
+        {{u"TB", u"Geometry", u"Shapes"}, &Tree::shapes, kIgnoreCase, true},
         {{u"tb", u"geometry", u"+shapes", u"@Polygon"}, &Tree::polygon, kExact, true},
         {{u"x", u"geometry", u"shapes", u"Polygon"}, &Tree::polygon, kExact, false},
         {{u"a", u"tb", u"geometry"}, &Tree::geometry, kExact, false},
@@ -155,16 +149,6 @@ TEST(LenientMatchOnPath, WalksTheEntriesThenTheMainEntrysFolders) {
         for (const auto& e :
              {tree.geometry, tree.shapes, tree.polygon, tree.inner, tree.hidden, tree.odd})
             Compared(*e, c.policy);
-    }
-    {
-        // Entry by entry the part comes first; among the main entry's folders, the folder.
-        Tree tree;
-        EXPECT_TRUE(DoesPartialPathnameMatchPathEntryIRI(
-            *tree.path, Words{u"TB", u"Geometry", u"Shapes"}, tree.shapes, kIgnoreCase));
-        EXPECT_EQ(Compared(*tree.shapes, kIgnoreCase),
-                  (Log{"match(Shapes,+shapes)", "match(Shapes,shapes)"}));
-        EXPECT_EQ(Compared(*tree.geometry, kIgnoreCase),
-                  (Log{"match(Geometry,geometry)", "match(geometry,Geometry)", "match(tb,TB)"}));
     }
 }
 
@@ -200,22 +184,11 @@ TEST(StrictMatchOnPathString, EachRule) {
         EXPECT_EQ(DoesPartialPathnameStrictlyMatchPathString(c.parts, c.folderPath, ignoringCase),
                   c.expected);
     }
-    {
-        // The part comes first; special folders never call the comparator.
-        Log compared;
-        const NameMatcher logging = [&](const ustring& a, const ustring& b) {
-            compared.push_back(Velmora::text::ToNative(a + u"," + b));
-            return ignoringCase(a, b);
-        };
-        EXPECT_TRUE(DoesPartialPathnameStrictlyMatchPathString(Words{u"TB", u"+shapes"},
-                                                               u"/tb/+shapes", logging));
-        EXPECT_EQ(compared, Log{"TB,tb"});
-        EXPECT_TRUE(
-            DoesPartialPathnameStrictlyMatchPathString(Words{u"+shapes"}, u"/tb/+shapes", {}));
-        EXPECT_THROW(DoesPartialPathnameStrictlyMatchPathString(Words{u"tb", u"+shapes"},
-                                                                u"/tb/+shapes", {}),
-                     std::bad_function_call);
-    }
+    // Special folders never call the comparator.
+    EXPECT_TRUE(DoesPartialPathnameStrictlyMatchPathString(Words{u"+shapes"}, u"/tb/+shapes", {}));
+    EXPECT_THROW(
+        DoesPartialPathnameStrictlyMatchPathString(Words{u"tb", u"+shapes"}, u"/tb/+shapes", {}),
+        std::bad_function_call);
 }
 
 TEST(StrictMatchOnEntry, UsesTheEntrysComparatorForTheCallersPolicy) {

@@ -22,10 +22,8 @@
 
 namespace {
 
-using Velmora::PathManagement::PathEntryPtr;
-using Velmora::PathManagement::PathEntryVector;
-using Velmora::PathManagement::PathEntryVectorDifferentiator;
-using Velmora::PathManagement::detail::LongestCommonSubsequence;
+using namespace Velmora::PathManagement;
+using detail::LongestCommonSubsequence;
 using Filter = PathEntryVectorDifferentiator::ComparisonFilter;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -186,37 +184,31 @@ TEST(PathEntryVectorDifferentiator, SpecialSubfolders) {
     const auto priv = WithSpecials("m/private", {{2, deep}});
     const auto s3 = Entry("m/s3"), s5 = Entry("m/s5"), n = Entry("n");
     const auto m = WithSpecials("m", {{1, priv}, {3, s3}, {5, s5}});
-    {
-        // Level after level, each behind the one above; only the value 1 goes down.
-        EXPECT_THAT(Diff({}, {n, m}, Filter{1}).added, ElementsAre(m, n, priv, s3, s5, deep));
-        EXPECT_THAT(Diff({m}, {}, Filter{1}).removed, ElementsAre(m, priv, s3, s5, deep));
-        for (const std::uint32_t value : {0u, 2u, 3u, 0x101u, 0xFFFFFFFFu}) {
-            SCOPED_TRACE(value);
-            EXPECT_THAT(Diff({}, {n, m}, Filter{value}).added, ElementsAre(m, n));
-        }
-        EXPECT_THAT(Diff({m}, {m}, Filter{1}).added, IsEmpty());
+    // Level after level, each behind the one above; only the value 1 goes down.
+    EXPECT_THAT(Diff({}, {n, m}, Filter{1}).added, ElementsAre(m, n, priv, s3, s5, deep));
+    EXPECT_THAT(Diff({m}, {}, Filter{1}).removed, ElementsAre(m, priv, s3, s5, deep));
+    for (const std::uint32_t value : {0u, 2u, 3u, 0x101u, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(value);
+        EXPECT_THAT(Diff({}, {n, m}, Filter{value}).added, ElementsAre(m, n));
     }
-    {
-        // A refreshed entry's subfolders: a kept object is unchanged, a new object for the same
-        // subfolder is refreshed, a lost one removed.
-        const auto kept = Entry("m/resources"), newPriv = Entry("m/private");
-        const auto m2 = WithSpecials("m", {{1, newPriv}, {2, kept}});
-        const Results r =
-            Diff({WithSpecials("m", {{1, priv}, {2, kept}, {3, s3}})}, {m2}, Filter{1});
-        EXPECT_THAT(r.refreshedAfter, ElementsAre(m2, newPriv));
-        EXPECT_THAT(r.refreshedBefore, ElementsAre(::testing::_, priv));
-        EXPECT_THAT(r.removed, ElementsAre(s3, deep));
-        EXPECT_THAT(r.added, IsEmpty());
-    }
-    {
-        // Deeper levels never report reordering, even of subfolder objects that swapped owners.
-        const auto x = Entry("x/private"), y = Entry("y/private");
-        const Results r =
-            Diff({WithSpecials("a", {{1, x}}), WithSpecials("b", {{1, y}})},
-                 {WithSpecials("a", {{1, y}}), WithSpecials("b", {{1, x}})}, Filter{1});
-        EXPECT_EQ(r.refreshedBefore.size(), 2u);
-        EXPECT_THAT(r.reordered, IsEmpty());
-    }
+    EXPECT_THAT(Diff({m}, {m}, Filter{1}).added, IsEmpty());
+    // A refreshed entry's subfolders: a kept object is unchanged, a new object for the same
+    // subfolder is refreshed, a lost one removed.
+    const auto kept = Entry("m/resources"), newPriv = Entry("m/private");
+    const auto m2 = WithSpecials("m", {{1, newPriv}, {2, kept}});
+    const Results refreshed =
+        Diff({WithSpecials("m", {{1, priv}, {2, kept}, {3, s3}})}, {m2}, Filter{1});
+    EXPECT_THAT(refreshed.refreshedAfter, ElementsAre(m2, newPriv));
+    EXPECT_THAT(refreshed.refreshedBefore, ElementsAre(::testing::_, priv));
+    EXPECT_THAT(refreshed.removed, ElementsAre(s3, deep));
+    EXPECT_THAT(refreshed.added, IsEmpty());
+    // Deeper levels never report reordering, even of subfolder objects that swapped owners.
+    const auto x = Entry("x/private"), y = Entry("y/private");
+    const Results swapped =
+        Diff({WithSpecials("a", {{1, x}}), WithSpecials("b", {{1, y}})},
+             {WithSpecials("a", {{1, y}}), WithSpecials("b", {{1, x}})}, Filter{1});
+    EXPECT_EQ(swapped.refreshedBefore.size(), 2u);
+    EXPECT_THAT(swapped.reordered, IsEmpty());
 }
 
 TEST(PathEntryVectorDifferentiator, AccumulatesAndKeepsResultsOnFailure) {
@@ -225,20 +217,16 @@ TEST(PathEntryVectorDifferentiator, AccumulatesAndKeepsResultsOnFailure) {
     const auto added = d.GetAdded();
     d.Compare(e("A"), e("AD"), Filter{0});
     d.Compare(e("AB"), e("BAC"), Filter{0});
-    {
-        // Later results follow earlier ones, not merged into IRI order, in the list a getter gave.
-        EXPECT_EQ(*added, e("DC"));
-        EXPECT_EQ(*d.GetReordered(), e("A"));
-    }
-    {
-        // An IRI that cannot be had while pairing by folder: the exception passes out and the
-        // reordered result, complete by then, stays.
-        const PathEntryVector before = e("PQR");
-        e.byName["Q"]->ThrowOnIRI(true);
-        EXPECT_THROW(d.Compare(before, e("RPS"), Filter{0}), std::runtime_error);
-        EXPECT_EQ(*d.GetReordered(), e("AP"));
-        EXPECT_EQ(*added, e("DC"));
-    }
+    // Later results follow earlier ones, not merged into IRI order, in the list a getter gave.
+    EXPECT_EQ(*added, e("DC"));
+    EXPECT_EQ(*d.GetReordered(), e("A"));
+    // An IRI that cannot be had while pairing by folder: the exception passes out and the
+    // reordered result, complete by then, stays.
+    const PathEntryVector before = e("PQR");
+    e.byName["Q"]->ThrowOnIRI(true);
+    EXPECT_THROW(d.Compare(before, e("RPS"), Filter{0}), std::runtime_error);
+    EXPECT_EQ(*d.GetReordered(), e("AP"));
+    EXPECT_EQ(*added, e("DC"));
 }
 
 // Accounted for exactly once. For each pointer, min(copies before, copies after) of its copies

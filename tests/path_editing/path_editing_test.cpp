@@ -64,55 +64,44 @@ TEST(AddIRIsToVorlanPath, HandsTheManagerThePathWithOneBlockOfNewFoldersAtTheCho
 }
 
 TEST(PathEditing, ReturnsWhatTheManagerReportsAndSwallowsOnlyRecursiveChanges) {
-    {
-        // The manager's messages are the result.
-        RecordingManager manager(L("A"));
-        manager.onApply = [](Notification& n) { n.Add(VORLAN::rmpath::DirNotFound(u"/m")); };
-        EXPECT_EQ(IdsOf(AddIRIsToVorlanPath(L("B"), manager, Position::Front)),
-                  Ids{"VORLAN:rmpath:DirNotFound"});
-        EXPECT_EQ(Path(manager), L("A"));
-    }
-    {
-        // A recursive change ends the call normally, with what the manager had reported.
-        RecordingManager manager(L("AB"));
-        manager.onApply = [](Notification& n) {
-            n.Add(VORLAN::rmpath::DirNotFound(u"/m"));
-            throw RecursivePathChangeException();
-        };
-        EXPECT_EQ(AddIRIsToVorlanPath(L("C"), manager, Position::End).size(), 1u);
-        EXPECT_EQ(RemoveIRIsFromVorlanPath(L("A"), manager).size(), 1u);
-        EXPECT_EQ(Path(manager), L("AB"));
-    }
-    {
-        // Every other failure reaches the caller.
-        RecordingManager manager(L("AB"));
-        manager.onApply = [](Notification&) { throw std::runtime_error("disk on fire"); };
-        EXPECT_THROW(AddIRIsToVorlanPath(L("C"), manager, Position::End), std::runtime_error);
-        EXPECT_THROW(RemoveIRIsFromVorlanPath(L("A"), manager), std::runtime_error);
-    }
+    // The manager's messages are the result.
+    RecordingManager reporting(L("A"));
+    reporting.onApply = [](Notification& n) { n.Add(VORLAN::rmpath::DirNotFound(u"/m")); };
+    EXPECT_EQ(IdsOf(AddIRIsToVorlanPath(L("B"), reporting, Position::Front)),
+              Ids{"VORLAN:rmpath:DirNotFound"});
+    EXPECT_EQ(Path(reporting), L("A"));
+    // A recursive change ends the call normally, with what the manager had reported.
+    RecordingManager recursive(L("AB"));
+    recursive.onApply = [](Notification& n) {
+        n.Add(VORLAN::rmpath::DirNotFound(u"/m"));
+        throw RecursivePathChangeException();
+    };
+    EXPECT_EQ(AddIRIsToVorlanPath(L("C"), recursive, Position::End).size(), 1u);
+    EXPECT_EQ(RemoveIRIsFromVorlanPath(L("A"), recursive).size(), 1u);
+    EXPECT_EQ(Path(recursive), L("AB"));
+    // Every other failure reaches the caller.
+    RecordingManager failing(L("AB"));
+    failing.onApply = [](Notification&) { throw std::runtime_error("disk on fire"); };
+    EXPECT_THROW(AddIRIsToVorlanPath(L("C"), failing, Position::End), std::runtime_error);
+    EXPECT_THROW(RemoveIRIsFromVorlanPath(L("A"), failing), std::runtime_error);
 }
 
 TEST(RemoveIRIsFromVorlanPath, RemovesNothingUnlessEveryFolderIsOnThePath) {
-    {
-        // Each folder not on the path has its message, in input order, named by its display text;
-        // the others are not removed either.
-        RecordingManager manager(L("ABCD"));
-        const List folders = {L("B")[0], AbsoluteIRI(u"http://h/x%20y"), L("D")[0],
-                              AbsoluteIRI(u"file:///my%20z")};
-        const auto messages = RemoveIRIsFromVorlanPath(folders, manager);
-        ASSERT_EQ(IdsOf(messages), Ids(2, "VORLAN:rmpath:DirNotFound"));
-        EXPECT_EQ(std::get<ustring>(messages.GetMessages()[0]->GetArguments().at(0)),
-                  u"http://h/x y");
-        EXPECT_EQ(std::get<ustring>(messages.GetMessages()[1]->GetArguments().at(0)), u"/my z");
-        EXPECT_TRUE(manager.removed.empty());
-    }
-    {
-        // Found folders go, repeated or not; the others keep their order.
-        RecordingManager manager(L("ABCDE"));
-        EXPECT_TRUE(RemoveIRIsFromVorlanPath(L("DBD"), manager).empty());
-        EXPECT_EQ(manager.removed, std::vector<List>{L("ACE")});
-        EXPECT_TRUE(manager.added.empty());
-    }
+    // Each folder not on the path has its message, in input order, named by its display text;
+    // the others are not removed either.
+    RecordingManager partly(L("ABCD"));
+    const List folders = {L("B")[0], AbsoluteIRI(u"http://h/x%20y"), L("D")[0],
+                          AbsoluteIRI(u"file:///my%20z")};
+    const auto messages = RemoveIRIsFromVorlanPath(folders, partly);
+    ASSERT_EQ(IdsOf(messages), Ids(2, "VORLAN:rmpath:DirNotFound"));
+    EXPECT_EQ(std::get<ustring>(messages.GetMessages()[0]->GetArguments().at(0)), u"http://h/x y");
+    EXPECT_EQ(std::get<ustring>(messages.GetMessages()[1]->GetArguments().at(0)), u"/my z");
+    EXPECT_TRUE(partly.removed.empty());
+    // Found folders go, repeated or not; the others keep their order.
+    RecordingManager wholly(L("ABCDE"));
+    EXPECT_TRUE(RemoveIRIsFromVorlanPath(L("DBD"), wholly).empty());
+    EXPECT_EQ(wholly.removed, std::vector<List>{L("ACE")});
+    EXPECT_TRUE(wholly.added.empty());
 }
 
 using RemoveOnDisk = vpath_test::TempTreeTest;
@@ -122,15 +111,11 @@ TEST_F(RemoveOnDisk, FindsAFolderThroughAnotherNameOfIt) {
     tree.Folder("other");
     tree.Link("link", "real");
     RecordingManager manager({tree.IRI("other"), tree.IRI("real")});
-    {
-        // A name of no folder on the path.
-        EXPECT_EQ(RemoveIRIsFromVorlanPath(List{tree.IRI("missing")}, manager).size(), 1u);
-    }
-    {
-        // The link's canonical form is on the path.
-        EXPECT_TRUE(RemoveIRIsFromVorlanPath(List{tree.IRI("link")}, manager).empty());
-        EXPECT_EQ(Path(manager), List{tree.IRI("other")});
-    }
+    // A name of no folder on the path.
+    EXPECT_EQ(RemoveIRIsFromVorlanPath(List{tree.IRI("missing")}, manager).size(), 1u);
+    // The link's canonical form is on the path.
+    EXPECT_TRUE(RemoveIRIsFromVorlanPath(List{tree.IRI("link")}, manager).empty());
+    EXPECT_EQ(Path(manager), List{tree.IRI("other")});
 }
 
 TEST(EditingFolderTexts, ABadTextBlocksTheWholeChangeBeforeTheManagerIsAsked) {
@@ -138,23 +123,19 @@ TEST(EditingFolderTexts, ABadTextBlocksTheWholeChangeBeforeTheManagerIsAsked) {
     cwf.FailWithCode(u"locked", 3);
     const std::vector<ustring> texts = {u"a", u"locked", u"b"};
     const AbsoluteIRI cwdA(u"file:///cwd/a"), cwdB(u"file:///cwd/b"), cwdC(u"file:///cwd/c");
-    {
-        // Adding or removing: only the conversion's message, and the manager is never asked.
-        RecordingManager manager({cwdA, cwdB});
-        const Ids denied = {"VORLAN:vpath:directoryPermissionDenied"};
-        EXPECT_EQ(IdsOf(AddFoldersToVorlanPath(texts, cwf, manager, Position::Front)), denied);
-        EXPECT_EQ(IdsOf(RemoveFoldersFromVorlanPath(texts, cwf, manager)), denied);
-        EXPECT_TRUE(manager.added.empty() && manager.removed.empty());
-    }
-    {
-        // Good texts go through to the manager as locations.
-        RecordingManager manager({L("A")[0], cwdB});
-        const std::vector<ustring> good = {u"b", u"c"};
-        EXPECT_TRUE(AddFoldersToVorlanPath(good, cwf, manager, Position::End).empty());
-        EXPECT_EQ(Path(manager), (List{L("A")[0], cwdB, cwdC}));
-        EXPECT_TRUE(RemoveFoldersFromVorlanPath(good, cwf, manager).empty());
-        EXPECT_EQ(Path(manager), L("A"));
-    }
+    // Adding or removing: only the conversion's message, and the manager is never asked.
+    RecordingManager refused({cwdA, cwdB});
+    const Ids denied = {"VORLAN:vpath:directoryPermissionDenied"};
+    EXPECT_EQ(IdsOf(AddFoldersToVorlanPath(texts, cwf, refused, Position::Front)), denied);
+    EXPECT_EQ(IdsOf(RemoveFoldersFromVorlanPath(texts, cwf, refused)), denied);
+    EXPECT_TRUE(refused.added.empty() && refused.removed.empty());
+    // Good texts go through to the manager as locations.
+    RecordingManager accepted({L("A")[0], cwdB});
+    const std::vector<ustring> good = {u"b", u"c"};
+    EXPECT_TRUE(AddFoldersToVorlanPath(good, cwf, accepted, Position::End).empty());
+    EXPECT_EQ(Path(accepted), (List{L("A")[0], cwdB, cwdC}));
+    EXPECT_TRUE(RemoveFoldersFromVorlanPath(good, cwf, accepted).empty());
+    EXPECT_EQ(Path(accepted), L("A"));
 }
 
 ComponentIdentifier Id(std::uint8_t n, std::uint32_t major) {
@@ -195,19 +176,15 @@ TEST(GetPathFoldersForPackages, CollectsTheFoldersEachKindOfPackagePutsOnThePath
         make(6, true, false, {{AbsoluteIRI(u"file:///p6/doc"), {1, 3}}}),        // no tag 0
         make(7, true, true, {}, PropertyValue(std::int64_t{1})),                 // not a boolean
     });
-    {
-        // Package by package, folders in manifest order, duplicates kept; unknown ones skipped.
-        const std::vector components = {Id(1, 1), Id(9, 1), Id(1, 2), Id(2, 1), Id(3, 1),
-                                        Id(4, 1), Id(5, 1), Id(6, 1), Id(1, 1)};
-        EXPECT_EQ(GetPathFoldersForPackages(registry, components),
-                  (List{p1a, p1b, AbsoluteIRI(u"file:///pkgs/3"), p1a, p1b}));
-        EXPECT_TRUE(GetPathFoldersForPackages(registry, {}).empty());
-    }
-    {
-        // A "ManualInstall" that is not a boolean is an error.
-        const std::vector components = {Id(7, 1)};
-        EXPECT_THROW(GetPathFoldersForPackages(registry, components), std::bad_variant_access);
-    }
+    // Package by package, folders in manifest order, duplicates kept; unknown ones skipped.
+    const std::vector components = {Id(1, 1), Id(9, 1), Id(1, 2), Id(2, 1), Id(3, 1),
+                                    Id(4, 1), Id(5, 1), Id(6, 1), Id(1, 1)};
+    EXPECT_EQ(GetPathFoldersForPackages(registry, components),
+              (List{p1a, p1b, AbsoluteIRI(u"file:///pkgs/3"), p1a, p1b}));
+    EXPECT_TRUE(GetPathFoldersForPackages(registry, {}).empty());
+    // A "ManualInstall" that is not a boolean is an error.
+    const ComponentIdentifier notABoolean[] = {Id(7, 1)};
+    EXPECT_THROW(GetPathFoldersForPackages(registry, notABoolean), std::bad_variant_access);
 }
 
 }  // namespace

@@ -88,29 +88,24 @@ TEST_F(CanonicalizeAgainstCurrentFolder, GivesTheRealFolderOrRaisesTheUserError)
     tree.Link("link", "real");
     const vpath_test::CurrentFolderGuard guard(tree.Root());
     const Velmora::current_working_folder::CurrentWorkingFolder cwf;
-    {
-        // Relative to the current folder, links and dot segments resolved.
-        EXPECT_EQ(CanonicalizeRelativePathAgainstCWD(u"link/tb", cwf), tree.IRI("real/tb"));
-        EXPECT_EQ(GetCanonicalIRIFromString(Velmora::text::FromNative(tree.Path("link").string()) +
-                                            u"/./tb/"),
-                  tree.IRI("real/tb"));
-    }
-    {
-        // The service refuses, or accepts a folder that cannot be resolved, or throws something
-        // else: the same user error, naming the text exactly as given.
-        vpath_test::FaultSystem faults;
-        faults.Fail(vpath_test::FaultSystem::Op::RealPath, "/link/tb", EACCES);
-        FakeCurrentFolder odd;
-        odd.FailWith(u"odd", [] { throw std::logic_error("odd"); });
-        EXPECT_EQ(CannotAbsolutizeArgument([&] { CanonicalizeRelativePathAgainstCWD(u"x/", cwf); }),
-                  u"x/");
-        EXPECT_EQ(
-            CannotAbsolutizeArgument([&] { CanonicalizeRelativePathAgainstCWD(u"link/tb", cwf); }),
-            u"link/tb");
-        EXPECT_EQ(
-            CannotAbsolutizeArgument([&] { CanonicalizeRelativePathAgainstCWD(u"odd", odd); }),
-            u"odd");
-    }
+    // Relative to the current folder, links and dot segments resolved.
+    EXPECT_EQ(CanonicalizeRelativePathAgainstCWD(u"link/tb", cwf), tree.IRI("real/tb"));
+    EXPECT_EQ(GetCanonicalIRIFromString(Velmora::text::FromNative(tree.Path("link").string()) +
+                                        u"/./tb/"),
+              tree.IRI("real/tb"));
+    // The service refuses, or accepts a folder that cannot be resolved, or throws something
+    // else: the same user error, naming the text exactly as given.
+    vpath_test::FaultSystem faults;
+    faults.Fail(vpath_test::FaultSystem::Op::RealPath, "/link/tb", EACCES);
+    FakeCurrentFolder odd;
+    odd.FailWith(u"odd", [] { throw std::logic_error("odd"); });
+    EXPECT_EQ(CannotAbsolutizeArgument([&] { CanonicalizeRelativePathAgainstCWD(u"x/", cwf); }),
+              u"x/");
+    EXPECT_EQ(
+        CannotAbsolutizeArgument([&] { CanonicalizeRelativePathAgainstCWD(u"link/tb", cwf); }),
+        u"link/tb");
+    EXPECT_EQ(CannotAbsolutizeArgument([&] { CanonicalizeRelativePathAgainstCWD(u"odd", odd); }),
+              u"odd");
 }
 
 TEST(ConvertUstringRangeToAbsoluteIRIs, ReportsEachFolderTheUserMustFixAndConvertsTheRest) {

@@ -26,26 +26,20 @@ TEST(ConcatenatedPath, AnswersInSubPathOrderKeepingRepeats) {
     const auto first = FakePath::Make({a, shared});
     const auto second = FakePath::Make({shared, b});
     const ConcatenatedPath path(first, second);
-    {
-        // The first sub-path's entries, then the second's; an entry on both is listed twice.
-        EXPECT_THAT(Names(*path.GetMainEntries()), ElementsAre("a", "shared", "shared", "b"));
-        EXPECT_THAT(Walk(path), ElementsAre("a", "@m", "shared", "shared", "b"));
-        EXPECT_THAT(AllHolders(path, u"f"), ElementsAre("a", "shared", "shared", "b"));
-        EXPECT_THAT(Names(path.GetMethodEntries()), ElementsAre("@m"));
-    }
-    {
-        // The first sub-path that finds something answers.
-        EXPECT_EQ(FirstHolder(path, u"f"), "a");
-        EXPECT_EQ(FirstHolder(path, u"h"), "b");
-        EXPECT_EQ(FirstHolder(path, u"g"), "@m");
-    }
-    {
-        // The owning sub-path answers for an entry's main entry and parent.
-        EXPECT_EQ(path.GetMainEntryForEntry(*m), a);
-        EXPECT_EQ(path.GetParentEntryForEntry(*m), a);
-        EXPECT_EQ(path.GetParentEntryForEntry(*b), nullptr);
-        EXPECT_TRUE(path.IsEntryOnPath(*b));
-    }
+    // The first sub-path's entries, then the second's; an entry on both is listed twice.
+    EXPECT_THAT(Names(*path.GetMainEntries()), ElementsAre("a", "shared", "shared", "b"));
+    EXPECT_THAT(Walk(path), ElementsAre("a", "@m", "shared", "shared", "b"));
+    EXPECT_THAT(AllHolders(path, u"f"), ElementsAre("a", "shared", "shared", "b"));
+    EXPECT_THAT(Names(path.GetMethodEntries()), ElementsAre("@m"));
+    // The first sub-path that finds something answers.
+    EXPECT_EQ(FirstHolder(path, u"f"), "a");
+    EXPECT_EQ(FirstHolder(path, u"h"), "b");
+    EXPECT_EQ(FirstHolder(path, u"g"), "@m");
+    // The owning sub-path answers for an entry's main entry and parent.
+    EXPECT_EQ(path.GetMainEntryForEntry(*m), a);
+    EXPECT_EQ(path.GetParentEntryForEntry(*m), a);
+    EXPECT_EQ(path.GetParentEntryForEntry(*b), nullptr);
+    EXPECT_TRUE(path.IsEntryOnPath(*b));
 }
 
 TEST(ConcatenatedPath, WalksStopInTheSubPathThatAsks) {
@@ -113,23 +107,19 @@ TEST(ConcatenatedPath, LocationLookupTriesCanonicalFormsEverywhereFirst) {
 TEST(ConcatenatedPath, MainEntriesAreCachedOnceAndFrozen) {
     const auto sub = FakePath::Make({Entry("a")});
     const ConcatenatedPath path(sub, FakePath::Make({Entry("b")}));
-    {
-        // A failing first fill leaves nothing cached; the next call fills the cache.
-        sub->FailNextMainEntries(1);
-        EXPECT_THROW(path.GetMainEntries(), std::runtime_error);
-        const auto filled = path.GetMainEntries();
-        EXPECT_THAT(Names(*filled), ElementsAre("a", "b"));
-        EXPECT_EQ(path.GetMainEntries(), filled);  // the same list, not a copy
-        EXPECT_EQ(sub->MainEntriesCalls(), 2);
-    }
-    {
-        // Entries added later are missing from the cached list but present everywhere else.
-        const auto late = Entry("late", {u"f.vl"});
-        sub->AddMain(late);
-        EXPECT_THAT(Names(*path.GetMainEntries()), ElementsAre("a", "b"));
-        EXPECT_THAT(Walk(path), ElementsAre("a", "late", "b"));
-        EXPECT_EQ(FirstHolder(path, u"f"), "late");
-    }
+    // A failing first fill leaves nothing cached; the next call fills the cache.
+    sub->FailNextMainEntries(1);
+    EXPECT_THROW(path.GetMainEntries(), std::runtime_error);
+    const auto filled = path.GetMainEntries();
+    EXPECT_THAT(Names(*filled), ElementsAre("a", "b"));
+    EXPECT_EQ(path.GetMainEntries(), filled);  // the same list, not a copy
+    EXPECT_EQ(sub->MainEntriesCalls(), 2);
+    // Entries added later are missing from the cached list but present everywhere else.
+    const auto late = Entry("late", {u"f.vl"});
+    sub->AddMain(late);
+    EXPECT_THAT(Names(*path.GetMainEntries()), ElementsAre("a", "b"));
+    EXPECT_THAT(Walk(path), ElementsAre("a", "late", "b"));
+    EXPECT_EQ(FirstHolder(path, u"f"), "late");
 }
 
 }  // namespace

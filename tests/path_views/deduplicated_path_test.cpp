@@ -38,23 +38,19 @@ struct Overlap {
 TEST(DeduplicatedPath, ShowsEachFolderOnceAtItsFirstPosition) {
     const Overlap o;
     const auto path = o.Path();
-    {
-        // The entry object of the first occurrence is the one kept, within and across sub-paths.
-        const auto mains = path.GetMainEntries();
-        EXPECT_THAT(*mains, ElementsAre(o.a, o.shared1, o.b));
-        EXPECT_THAT(path.GetMethodEntries(), ElementsAre(o.m1));
-        EXPECT_THAT(path.GetMethodEntriesByName(SearchScope(kAllKinds), u"m",
-                                                FilenameMatchingPolicy::Exact),
-                    ElementsAre(o.m1));
-        EXPECT_THAT(path.GetPartiallyMatchingEntries(SearchScope(kAllKinds), u"b",
-                                                     FilenameMatchingPolicy::Exact),
-                    ElementsAre(o.b));
-    }
-    {
-        // A file counts once per folder; the same name in different folders counts per folder.
-        EXPECT_THAT(AllHolders(path, u"f"), ElementsAre("a", "shared", "b"));
-        EXPECT_EQ(FirstHolder(path, u"g"), "shared");
-    }
+    // The entry object of the first occurrence is the one kept, within and across sub-paths.
+    const auto mains = path.GetMainEntries();
+    EXPECT_THAT(*mains, ElementsAre(o.a, o.shared1, o.b));
+    EXPECT_THAT(path.GetMethodEntries(), ElementsAre(o.m1));
+    EXPECT_THAT(
+        path.GetMethodEntriesByName(SearchScope(kAllKinds), u"m", FilenameMatchingPolicy::Exact),
+        ElementsAre(o.m1));
+    EXPECT_THAT(path.GetPartiallyMatchingEntries(SearchScope(kAllKinds), u"b",
+                                                 FilenameMatchingPolicy::Exact),
+                ElementsAre(o.b));
+    // A file counts once per folder; the same name in different folders counts per folder.
+    EXPECT_THAT(AllHolders(path, u"f"), ElementsAre("a", "shared", "b"));
+    EXPECT_EQ(FirstHolder(path, u"g"), "shared");
 }
 
 TEST(DeduplicatedPath, AFoundFileIsItsFolderLocationAndWholeName) {

@@ -35,31 +35,26 @@ inline std::vector<std::string> Walk(const IPath& path, bool concurrent = false)
         seen.push_back(e);
         return false;
     };
-    if (concurrent) {
-        path.ConcurrentForEachEntry(SearchScope(kAllKinds), collect);
-    } else {
-        path.ForEachEntry(SearchScope(kAllKinds), collect);
-    }
+    concurrent ? path.ConcurrentForEachEntry(SearchScope(kAllKinds), collect)
+               : path.ForEachEntry(SearchScope(kAllKinds), collect);
     return Names(seen);
 }
 
 // Where `file` (a base name, looked up as .vl) is found first: the name of the entry, or "".
 inline std::string FirstHolder(const IPath& path, const ustring& file) {
-    const Velmora::PathManagement::detail::SearchTarget target(file, kVl);
-    const auto hit = path.FindFirstInScope(SearchScope(kAllKinds), target,
-                                           Velmora::PathManagement::FilenameMatchingPolicy::Exact);
+    const pm::detail::SearchTarget target(file, kVl);
+    const auto hit =
+        path.FindFirstInScope(SearchScope(kAllKinds), target, FilenameMatchingPolicy::Exact);
     return hit ? Velmora::text::ToNative(hit->GetPathEntry()->GetName()) : std::string();
 }
 
 // The entries holding `file` in FindAllInScope, by name.
 inline std::vector<std::string> AllHolders(const IPath& path, const ustring& file) {
-    const Velmora::PathManagement::detail::SearchTarget target(file, kVl);
+    const pm::detail::SearchTarget target(file, kVl);
     PathEntryVector holders;
     for (const auto& found :
-         path.FindAllInScope(SearchScope(kAllKinds), target,
-                             Velmora::PathManagement::FilenameMatchingPolicy::Exact)) {
+         path.FindAllInScope(SearchScope(kAllKinds), target, FilenameMatchingPolicy::Exact))
         holders.push_back(found.GetPathEntry());
-    }
     return Names(holders);
 }
 

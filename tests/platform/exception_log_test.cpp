@@ -26,26 +26,20 @@ std::unique_ptr<IBaseException> CloneOfThrown(const E& thrown) {
 }
 
 TEST(ExceptionFramework, ClonesAndRethrowsTheMostDerivedType) {
-    {
-        // A storage failure keeps its errno and message, and is no more than it was.
-        const auto copy = CloneOfThrown(vfs::Exception("cannot read /x", EACCES));
-        const auto* storage = dynamic_cast<const vfs::Exception*>(copy.get());
-        ASSERT_NE(storage, nullptr);
-        EXPECT_EQ(storage->GetErrorNumber(), EACCES);
-        EXPECT_STREQ(storage->what(), "cannot read /x");
-        EXPECT_EQ(dynamic_cast<const InvalidIRIException*>(copy.get()), nullptr);
-    }
-    {
-        // An invalid IRI stays one, with its text, and its clone is thrown as one.
-        const auto copy = CloneOfThrown(InvalidIRIException(u"tb/x", "is relative"));
-        EXPECT_EQ(dynamic_cast<const InvalidIRIException&>(*copy).GetText(), u"tb/x");
-        EXPECT_THROW(copy->rethrow(), InvalidIRIException);
-    }
-    {
-        // Rethrowing through a base reference does not slice.
-        const vfs::Exception original("denied", EACCES);
-        EXPECT_THROW(static_cast<const IBaseException&>(original).rethrow(), vfs::Exception);
-    }
+    // A storage failure keeps its errno and message, and is no more than it was.
+    const auto storageCopy = CloneOfThrown(vfs::Exception("cannot read /x", EACCES));
+    const auto* storage = dynamic_cast<const vfs::Exception*>(storageCopy.get());
+    ASSERT_NE(storage, nullptr);
+    EXPECT_EQ(storage->GetErrorNumber(), EACCES);
+    EXPECT_STREQ(storage->what(), "cannot read /x");
+    EXPECT_EQ(dynamic_cast<const InvalidIRIException*>(storageCopy.get()), nullptr);
+    // An invalid IRI stays one, with its text, and its clone is thrown as one.
+    const auto iriCopy = CloneOfThrown(InvalidIRIException(u"tb/x", "is relative"));
+    EXPECT_EQ(dynamic_cast<const InvalidIRIException&>(*iriCopy).GetText(), u"tb/x");
+    EXPECT_THROW(iriCopy->rethrow(), InvalidIRIException);
+    // Rethrowing through a base reference does not slice.
+    const vfs::Exception original("denied", EACCES);
+    EXPECT_THROW(static_cast<const IBaseException&>(original).rethrow(), vfs::Exception);
 }
 
 }  // namespace

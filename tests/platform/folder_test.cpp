@@ -58,20 +58,16 @@ TEST_F(StorageOnDisk, CanonicalLocationResolvesLinksAndDots) {
         EXPECT_EQ(canonical.getIRI(), tree.IRI("real/tb"));
         EXPECT_EQ(canonical.getResolvedFrom(), location.toString());
     }
-    {
-        // A file's canonical location resolves the same way.
-        EXPECT_EQ(FileAt("chain/tb/area.vl").getCanonicalLocation().getIRI(),
-                  tree.IRI("real/tb/area.vl"));
-    }
-    {
-        // Spaces, escape-like text and bytes that are not UTF-8 reach the disk exactly.
-        for (const std::string name : {"my dir", "50% %41", "caf\xE9", "a#b?c"}) {
-            SCOPED_TRACE(testing::PrintToString(name));
-            tree.Folder(name);
-            EXPECT_EQ(FolderAt(name).getNativePath(), tree.Path(name).native());
-            EXPECT_EQ(FolderAt(name).getCanonicalLocation().getIRI().getName(),
-                      Velmora::text::FromNative(name));
-        }
+    // A file's canonical location resolves the same way.
+    EXPECT_EQ(FileAt("chain/tb/area.vl").getCanonicalLocation().getIRI(),
+              tree.IRI("real/tb/area.vl"));
+    // Spaces, escape-like text and bytes that are not UTF-8 reach the disk exactly.
+    for (const std::string name : {"my dir", "50% %41", "caf\xE9", "a#b?c"}) {
+        SCOPED_TRACE(testing::PrintToString(name));
+        tree.Folder(name);
+        EXPECT_EQ(FolderAt(name).getNativePath(), tree.Path(name).native());
+        EXPECT_EQ(FolderAt(name).getCanonicalLocation().getIRI().getName(),
+                  Velmora::text::FromNative(name));
     }
 }
 
@@ -111,16 +107,14 @@ TEST_F(StorageOnDisk, ExistsAndFailuresCarryTheErrorNumber) {
         // The message names what could not be resolved.
         EXPECT_THAT(e.what(), testing::HasSubstr(tree.Path("missing").native()));
     }
-    {
-        // "a%2Fb" is one name holding "/", "a%00" one holding NUL: neither can be on disk, and
-        // neither may resolve to "a/b" or "a" instead, wherever it stands.
-        tree.Folder("a/b");
-        for (const ustring name : {u"/a%2Fb", u"/a%00", u"/a%00/b"}) {
-            SCOPED_TRACE(Velmora::text::ToNative(name));
-            const Folder folder = At(AbsoluteIRI(tree.IRI().toString() + name));
-            EXPECT_EQ(ErrorOf(folder), ENOENT);
-            EXPECT_FALSE(folder.exists());
-        }
+    // "a%2Fb" is one name holding "/", "a%00" one holding NUL: neither can be on disk, and
+    // neither may resolve to "a/b" or "a" instead, wherever it stands.
+    tree.Folder("a/b");
+    for (const ustring name : {u"/a%2Fb", u"/a%00", u"/a%00/b"}) {
+        SCOPED_TRACE(Velmora::text::ToNative(name));
+        const Folder folder = At(AbsoluteIRI(tree.IRI().toString() + name));
+        EXPECT_EQ(ErrorOf(folder), ENOENT);
+        EXPECT_FALSE(folder.exists());
     }
 }
 

@@ -67,24 +67,21 @@ TEST(AbsoluteIRI, NormalisesText) {
         normalizeURL(rewritten);
         EXPECT_EQ(rewritten, normal);
     }
-    {
-        // Wherever escapes, escaped bytes, "%" and separators meet, the normal form is stable.
-        const std::vector<ustring> pieces = {
-            u"/",      u"//",     u"..",     u"a",          u" ",     u"%",      u".",
-            u"2F",     u"C3",     u"%C3",    u"%A9",        u"%25",   u"%F0%9F", u"%98%80",
-            u"\xDCC3", u"\xDCA9", u"\u00E9", u"\U0001F600", u"\u0085"};
-        EXPECT_TRUE(rc::check("fixed point", [&] {
-            ustring text = u"file:///";
-            for (const auto& p :
-                 *rc::gen::container<std::vector<ustring>>(rc::gen::elementOf(pieces)))
-                text += p;
-            const AbsoluteIRI iri(text);
-            RC_ASSERT(AbsoluteIRI(iri.toString()).toString() == iri.toString());
-            ustring rewritten = text;
-            normalizeURL(rewritten);
-            RC_ASSERT(iri.toString() == rewritten);
-        }));
-    }
+    // Wherever escapes, escaped bytes, "%" and separators meet, the normal form is stable.
+    const std::vector<ustring> pieces = {u"/",      u"//",     u"..",         u"a",      u" ",
+                                         u"%",      u".",      u"2F",         u"C3",     u"%C3",
+                                         u"%A9",    u"%25",    u"%F0%9F",     u"%98%80", u"\xDCC3",
+                                         u"\xDCA9", u"\u00E9", u"\U0001F600", u"\u0085"};
+    EXPECT_TRUE(rc::check("fixed point", [&] {
+        ustring text = u"file:///";
+        for (const auto& p : *rc::gen::container<std::vector<ustring>>(rc::gen::elementOf(pieces)))
+            text += p;
+        const AbsoluteIRI iri(text);
+        RC_ASSERT(AbsoluteIRI(iri.toString()).toString() == iri.toString());
+        ustring rewritten = text;
+        normalizeURL(rewritten);
+        RC_ASSERT(iri.toString() == rewritten);
+    }));
 }
 
 TEST(AbsoluteIRI, RejectsInvalidText) {
@@ -162,47 +159,41 @@ TEST(AbsoluteIRI, ChildNames) {
     };
     for (const auto& [name, child] : cases)
         EXPECT_EQ(a.getChild(name).toString(), child) << Show(name);
-    {
-        // Any name a file can have comes back from getName, under the root and below.
-        EXPECT_TRUE(rc::check("child names round-trip", [&] {
-            const std::string bytes = *vpath_test::NativeName();
-            RC_PRE(bytes != "." && bytes != "..");
-            for (const auto& folder : {AbsoluteIRI(u"file:///"), a}) {
-                const AbsoluteIRI child = folder.getChild(FromNative(bytes));
-                RC_ASSERT(child.getName() == FromNative(bytes));
-                RC_ASSERT(child.getParent() == folder);
-            }
-        }));
-    }
+    // Any name a file can have comes back from getName, under the root and below.
+    EXPECT_TRUE(rc::check("child names round-trip", [&] {
+        const std::string bytes = *vpath_test::NativeName();
+        RC_PRE(bytes != "." && bytes != "..");
+        for (const auto& folder : {AbsoluteIRI(u"file:///"), a}) {
+            const AbsoluteIRI child = folder.getChild(FromNative(bytes));
+            RC_ASSERT(child.getName() == FromNative(bytes));
+            RC_ASSERT(child.getParent() == folder);
+        }
+    }));
 }
 
 TEST(AbsoluteIRI, EqualityOrderingAndHashAgree) {
-    {
-        // Spellings of one location are one IRI.
-        const AbsoluteIRI first(u"FILE://localhost/a//b/");
-        for (const auto& same : {AbsoluteIRI(u"file:/a/%62"), FileIRI("/a/b")}) {
-            EXPECT_EQ(same, first);
-            EXPECT_EQ(same <=> first, std::strong_ordering::equal);
-            EXPECT_EQ(std::hash<AbsoluteIRI>{}(same), hash_value(first));
+    // Spellings of one location are one IRI.
+    const AbsoluteIRI first(u"FILE://localhost/a//b/");
+    for (const auto& same : {AbsoluteIRI(u"file:/a/%62"), FileIRI("/a/b")}) {
+        EXPECT_EQ(same, first);
+        EXPECT_EQ(same <=> first, std::strong_ordering::equal);
+        EXPECT_EQ(std::hash<AbsoluteIRI>{}(same), hash_value(first));
+    }
+    // Distinct locations: order and equality follow the normal text.
+    const std::vector<ustring> texts = {u"file:///a",     u"file:///A",     u"file:///a/b",
+                                        u"file:///a%2Fb", u"file:///",      u"http://h/a",
+                                        u"file:///%E9",   u"file:///\u00E9"};
+    std::vector<AbsoluteIRI> distinct(texts.begin(), texts.end());
+    distinct.emplace_back();
+    for (const auto& x : distinct) {
+        for (const auto& y : distinct) {
+            SCOPED_TRACE(Show(x.toString()) + " vs " + Show(y.toString()));
+            EXPECT_EQ(x == y, x.toString() == y.toString());
+            EXPECT_EQ(x <=> y, x.toString().compare(y.toString()) <=> 0);
         }
     }
-    {
-        // Distinct locations: order and equality follow the normal text.
-        const std::vector<ustring> texts = {u"file:///a",     u"file:///A",     u"file:///a/b",
-                                            u"file:///a%2Fb", u"file:///",      u"http://h/a",
-                                            u"file:///%E9",   u"file:///\u00E9"};
-        std::vector<AbsoluteIRI> distinct(texts.begin(), texts.end());
-        distinct.emplace_back();
-        for (const auto& x : distinct) {
-            for (const auto& y : distinct) {
-                SCOPED_TRACE(Show(x.toString()) + " vs " + Show(y.toString()));
-                EXPECT_EQ(x == y, x.toString() == y.toString());
-                EXPECT_EQ(x <=> y, x.toString().compare(y.toString()) <=> 0);
-            }
-        }
-        EXPECT_EQ(std::unordered_set<AbsoluteIRI>(distinct.begin(), distinct.end()).size(),
-                  distinct.size());
-    }
+    EXPECT_EQ(std::unordered_set<AbsoluteIRI>(distinct.begin(), distinct.end()).size(),
+              distinct.size());
 }
 
 TEST(NativePathConversion, BothWays) {
@@ -219,25 +210,21 @@ TEST(NativePathConversion, BothWays) {
         EXPECT_EQ(FileIRI(path).toString(), iri);
         EXPECT_EQ(ToNative(fromAbsoluteIRI(FileIRI(path))), path);
     }
-    {
-        // Only absolute paths have an IRI, and only file IRIs a path.
-        for (const std::string path : {"", "rel/x", "~/x"})
-            EXPECT_THROW(FileIRI(path), InvalidIRIException) << path;
-        EXPECT_THROW(fromAbsoluteIRI(AbsoluteIRI(u"http://h/a")), vfs::Exception);
-    }
-    {
-        // Every absolute byte path goes to an IRI and back unchanged.
-        EXPECT_TRUE(rc::check("paths round-trip", [] {
-            const std::string path = *vpath_test::AbsoluteNativePath();
-            const AbsoluteIRI iri = FileIRI(path);
-            RC_ASSERT(ToNative(fromAbsoluteIRI(iri)) == path);
-            RC_ASSERT(AbsoluteIRI(iri.toString()) == iri);
-            // Decoding all but the reserved escapes leaves a text of the same IRI.
-            ustring decoded = iri.toString();
-            decodeURL(decoded, false);
-            RC_ASSERT(AbsoluteIRI(decoded) == iri);
-        }));
-    }
+    // Only absolute paths have an IRI, and only file IRIs a path.
+    for (const std::string path : {"", "rel/x", "~/x"})
+        EXPECT_THROW(FileIRI(path), InvalidIRIException) << path;
+    EXPECT_THROW(fromAbsoluteIRI(AbsoluteIRI(u"http://h/a")), vfs::Exception);
+    // Every absolute byte path goes to an IRI and back unchanged.
+    EXPECT_TRUE(rc::check("paths round-trip", [] {
+        const std::string path = *vpath_test::AbsoluteNativePath();
+        const AbsoluteIRI iri = FileIRI(path);
+        RC_ASSERT(ToNative(fromAbsoluteIRI(iri)) == path);
+        RC_ASSERT(AbsoluteIRI(iri.toString()) == iri);
+        // Decoding all but the reserved escapes leaves a text of the same IRI.
+        ustring decoded = iri.toString();
+        decodeURL(decoded, false);
+        RC_ASSERT(AbsoluteIRI(decoded) == iri);
+    }));
 }
 
 TEST(HasIRIPrefix, TellsIRIsFromPaths) {

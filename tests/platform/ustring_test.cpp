@@ -50,27 +50,22 @@ TEST(NativeText, DecodesValidUtf8AndEscapesEveryOtherByte) {
 }
 
 TEST(NativeText, RoundTrips) {
-    {
-        // Every byte string survives, through a text whose only lone surrogates are escapes.
-        EXPECT_TRUE(rc::check("bytes round-trip", [] {
-            const std::string bytes = *vpath_test::NativeBytes();
-            const ustring text = FromNative(bytes);
-            RC_ASSERT(ToNative(text) == bytes);
-            for (std::size_t i = 0; i < text.size(); ++i) {
-                if (text[i] >= 0xD800 && text[i] <= 0xDBFF) {
-                    RC_ASSERT(i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
-                              text[i + 1] <= 0xDFFF);
-                    ++i;
-                } else if (text[i] >= 0xDC00 && text[i] <= 0xDFFF) {
-                    RC_ASSERT(Velmora::text::IsEscapedByte(text[i]));
-                }
+    // Every byte string survives, through a text whose only lone surrogates are escapes.
+    EXPECT_TRUE(rc::check("bytes round-trip", [] {
+        const std::string bytes = *vpath_test::NativeBytes();
+        const ustring text = FromNative(bytes);
+        RC_ASSERT(ToNative(text) == bytes);
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            if (text[i] >= 0xD800 && text[i] <= 0xDBFF) {
+                RC_ASSERT(i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF);
+                ++i;
+            } else if (text[i] >= 0xDC00 && text[i] <= 0xDFFF) {
+                RC_ASSERT(Velmora::text::IsEscapedByte(text[i]));
             }
-        }));
-    }
-    {
-        // A lone surrogate that carries no byte is written, not dropped or taken for a byte.
-        EXPECT_EQ(ToNative(u"a\xD800"), "a\xED\xA0\x80");
-    }
+        }
+    }));
+    // A lone surrogate that carries no byte is written, not dropped or taken for a byte.
+    EXPECT_EQ(ToNative(u"a\xD800"), "a\xED\xA0\x80");
 }
 
 TEST(FoldCase, FoldsLettersOnly) {
@@ -87,24 +82,22 @@ TEST(FoldCase, FoldsLettersOnly) {
     }
     // Escaped Latin-1 bytes of "Ä" and "ä" are different bytes, not one letter.
     EXPECT_FALSE(EqualsIgnoringCase(u"\xDCC4", u"\xDCE4"));
-    {
-        // EqualsIgnoringCase agrees with comparing FoldCase results, on texts often equal in case.
-        EXPECT_TRUE(rc::check("agrees with FoldCase", [] {
-            const auto letter = rc::gen::elementOf(
-                std::vector<char16_t>{u'a', u'A', u'@', u'`', u'\u00E4', u'\u00C4', u'\u03C3',
-                                      u'\u03A3', u'\u0416', u'\u0436', u'\xDCC4', u'\xDCE4'});
-            const auto a = *rc::gen::container<ustring>(letter);
-            ustring b = a;
-            for (auto& c : b) {
-                if (*rc::gen::arbitrary<bool>())
-                    c = *letter;
-            }
+    // EqualsIgnoringCase agrees with comparing FoldCase results, on texts often equal in case.
+    EXPECT_TRUE(rc::check("agrees with FoldCase", [] {
+        const auto letter = rc::gen::elementOf(
+            std::vector<char16_t>{u'a', u'A', u'@', u'`', u'\u00E4', u'\u00C4', u'\u03C3',
+                                  u'\u03A3', u'\u0416', u'\u0436', u'\xDCC4', u'\xDCE4'});
+        const auto a = *rc::gen::container<ustring>(letter);
+        ustring b = a;
+        for (auto& c : b) {
             if (*rc::gen::arbitrary<bool>())
-                b += u'a';
-            RC_ASSERT(EqualsIgnoringCase(a, b) == (FoldCase(a) == FoldCase(b)));
-            RC_ASSERT(FoldCase(FoldCase(a)) == FoldCase(a));
-        }));
-    }
+                c = *letter;
+        }
+        if (*rc::gen::arbitrary<bool>())
+            b += u'a';
+        RC_ASSERT(EqualsIgnoringCase(a, b) == (FoldCase(a) == FoldCase(b)));
+        RC_ASSERT(FoldCase(FoldCase(a)) == FoldCase(a));
+    }));
 }
 
 }  // namespace

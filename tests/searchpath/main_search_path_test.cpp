@@ -15,9 +15,7 @@ namespace {
 
 using namespace Velmora::PathManagement;
 using ::testing::ElementsAre;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::ScanProblem;
-using Velmora::SearchPath::ScanReport;
+using namespace Velmora::SearchPath;
 using vpath_test::kFull;
 using vpath_test::kPrimary;
 using vpath_test::TwoFolderPath;
@@ -101,37 +99,29 @@ TEST_F(MainSearchPathTest, EntriesKnowTheirMainEntryParentAndOrder) {
     const auto two = Entry("two");
     const auto pkg = Entry("one/+pkg");
     const auto cls = Entry("one/+pkg/@Cls");
-    {
-        // Main entries in path order.
-        EXPECT_THAT(*path->GetMainEntries(), ElementsAre(one, two));
-        EXPECT_EQ(path->GetEntryCount(), 9u);
-    }
-    {
-        // Every entry belongs to its main entry; parents go one level up.
-        EXPECT_EQ(path->GetMainEntryForEntry(*cls), one);
-        EXPECT_EQ(path->GetParentEntryForEntry(*cls), pkg);
-        EXPECT_EQ(path->GetParentEntryForEntry(*pkg), one);
-        EXPECT_EQ(path->GetParentEntryForEntry(*one), nullptr);
-    }
-    {
-        // A sub-entry sorts equal to its main entry.
-        EXPECT_TRUE(path->FirstEntryIsBeforeSecondOnPath(*cls, *two));
-        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*two, *cls));
-        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*cls, *one));
-        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*one, *cls));
-        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*one, *one));
-    }
-    {
-        // An entry of another path is not on this one, even for the same folder.
-        ScanReport report;
-        const auto other = MainSearchPath::Scan({tree.IRI("one")}, report);
-        const auto foreign = other->GetMainEntries()->front();
-        EXPECT_FALSE(path->IsEntryOnPath(*foreign));
-        EXPECT_TRUE(path->IsEntryOnPath(*cls));
-        EXPECT_EQ(path->GetMainEntryForEntry(*foreign), nullptr);
-        EXPECT_TRUE(path->FirstEntryIsBeforeSecondOnPath(*two, *foreign));
-        EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*foreign, *two));
-    }
+    // Main entries in path order.
+    EXPECT_THAT(*path->GetMainEntries(), ElementsAre(one, two));
+    EXPECT_EQ(path->GetEntryCount(), 9u);
+    // Every entry belongs to its main entry; parents go one level up.
+    EXPECT_EQ(path->GetMainEntryForEntry(*cls), one);
+    EXPECT_EQ(path->GetParentEntryForEntry(*cls), pkg);
+    EXPECT_EQ(path->GetParentEntryForEntry(*pkg), one);
+    EXPECT_EQ(path->GetParentEntryForEntry(*one), nullptr);
+    // A sub-entry sorts equal to its main entry.
+    EXPECT_TRUE(path->FirstEntryIsBeforeSecondOnPath(*cls, *two));
+    EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*two, *cls));
+    EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*cls, *one));
+    EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*one, *cls));
+    EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*one, *one));
+    // An entry of another path is not on this one, even for the same folder.
+    ScanReport report;
+    const auto other = MainSearchPath::Scan({tree.IRI("one")}, report);
+    const auto foreign = other->GetMainEntries()->front();
+    EXPECT_FALSE(path->IsEntryOnPath(*foreign));
+    EXPECT_TRUE(path->IsEntryOnPath(*cls));
+    EXPECT_EQ(path->GetMainEntryForEntry(*foreign), nullptr);
+    EXPECT_TRUE(path->FirstEntryIsBeforeSecondOnPath(*two, *foreign));
+    EXPECT_FALSE(path->FirstEntryIsBeforeSecondOnPath(*foreign, *two));
 }
 
 TEST_F(MainSearchPathTest, EntriesByLocation) {
@@ -139,111 +129,85 @@ TEST_F(MainSearchPathTest, EntriesByLocation) {
     ScanReport report;
     const auto aliased = MainSearchPath::Scan({tree.IRI("alias")}, report);
     const auto entry = aliased->GetMainEntries()->front();
-    {
-        // By the location it was put on the path under, and by its real location.
-        EXPECT_EQ(
-            aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("alias"), FilenameMatchingPolicy::Exact),
-            entry);
-        EXPECT_EQ(aliased->GetPathEntryFromAbsoluteIRI(
-                      foundation::storage::vfs::CanonicalAbsoluteIRI(tree.IRI("one"), u"")),
-                  entry);
-        EXPECT_EQ(
-            aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("one"), FilenameMatchingPolicy::Exact),
-            nullptr);
-        EXPECT_EQ(entry->GetCanonicalAbsoluteIRI().getIRI(), tree.IRI("one"));
-    }
-    {
-        // Sub-entries resolve through the link too.
-        const auto pkg = aliased->GetPathEntryFromAbsoluteIRI(
-            foundation::storage::vfs::CanonicalAbsoluteIRI(tree.IRI("one/+pkg"), u""));
-        ASSERT_TRUE(pkg);
-        EXPECT_EQ(pkg->GetAbsoluteIRI(), tree.IRI("alias/+pkg"));
-    }
-    {
-        // Case matters unless the policy ignores it.
-        const auto upper = foundation::storage::vfs::AbsoluteIRI(
-            tree.IRI("one").toString().substr(0, tree.IRI("one").toString().size() - 3) + u"ONE");
-        EXPECT_EQ(path->GetPathEntryFromAbsoluteIRI(upper, FilenameMatchingPolicy::Exact), nullptr);
-        EXPECT_EQ(path->GetPathEntryFromAbsoluteIRI(upper, FilenameMatchingPolicy::IgnoreCase),
-                  Entry("one"));
-    }
+    // By the location it was put on the path under, and by its real location.
+    EXPECT_EQ(
+        aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("alias"), FilenameMatchingPolicy::Exact),
+        entry);
+    EXPECT_EQ(aliased->GetPathEntryFromAbsoluteIRI(
+                  foundation::storage::vfs::CanonicalAbsoluteIRI(tree.IRI("one"), u"")),
+              entry);
+    EXPECT_EQ(aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("one"), FilenameMatchingPolicy::Exact),
+              nullptr);
+    EXPECT_EQ(entry->GetCanonicalAbsoluteIRI().getIRI(), tree.IRI("one"));
+    // Sub-entries resolve through the link too.
+    const auto pkg = aliased->GetPathEntryFromAbsoluteIRI(
+        foundation::storage::vfs::CanonicalAbsoluteIRI(tree.IRI("one/+pkg"), u""));
+    ASSERT_TRUE(pkg);
+    EXPECT_EQ(pkg->GetAbsoluteIRI(), tree.IRI("alias/+pkg"));
+    // Case matters unless the policy ignores it.
+    const auto upper = foundation::storage::vfs::AbsoluteIRI(
+        tree.IRI("one").toString().substr(0, tree.IRI("one").toString().size() - 3) + u"ONE");
+    EXPECT_EQ(path->GetPathEntryFromAbsoluteIRI(upper, FilenameMatchingPolicy::Exact), nullptr);
+    EXPECT_EQ(path->GetPathEntryFromAbsoluteIRI(upper, FilenameMatchingPolicy::IgnoreCase),
+              Entry("one"));
 }
 
 TEST_F(MainSearchPathTest, EntriesByName) {
     const auto exact = FilenameMatchingPolicy::Exact;
     const std::uint32_t packages[] = {1};
-    {
-        // Class folders in path order; by name, among those whose parent the scope selects.
-        EXPECT_THAT(Locations(path->GetMethodEntries(), tree),
-                    ElementsAre(u"one/+pkg/@Cls", u"one/@Point", u"two/@Point"));
-        EXPECT_THAT(
-            Locations(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Point", exact), tree),
-            ElementsAre(u"one/@Point", u"two/@Point"));
-        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"Cls", exact).empty());
-        EXPECT_THAT(
-            Locations(path->GetMethodEntriesByName(SearchScope(packages), u"Cls", exact), tree),
-            ElementsAre(u"one/+pkg/@Cls"));
-        EXPECT_TRUE(path->GetMethodEntriesByName(SearchScope(kPrimary), u"point", exact).empty());
-        EXPECT_EQ(path->GetMethodEntriesByName(SearchScope(kPrimary), u"point",
-                                               FilenameMatchingPolicy::IgnoreCase)
-                      .size(),
-                  2u);
-    }
-    {
-        // By the folders a location ends with, "+" and "@" optional.
-        EXPECT_THAT(
-            Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"pkg/Cls", exact),
-                      tree),
-            ElementsAre(u"one/+pkg/@Cls"));
-        EXPECT_TRUE(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"inner", exact).empty());
-    }
+    const auto byName = [&](SearchScope scope, const ustring& name, FilenameMatchingPolicy policy) {
+        return Locations(path->GetMethodEntriesByName(scope, name, policy), tree);
+    };
+    const std::vector<ustring> points = {u"one/@Point", u"two/@Point"};
+    // Class folders in path order; by name, among those whose parent the scope selects.
+    EXPECT_THAT(Locations(path->GetMethodEntries(), tree),
+                ElementsAre(u"one/+pkg/@Cls", u"one/@Point", u"two/@Point"));
+    EXPECT_EQ(byName(kPrimary, u"Point", exact), points);
+    EXPECT_TRUE(byName(kPrimary, u"Cls", exact).empty());
+    EXPECT_THAT(byName(packages, u"Cls", exact), ElementsAre(u"one/+pkg/@Cls"));
+    EXPECT_TRUE(byName(kPrimary, u"point", exact).empty());
+    EXPECT_EQ(byName(kPrimary, u"point", FilenameMatchingPolicy::IgnoreCase), points);
+    // By the folders a location ends with, "+" and "@" optional.
+    EXPECT_THAT(
+        Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"pkg/Cls", exact), tree),
+        ElementsAre(u"one/+pkg/@Cls"));
+    EXPECT_TRUE(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"inner", exact).empty());
 }
 
 TEST_F(MainSearchPathTest, WalksVisitInPathOrderAndStopWhenAsked) {
     const std::uint32_t everything[] = {0, 1, 2, 3, 4, 5};
-    {
-        // Each main entry, then its tree, sub-entries by name.
+    const std::uint32_t classes[] = {2};
+    const auto walk = [&](SearchScope scope) {
         PathEntryVector seen;
-        EXPECT_FALSE(path->ForEachEntry(SearchScope(everything), [&](const auto& e) {
+        EXPECT_FALSE(path->ForEachEntry(scope, [&](const auto& e) {
             seen.push_back(e);
             return false;
         }));
-        EXPECT_THAT(
-            Locations(seen, tree),
-            ElementsAre(u"one", u"one/+pkg", u"one/+pkg/+inner", u"one/+pkg/@Cls", u"one/@Point",
-                        u"one/private", u"one/resources", u"two", u"two/@Point"));
-    }
-    {
-        // A scope of class folders alone still reaches them beneath the main entries, but not
-        // beneath packages it does not visit.
-        const std::uint32_t classes[] = {2};
-        PathEntryVector seen;
-        path->ForEachEntry(SearchScope(classes), [&](const auto& e) {
-            seen.push_back(e);
-            return false;
-        });
-        EXPECT_THAT(Locations(seen, tree), ElementsAre(u"one/@Point", u"two/@Point"));
-    }
-    {
-        // The callback's true stops the walk at once.
-        int calls = 0;
-        EXPECT_TRUE(
-            path->ForEachEntry(SearchScope(everything), [&](const auto&) { return ++calls == 2; }));
-        EXPECT_EQ(calls, 2);
-    }
-    {
-        // The concurrent walk visits the same entries, in any order, and stops too.
-        std::mutex mutex;
-        PathEntryVector seen;
-        EXPECT_FALSE(path->ConcurrentForEachEntry(SearchScope(everything), [&](const auto& e) {
-            std::lock_guard lock(mutex);
-            seen.push_back(e);
-            return false;
-        }));
-        EXPECT_EQ(seen.size(), 9u);
-        EXPECT_TRUE(path->ConcurrentForEachEntry(SearchScope(everything),
-                                                 [&](const auto& e) { return e == Entry("two"); }));
-    }
+        return Locations(seen, tree);
+    };
+    // Each main entry, then its tree, sub-entries by name.
+    EXPECT_THAT(walk(everything), ElementsAre(u"one", u"one/+pkg", u"one/+pkg/+inner",
+                                              u"one/+pkg/@Cls", u"one/@Point", u"one/private",
+                                              u"one/resources", u"two", u"two/@Point"));
+    // A scope of class folders alone still reaches them beneath the main entries, but not beneath
+    // packages it does not visit.
+    EXPECT_THAT(walk(classes), ElementsAre(u"one/@Point", u"two/@Point"));
+    // The callback's true stops the walk at once.
+    int calls = 0;
+    EXPECT_TRUE(
+        path->ForEachEntry(SearchScope(everything), [&](const auto&) { return ++calls == 2; }));
+    EXPECT_EQ(calls, 2);
+    // The concurrent walk visits the same entries, in any order, and stops too.
+    std::mutex mutex;
+    std::size_t seen = 0;
+    EXPECT_FALSE(path->ConcurrentForEachEntry(SearchScope(everything), [&](const auto&) {
+        std::lock_guard lock(mutex);
+        ++seen;
+        return false;
+    }));
+    EXPECT_EQ(seen, 9u);
+    EXPECT_TRUE(path->ConcurrentForEachEntry(SearchScope(everything),
+                                             [&](const auto& e) { return e == Entry("two"); }));
 }
 
 TEST_F(MainSearchPathTest, RepeatedFoldersAreReportedAndKeptOnce) {

@@ -2,7 +2,6 @@
 // fresh start reads. (That a path made from the one before it answers as one made whole is the
 // path change property test's.)
 
-#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -14,31 +13,7 @@
 namespace {
 
 using namespace Velmora::PathManagement;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::MainSearchPathManager;
-using vpath_test::kFull;
-using vpath_test::kPrimary;
-
-// What the path answers, one line per question.
-std::string Answers(const MainSearchPath& path, const std::vector<ustring>& exts) {
-    std::string out = "files " + std::to_string(path.GetFileCount()) + " entries " +
-                      std::to_string(path.GetEntryCount()) + "\n";
-    for (const auto& main : *path.GetMainEntries())
-        out += "main " + Velmora::text::ToNative(main->GetAbsoluteIRI().toString()) + "\n";
-    for (const auto& method : path.GetMethodEntries())
-        out += "method " + Velmora::text::ToNative(method->GetAbsoluteIRI().toString()) + "\n";
-    for (const ustring name :
-         {u"area", u"shared", u"only", u"f", u"g", u"Cls", u"new", u"secret"}) {
-        for (const SearchScope scope : {SearchScope(kPrimary), SearchScope(kFull)}) {
-            const auto target = CreateSearchTargetWithExtensionInFilenamePreferred(name, exts);
-            const auto hit = path.FindFirstInScope(scope, target, FilenameMatchingPolicy::Exact);
-            out += hit ? Velmora::text::ToNative(hit->GetPathItem()->GetAbsoluteIRI().toString())
-                       : "-";
-            out += "\n";
-        }
-    }
-    return out;
-}
+using namespace Velmora::SearchPath;
 
 using MainSearchPathUpdateTest = vpath_test::TwoFolderPath;
 
@@ -72,8 +47,7 @@ TEST_F(MainSearchPathUpdateTest, ARefreshReadsTheFoldersThatEventsNameAndNoOther
     EXPECT_TRUE(manager.RefreshFolders({tree.IRI("one/a4.vl")}));
     const auto refreshed = manager.GetSnapshot();
     const MainSearchPathManager fresh({tree.IRI("one"), tree.IRI("two")}, {});
-    EXPECT_EQ(Answers(*refreshed, languageExtensions),
-              Answers(*fresh.GetSnapshot(), languageExtensions));
+    EXPECT_EQ(vpath_test::Answers(*refreshed), vpath_test::Answers(*fresh.GetSnapshot()));
 }
 
 }  // namespace

@@ -23,9 +23,8 @@ class PartialMatchTest : public TempTreeTest {
     void SetUp() override {
         for (const char* f : {"tb/geometry/+shapes/@Polygon/x", "tb/geometry/private/x",
                               "tb/geometry/resources/x", "tb/ab/c/x", "tb/b/c/x", "tb/B/c/x",
-                              "tb/n\xe9/+p\xff/x", "tb/stats/@Sample/x", "tb/+odd/x"}) {
+                              "tb/n\xe9/+p\xff/x", "tb/stats/@Sample/x", "tb/+odd/x"})
             tree.File(f);
-        }
         Velmora::SearchPath::ScanReport report;
         path = Velmora::SearchPath::MainSearchPath::Scan(
             {tree.IRI("tb/geometry"), tree.IRI("tb/ab/c"), tree.IRI("tb/b/c"), tree.IRI("tb/B/c"),

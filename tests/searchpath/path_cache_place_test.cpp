@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -25,13 +24,7 @@
 namespace {
 
 using foundation::storage::vfs::AbsoluteIRI;
-using Velmora::SearchPath::FolderEntryList;
-using Velmora::SearchPath::LoadCachedEntries;
-using Velmora::SearchPath::LoadPathCache;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::PathCacheSlot;
-using Velmora::SearchPath::SavePathCache;
-using Velmora::SearchPath::ScanReport;
+using namespace Velmora::SearchPath;
 using vpath_test::FaultSystem;
 namespace fs = std::filesystem;
 
@@ -112,22 +105,18 @@ TEST_F(PathCachePlace, OnlyARegularFileOfTheUsersIsReadAndAWriteReplacesWhatIsOu
         }
         EXPECT_EQ(written, c.writable);
         EXPECT_EQ(Loaded("c/p.cache"), c.writable ? 1u : 0u);
-        EXPECT_EQ(Velmora::SearchPath::ClearPathCachePlace(Native("c/p.cache")).empty(),
-                  c.writable);
+        EXPECT_EQ(ClearPathCachePlace(Native("c/p.cache")).empty(), c.writable);
     }
-    {
-        // A cache file of another user is neither read, nor written over, nor removed.
-        SavePathCache(tree.IRI("c/p.cache"), tree.IRI("c/p.cache"), entries);
-        FaultSystem faults;
-        faults.PretendOwner("/c/p.cache", 4242, 0600);
-        EXPECT_EQ(Loaded("c/p.cache"), 0u);
-        EXPECT_THROW(SavePathCache(tree.IRI("c/p.cache"), tree.IRI("c/p.cache"), entries),
-                     foundation::storage::vfs::Exception);
-        EXPECT_NE(Velmora::SearchPath::ClearPathCachePlace(Native("c/p.cache")).find("uid 4242"),
-                  std::string::npos);
-        EXPECT_EQ(Velmora::SearchPath::DescribePathCachePlace(Native("c/p.cache")),
-                  "a cache file of another user (uid 4242)");
-    }
+    // A cache file of another user is neither read, nor written over, nor removed.
+    SavePathCache(tree.IRI("c/p.cache"), tree.IRI("c/p.cache"), entries);
+    FaultSystem faults;
+    faults.PretendOwner("/c/p.cache", 4242, 0600);
+    EXPECT_EQ(Loaded("c/p.cache"), 0u);
+    EXPECT_THROW(SavePathCache(tree.IRI("c/p.cache"), tree.IRI("c/p.cache"), entries),
+                 foundation::storage::vfs::Exception);
+    EXPECT_NE(ClearPathCachePlace(Native("c/p.cache")).find("uid 4242"), std::string::npos);
+    EXPECT_EQ(DescribePathCachePlace(Native("c/p.cache")),
+              "a cache file of another user (uid 4242)");
 }
 
 TEST_F(PathCachePlace, AFolderOthersCanWriteIsNotUsedAndSaidOnce) {
@@ -153,23 +142,19 @@ TEST_F(PathCachePlace, AFolderOthersCanWriteIsNotUsedAndSaidOnce) {
         FaultSystem faults;
         faults.PretendOwner(c.suffix, c.owner, c.mode);
         std::vector<std::string> told;
-        const Velmora::SearchPath::CacheWarning warn = [&](const std::string& w) {
-            told.push_back(w);
-        };
+        const CacheWarning warn = [&](const std::string& w) { told.push_back(w); };
         EXPECT_EQ(LoadCachedEntries(slot, folders, warn).size(), 0u);
-        EXPECT_FALSE(Velmora::SearchPath::SavePathCacheIfWorthIt(slot, {}, entries, warn));
+        EXPECT_FALSE(SavePathCacheIfWorthIt(slot, {}, entries, warn));
         EXPECT_EQ(LoadCachedEntries(slot, folders, warn).size(), 0u);
         ASSERT_EQ(told.size(), 1u);
         EXPECT_NE(told[0].find(Native(std::string(c.suffix).substr(1)) + " " + c.told),
                   std::string::npos)
             << told[0];
     }
-    {
-        // Everything of another user: the home and its caches are not the user's.
-        FaultSystem faults;
-        faults.PretendUser(4242);
-        EXPECT_EQ(LoadCachedEntries(slot, folders).size(), 0u);
-    }
+    // Everything of another user: the home and its caches are not the user's.
+    FaultSystem faults;
+    faults.PretendUser(4242);
+    EXPECT_EQ(LoadCachedEntries(slot, folders).size(), 0u);
 }
 
 TEST_F(PathCachePlace, FoldersAndFilesAreTheUsersAloneWhateverTheUmask) {
@@ -220,12 +205,12 @@ TEST_F(PathCachePlace, AWriteLeavesNoLeftoversAndKeepsTheFolderBounded) {
     std::size_t caches = 0;
     for (const auto& item : fs::directory_iterator(tree.Path("c")))
         caches += item.path().extension() == ".cache";
-    EXPECT_EQ(caches, Velmora::SearchPath::kMostPathCaches);
+    EXPECT_EQ(caches, kMostPathCaches);
     for (int i = 0; i < 9; ++i)
         EXPECT_EQ(fs::exists(tree.Path("c/" + cacheName(i))), i >= 8) << i;
     // --all: every cache and temporary file of the user's, nothing else.
     tree.File("c/notes.txt");
-    EXPECT_EQ(Velmora::SearchPath::ClearAllPathCaches(Native("c")), "");
+    EXPECT_EQ(ClearAllPathCaches(Native("c")), "");
     EXPECT_EQ(std::distance(fs::directory_iterator(tree.Path("c")), fs::directory_iterator()), 1);
 }
 
@@ -241,7 +226,7 @@ TEST_F(PathCachePlace, AStampAsNewAsItsListingIsNotTrusted) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2100));
     SavePathCache(tree.IRI("p.cache"), tree.IRI("p.cache"), listed->GetFolderEntries());
     const auto loaded = LoadPathCache(tree.IRI("p.cache"), tree.IRI("p.cache"), folders);
-    Velmora::SearchPath::EntryCache known;
+    EntryCache known;
     known.Retain(loaded);
     const auto started = MainSearchPath::Revalidate(folders, loaded, report, &known);
     EXPECT_EQ(started->GetFileCount(), 2u);

@@ -6,11 +6,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -19,26 +17,18 @@
 #include <velmora/searchpath/path_cache.hpp>
 
 #include "../../platform/searchpath/path_cache/path_cache_format.hpp"
+#include "searchpath/path_fixture.hpp"
 #include "support/fault_system.hpp"
 #include "support/temp_tree.hpp"
 
 namespace {
 
 using foundation::storage::vfs::AbsoluteIRI;
-using Velmora::PathManagement::IPathEntry;
-using Velmora::PathManagement::SearchScope;
-using Velmora::SearchPath::EntryCache;
-using Velmora::SearchPath::FolderEntryList;
-using Velmora::SearchPath::LoadPathCache;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::ParsePathCache;
-using Velmora::SearchPath::PathCacheFactory;
-using Velmora::SearchPath::SavePathCache;
-using Velmora::SearchPath::ScanReport;
+using namespace Velmora::SearchPath;
+using vpath_test::Answers;
 using vpath_test::FaultSystem;
 namespace fs = std::filesystem;
 
-constexpr std::uint32_t kFull[] = {0, 1, 2, 3, 5};
 const AbsoluteIRI kRoot(u"file:///home/ada/.config/vpath/pathdef");
 
 constexpr std::int64_t kSecond = 1'000'000'000;
@@ -47,44 +37,6 @@ std::int64_t NowNs() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::system_clock::now().time_since_epoch())
         .count();
-}
-
-// Everything a lookup can see of a path: each entry with its kind, locations and files, and the
-// path-wide answers for every file name (first and all holders, exact and ignoring case).
-std::string Answers(const MainSearchPath& path) {
-    using Velmora::PathManagement::FilenameMatchingPolicy;
-    using Velmora::PathManagement::detail::SearchTarget;
-    std::ostringstream out;
-    std::vector<std::pair<ustring, ustring>> names = {{u"absent", u".vl"}, {u"AREA", u".vl"}};
-    path.ForEachEntry(SearchScope(kFull), [&](const std::shared_ptr<const IPathEntry>& entry) {
-        out << static_cast<int>(entry->GetPathEntryType()) << ' '
-            << Velmora::text::ToNative(entry->GetAbsoluteIRI().toString()) << " -> "
-            << Velmora::text::ToNative(entry->GetCanonicalAbsoluteIRI().toString()) << ':';
-        for (const auto& item : *entry->GetItems()) {
-            out << ' ' << Velmora::text::ToNative(item->GetFileName());
-            names.emplace_back(item->GetName(), item->GetExtension());
-        }
-        out << '\n';
-        return false;
-    });
-    const auto where = [](const Velmora::PathManagement::FoundItem& found) {
-        return Velmora::text::ToNative(found.GetPathEntry()->GetAbsoluteIRI().toString() + u" " +
-                                       found.GetPathItem()->GetFileName());
-    };
-    for (const auto& [name, extension] : names) {
-        const std::vector<ustring> extensions = {extension};
-        for (const auto policy :
-             {FilenameMatchingPolicy::PlatformDefault, FilenameMatchingPolicy::IgnoreCase}) {
-            const SearchTarget target(name, extensions);
-            out << Velmora::text::ToNative(name + extension) << static_cast<int>(policy) << ':';
-            if (const auto first = path.FindFirstInScope(SearchScope(kFull), target, policy))
-                out << " first " << where(*first);
-            for (const auto& found : path.FindAllInScope(SearchScope(kFull), target, policy))
-                out << " | " << where(found);
-            out << '\n';
-        }
-    }
-    return out.str();
 }
 
 // Sets the times of a folder (access and modification) to `ns`.
@@ -107,9 +59,8 @@ class PathCache : public vpath_test::TempTreeTest {
         for (const char* f :
              {"one/area.vl", "one/+pkg/f.vl", "one/+pkg/@Cls/Cls.vl", "one/@Point/Point.vl",
               "one/private/secret.vl", "one/resources/data.txt", "two/only.vl", "two/caf\xE9.vl",
-              "two/area.vl", "two/+pkg/f.vl"}) {
+              "two/area.vl", "two/+pkg/f.vl"})
             tree.File(f);
-        }
         tree.Folder("target/+linked");
         tree.File("target/+linked/l.vl");
         tree.Link("two/+linked", tree.Path("target/+linked").string());
@@ -234,7 +185,7 @@ TEST_F(PathCache, ChangeInTheTickOfWritingIsSeenOnCoarseFileSystems) {
     EXPECT_NE(Answers(*Start()).find("b.vl"), std::string::npos);
 }
 
-using Velmora::SearchPath::path_cache_internal::Reseal;
+using path_cache_internal::Reseal;
 
 TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
     const auto scanned = Scan();
@@ -248,7 +199,7 @@ TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
         {"empty", ""},
         {"other version", Reseal([&] {
              auto b = good;
-             b[8] = static_cast<char>(Velmora::SearchPath::path_cache_internal::kVersion + 1);
+             b[8] = static_cast<char>(path_cache_internal::kVersion + 1);
              return b;
          }())},
         {"other byte order", Reseal([&] {
@@ -277,12 +228,10 @@ TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
         SCOPED_TRACE("written for another root");
         EXPECT_TRUE(ParsePathCache(good, AbsoluteIRI(u"file:///other/pathdef"), why).empty());
     }
-    {
-        SCOPED_TRACE("a folder where the cache should be");
-        fs::remove(tree.Path("path.cache"));
-        tree.Folder("path.cache");
-        EXPECT_EQ(Answers(*Start()), expected);
-    }
+    SCOPED_TRACE("a folder where the cache should be");
+    fs::remove(tree.Path("path.cache"));
+    tree.Folder("path.cache");
+    EXPECT_EQ(Answers(*Start()), expected);
 }
 
 TEST_F(PathCache, StampsNearTheTimeOfWritingAreNotTrusted) {
@@ -350,6 +299,6 @@ TEST(PathCacheWorth, WrittenOnceMoreThanA64thOfThePathWouldBeListedAgain) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(Velmora::SearchPath::CacheWorthSaving(c.saved, c.entries), c.worth);
+        EXPECT_EQ(CacheWorthSaving(c.saved, c.entries), c.worth);
     }
 }

@@ -19,10 +19,7 @@ namespace {
 
 using namespace Velmora::PathManagement;
 using Velmora::PathManagement::detail::SearchTarget;
-using Velmora::SearchPath::FolderEntry;
-using Velmora::SearchPath::FolderScanner;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::ScanReport;
+using namespace Velmora::SearchPath;
 using Entries = std::vector<std::shared_ptr<const FolderEntry>>;
 
 // Folders that may stand on the path: "f0/+pkg" is also a special folder of f0.
@@ -115,8 +112,8 @@ void Check(bool fromCache) {
         known.push_back(FolderScanner().ScanMainEntry(tree.IRI(folder), report));
     if (fromCache) {
         std::ofstream(tree.Path("path.cache"), std::ios::binary)
-            << Velmora::SearchPath::PathCacheFactory(known).Encode(tree.IRI("root"));
-        known = Velmora::SearchPath::LoadPathCache(tree.IRI("path.cache"), tree.IRI("root"));
+            << PathCacheFactory(known).Encode(tree.IRI("root"));
+        known = LoadPathCache(tree.IRI("path.cache"), tree.IRI("root"));
         RC_ASSERT(known.size() == kFolders.size());
     }
     auto path = MainSearchPath::Create(Pick(known));

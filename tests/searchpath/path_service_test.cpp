@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -52,6 +53,18 @@ TEST(ServiceProtocol, RoundTripsAndRefusesEveryTruncation) {
         EXPECT_FALSE(ParseReply(replied.substr(0, size))) << size;
 }
 
+// A batch that answers each piece with the number of files on the path.
+class CountingBatch final : public ServiceBatch {
+  public:
+    explicit CountingBatch(MainSearchPathManager& manager) : m_manager(manager) {}
+    ServiceReply Answer(std::string_view) override {
+        return {0, std::to_string(m_manager.GetSnapshot()->GetFileCount()), {}};
+    }
+
+  private:
+    MainSearchPathManager& m_manager;
+};
+
 // A service of a path of one folder, in a runtime folder of the test's own, served on a thread.
 class ServedPath : public ::testing::Test {
   protected:
@@ -73,6 +86,8 @@ class ServedPath : public ::testing::Test {
                      const auto path = manager.GetSnapshot();
                      return ServiceReply{0, std::to_string(path->GetFileCount()), {}};
                  },
+             .batch = [](const ServiceRequest&, MainSearchPathManager& manager,
+                         ServiceReply&) { return std::make_unique<CountingBatch>(manager); },
              .log = {}},
             problem, error);
         ASSERT_TRUE(m_service) << problem;
@@ -156,6 +171,29 @@ TEST_F(ServedPath, DeclinesAnotherPathsQuestion) {
     request.pathDefinition = m_pathdef + ".other";
     EXPECT_FALSE(AskPathService(m_service->Place(), request, {}));
     EXPECT_EQ(m_answered.load(), 0);
+}
+
+TEST_F(ServedPath, ABatchLeftOpenKeepsNoClientWaitingAndStopEndsIt) {
+    m_stop.store(true);
+    m_serving.join();
+    auto served = std::async(std::launch::async, [this] { return m_service->Serve(); });
+    ServiceRequest request;
+    request.operation = ServiceOperation::Batch;
+    request.pathDefinition = m_service->Place().pathDefinition;
+    request.settings = AnswerSettings();
+    ServiceReply opening;
+    auto batch = PathServiceBatch::Open(m_service->Place(), request, {}, opening);
+    ASSERT_TRUE(batch);
+    m_tree.File("tb/made.vl");
+    const auto piece = batch->Ask("made\n");
+    ASSERT_TRUE(piece);
+    EXPECT_EQ(piece->out, "1");
+    // While the batch waits for its next names, other clients are answered.
+    EXPECT_TRUE(Ask());
+    request.operation = ServiceOperation::Stop;
+    EXPECT_TRUE(AskPathService(m_service->Place(), request, {}));
+    ASSERT_EQ(served.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_FALSE(batch->Ask("made\n"));
 }
 
 }  // namespace

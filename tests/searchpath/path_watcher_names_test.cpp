@@ -19,25 +19,20 @@
 #include <velmora/searchpath/path_poller.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
 
+#include "searchpath/path_fixture.hpp"
 #include "support/fault_system.hpp"
-#include "support/temp_tree.hpp"
 
 namespace {
 
 using foundation::storage::vfs::AbsoluteIRI;
-using Velmora::SearchPath::FolderEntry;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::MainSearchPathManager;
-using Velmora::SearchPath::PathPoller;
-using Velmora::SearchPath::PathState;
-using Velmora::SearchPath::PathWatcher;
+using namespace Velmora::SearchPath;
 using vpath_test::FaultSystem;
 using namespace std::chrono_literals;
 
 // A manager's path with a path definition file of the test's choosing, whose reloads are counted
 // rather than read: what is watched is the question, not what the file says. Its refreshes can be
 // made slow, to hold the watcher up.
-class CountedPath final : public Velmora::SearchPath::IWatchedPath {
+class CountedPath final : public IWatchedPath {
   public:
     CountedPath(const std::vector<AbsoluteIRI>& folders, std::string pathDefinition)
         : m_manager(folders, {}), m_pathDefinition(std::move(pathDefinition)) {
@@ -85,6 +80,10 @@ class CountedPath final : public Velmora::SearchPath::IWatchedPath {
 
 class PathWatcherNamesTest : public vpath_test::TempTreeTest {
   protected:
+    void SetUp() override {
+        tree.File("one/a.vl");
+        tree.File("two/b.vl");
+    }
     void Start(const std::string& pathDefinition = {}) {
         path = std::make_unique<CountedPath>(std::vector{tree.IRI("one"), tree.IRI("two")},
                                              pathDefinition);
@@ -95,15 +94,7 @@ class PathWatcherNamesTest : public vpath_test::TempTreeTest {
                                         }});
     }
     bool Holds(const MainSearchPath& p, const std::string& relative) const {
-        const auto parent = p.GetPathEntryFromAbsoluteIRI(
-            tree.IRI(std::filesystem::path(relative).parent_path().string()),
-            Velmora::PathManagement::FilenameMatchingPolicy::Exact);
-        if (!parent)
-            return false;
-        const auto names = static_cast<const FolderEntry&>(*parent).GetFileNames();
-        return std::find(names.begin(), names.end(),
-                         Velmora::text::FromNative(
-                             std::filesystem::path(relative).filename().string())) != names.end();
+        return vpath_test::Holds(p, tree, relative);
     }
     bool WaitForFile(const std::string& relative) {
         return path->WaitFor([&](const MainSearchPath& p, int) { return Holds(p, relative); });
@@ -128,8 +119,6 @@ class PathWatcherNamesTest : public vpath_test::TempTreeTest {
 // A thread that made a file and waits for the watcher gets a state that shows the file, even when
 // the file came while the watcher was busy with an earlier one and is slow to read folders.
 TEST_F(PathWatcherNamesTest, WaitUntilSettledReturnsOnceTheRefreshIsPublished) {
-    tree.Folder("one");
-    tree.Folder("two");
     Start();
     path->refreshDelayMs = 50;
     for (int round = 0; round < 4; ++round) {
@@ -145,8 +134,6 @@ TEST_F(PathWatcherNamesTest, WaitUntilSettledReturnsOnceTheRefreshIsPublished) {
 }
 
 TEST_F(PathWatcherNamesTest, AFolderOfThePathIsFollowedByItsName) {
-    tree.File("one/a.vl");
-    tree.File("two/b.vl");
     Start();
     struct Case {
         const char* what;
@@ -231,8 +218,6 @@ TEST_F(PathWatcherNamesTest, ThePathDefinitionFileIsFollowedWhereverItLies) {
 // Other programs may hold every inotify watch or instance the user may have: what cannot be
 // watched is polled, the path definition file as well, with one warning, and the watcher runs on.
 TEST_F(PathWatcherNamesTest, OutOfInotifyWhatCannotBeWatchedIsPolled) {
-    tree.File("one/a.vl");
-    tree.File("two/b.vl");
     tree.File("pathdef", "/a\n");
     struct Case {
         const char* what;
@@ -266,8 +251,6 @@ TEST_F(PathWatcherNamesTest, OutOfInotifyWhatCannotBeWatchedIsPolled) {
 // On a file system with coarse stamps, a folder changed twice within one tick keeps the stamp of
 // the first change: a poll reads again a folder whose stamp was too recent to trust.
 TEST_F(PathWatcherNamesTest, APollReadsAgainAFolderWhoseStampWasTooRecentToTrust) {
-    tree.File("one/a.vl");
-    tree.File("two/b.vl");
     FaultSystem faulty;
     faulty.FreezeStamp("/two");  // every later change of two falls within its present tick
     CountedPath counted({tree.IRI("one"), tree.IRI("two")}, "");

@@ -16,17 +16,13 @@
 #include <velmora/searchpath/main_search_path_manager.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
 
+#include "searchpath/path_fixture.hpp"
 #include "support/fault_system.hpp"
-#include "support/temp_tree.hpp"
 
 namespace {
 
-using Velmora::SearchPath::EarlyWatches;
-using Velmora::SearchPath::FolderEntry;
-using Velmora::SearchPath::MainSearchPath;
-using Velmora::SearchPath::MainSearchPathManager;
-using Velmora::SearchPath::PathWatcher;
-using Velmora::SearchPath::ScanReport;
+using foundation::storage::vfs::AbsoluteIRI;
+using namespace Velmora::SearchPath;
 using namespace std::chrono_literals;
 
 // Every entry under `entry` with its files, one per line.
@@ -50,9 +46,8 @@ class PathWatcherTest : public vpath_test::TempTreeTest {
   protected:
     void SetUp() override {
         for (const char* f : {"one/area.vl", "one/+pkg/f.vl", "one/@Point/Point.vl",
-                              "one/private/p.vl", "two/only.vl", "outside/x.vl"}) {
+                              "one/private/p.vl", "two/only.vl", "outside/x.vl"})
             tree.File(f);
-        }
     }
 
     // Starts the manager of `folders` (one and two if none), and its watcher.
@@ -62,7 +57,7 @@ class PathWatcherTest : public vpath_test::TempTreeTest {
     }
     void OpenManager(std::vector<std::string> folders = {},
                      MainSearchPathManager::Options managerOptions = {}) {
-        std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
+        std::vector<AbsoluteIRI> locations;
         for (const auto& folder :
              folders.empty() ? std::vector<std::string>{"one", "two"} : folders)
             locations.push_back(tree.IRI(folder));
@@ -94,16 +89,8 @@ class PathWatcherTest : public vpath_test::TempTreeTest {
         ScanReport report;
         return Describe(*MainSearchPath::Scan({tree.IRI("one"), tree.IRI("two")}, report));
     }
-    bool Holds(const MainSearchPath& path, const std::string& relative) const {
-        const auto parent = path.GetPathEntryFromAbsoluteIRI(
-            tree.IRI(std::filesystem::path(relative).parent_path().string()),
-            Velmora::PathManagement::FilenameMatchingPolicy::Exact);
-        if (!parent)
-            return false;
-        const auto names = static_cast<const FolderEntry&>(*parent).GetFileNames();
-        return std::find(names.begin(), names.end(),
-                         Velmora::text::FromNative(
-                             std::filesystem::path(relative).filename().string())) != names.end();
+    bool Holds(const MainSearchPath& p, const std::string& relative) const {
+        return vpath_test::Holds(p, tree, relative);
     }
 
     // The watcher's thread calls the OS until the watcher is gone: the seam outlives it.
@@ -235,11 +222,10 @@ TEST_F(PathWatcherTest, FoldersThatLeaveThePathAreNoLongerWatched) {
         return watcher->WatchedFolderCount() == count;
     };
     foundation::core::except::Notification messages;
-    const std::vector<foundation::storage::vfs::AbsoluteIRI> onlyTwo = {tree.IRI("two")};
+    const std::vector<AbsoluteIRI> onlyTwo = {tree.IRI("two")};
     manager->ApplyPathAfterRemoving(onlyTwo, messages);
     EXPECT_TRUE(watching(1));
-    const std::vector<foundation::storage::vfs::AbsoluteIRI> both = {tree.IRI("two"),
-                                                                     tree.IRI("one")};
+    const std::vector<AbsoluteIRI> both = {tree.IRI("two"), tree.IRI("one")};
     manager->ApplyPathAfterAdding(both, messages);
     EXPECT_TRUE(watching(5));
     // Still watched as it ought to be: a change in the folder that came back is seen.

@@ -159,9 +159,8 @@ std::vector<FakePath::Placed> FakePath::Entries() const {
         add = [&](const auto& e, std::size_t main, auto parent) {
             out.push_back({e, main, parent});
             const auto subs = e->GetSubEntries();
-            for (const auto& sub : *subs) {
+            for (const auto& sub : *subs)
                 add(std::static_pointer_cast<const FakeEntry>(sub), main, e);
-            }
         };
     for (std::size_t i = 0; i < m_mains.size(); ++i)
         add(m_mains[i], i, nullptr);
@@ -226,9 +225,8 @@ std::shared_ptr<const IPathEntry> FakePath::GetPathEntryFromAbsoluteIRI(
     const AbsoluteIRI& location, FilenameMatchingPolicy policy) const {
     m_log.Record("GetPathEntryFromAbsoluteIRI", policy);
     for (const auto& p : Entries()) {
-        if (NamesMatch(p.entry->GetAbsoluteIRI().toString(), location.toString(), policy)) {
+        if (NamesMatch(p.entry->GetAbsoluteIRI().toString(), location.toString(), policy))
             return p.entry;
-        }
     }
     return nullptr;
 }

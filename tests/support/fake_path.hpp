@@ -20,6 +20,7 @@
 
 namespace vpath_test {
 
+namespace pm = Velmora::PathManagement;
 using Velmora::PathManagement::FilenameMatchingPolicy;
 using Velmora::PathManagement::IPathEntry;
 using Velmora::PathManagement::PathEntryType;
@@ -31,9 +32,8 @@ class CallLog {
   public:
     void Record(std::string call) const;
     void Record(const char* operation, FilenameMatchingPolicy policy) const;
-    void Record(const char* operation, Velmora::PathManagement::SearchScope scope) const;
-    void Record(const char* operation, Velmora::PathManagement::SearchScope scope,
-                FilenameMatchingPolicy policy) const;
+    void Record(const char* operation, pm::SearchScope scope) const;
+    void Record(const char* operation, pm::SearchScope scope, FilenameMatchingPolicy policy) const;
     std::vector<std::string> Calls() const;
     void Clear() const;
 
@@ -63,9 +63,7 @@ class FakeEntry final : public IPathEntry, public std::enable_shared_from_this<F
     const CallLog& Log() const { return m_log; }
 
     PathEntryType GetPathEntryType() const override { return m_kind; }
-    std::shared_ptr<const Velmora::PathManagement::PathItemVector> GetItems() const override {
-        return m_items;
-    }
+    std::shared_ptr<const pm::PathItemVector> GetItems() const override { return m_items; }
     foundation::storage::vfs::AbsoluteIRI GetAbsoluteIRI() const override;
     foundation::storage::vfs::CanonicalAbsoluteIRI GetCanonicalAbsoluteIRI() const override;
     std::shared_ptr<const IPathEntry> GetPrivateSubEntry() const override { return m_special[0]; }
@@ -73,20 +71,17 @@ class FakeEntry final : public IPathEntry, public std::enable_shared_from_this<F
     std::shared_ptr<const IPathEntry> GetSpecialSubEntry3() const override { return m_special[2]; }
     std::shared_ptr<const IPathEntry> GetSpecialSubEntry4() const override { return m_special[3]; }
     std::shared_ptr<const IPathEntry> GetSpecialSubEntry5() const override { return m_special[4]; }
-    std::shared_ptr<const Velmora::PathManagement::PathItem> FindFile(
-        const Velmora::PathManagement::detail::SearchTarget& target,
-        FilenameMatchingPolicy policy) const override;
-    bool ForEachEntry(Velmora::PathManagement::SearchScope scope,
-                      const Velmora::PathManagement::EntryCallback& callback) const override;
-    Velmora::PathManagement::SharedNameMatcher GetExtensionMatcher(
-        FilenameMatchingPolicy policy) const override;
+    std::shared_ptr<const pm::PathItem> FindFile(const pm::detail::SearchTarget& target,
+                                                 FilenameMatchingPolicy policy) const override;
+    bool ForEachEntry(pm::SearchScope scope, const pm::EntryCallback& callback) const override;
+    pm::SharedNameMatcher GetExtensionMatcher(FilenameMatchingPolicy policy) const override;
     ustring GetName() const override { return m_iri.getName(); }
-    Velmora::PathManagement::SharedPathEntryVector GetSubEntries() const override;
+    pm::SharedPathEntryVector GetSubEntries() const override;
 
   private:
     foundation::storage::vfs::AbsoluteIRI m_iri;
     PathEntryType m_kind{};
-    std::shared_ptr<Velmora::PathManagement::PathItemVector> m_items;
+    std::shared_ptr<pm::PathItemVector> m_items;
     std::shared_ptr<const IPathEntry> m_special[5];
     std::vector<std::shared_ptr<const FakeEntry>> m_children;
     bool m_throwOnIRI = false;
@@ -100,7 +95,7 @@ class FakeEntry final : public IPathEntry, public std::enable_shared_from_this<F
 // logs every operation that takes a policy, and the walks; ConcurrentForEachEntry calls back on
 // another thread. GetMainEntryForEntry and GetParentEntryForEntry throw std::logic_error for an
 // entry that is not on the path: callers must ask IsEntryOnPath first.
-class FakePath final : public Velmora::PathManagement::IPath {
+class FakePath final : public pm::IPath {
   public:
     static std::shared_ptr<FakePath> Make(std::vector<std::shared_ptr<const FakeEntry>> mains);
 
@@ -112,14 +107,13 @@ class FakePath final : public Velmora::PathManagement::IPath {
     void SetCanonical(const ustring& canonicalIri, std::shared_ptr<const IPathEntry> entry);
     const CallLog& Log() const { return m_log; }
 
-    Velmora::PathManagement::SharedPathEntryVector GetMainEntries() const override;
-    Velmora::PathManagement::PathEntryVector GetMethodEntries() const override;
-    Velmora::PathManagement::PathEntryVector GetMethodEntriesByName(
-        Velmora::PathManagement::SearchScope scope, const ustring& name,
-        FilenameMatchingPolicy policy) const override;
-    Velmora::PathManagement::PathEntryVector GetPartiallyMatchingEntries(
-        Velmora::PathManagement::SearchScope scope, const ustring& partialName,
-        FilenameMatchingPolicy policy) const override;
+    pm::SharedPathEntryVector GetMainEntries() const override;
+    pm::PathEntryVector GetMethodEntries() const override;
+    pm::PathEntryVector GetMethodEntriesByName(pm::SearchScope scope, const ustring& name,
+                                               FilenameMatchingPolicy policy) const override;
+    pm::PathEntryVector GetPartiallyMatchingEntries(pm::SearchScope scope,
+                                                    const ustring& partialName,
+                                                    FilenameMatchingPolicy policy) const override;
     std::shared_ptr<const IPathEntry> GetMainEntryForEntry(const IPathEntry& entry) const override;
     std::shared_ptr<const IPathEntry> GetParentEntryForEntry(
         const IPathEntry& entry) const override;
@@ -128,19 +122,15 @@ class FakePath final : public Velmora::PathManagement::IPath {
         FilenameMatchingPolicy policy) const override;
     std::shared_ptr<const IPathEntry> GetPathEntryFromAbsoluteIRI(
         const foundation::storage::vfs::CanonicalAbsoluteIRI& location) const override;
-    Velmora::PathManagement::OptionalFoundItem FindFirstInScope(
-        Velmora::PathManagement::SearchScope scope,
-        const Velmora::PathManagement::detail::SearchTarget& target,
-        FilenameMatchingPolicy policy) const override;
-    std::vector<Velmora::PathManagement::FoundItem> FindAllInScope(
-        Velmora::PathManagement::SearchScope scope,
-        const Velmora::PathManagement::detail::SearchTarget& target,
-        FilenameMatchingPolicy policy) const override;
-    bool ForEachEntry(Velmora::PathManagement::SearchScope scope,
-                      const Velmora::PathManagement::EntryCallback& callback) const override;
-    bool ConcurrentForEachEntry(
-        Velmora::PathManagement::SearchScope scope,
-        const Velmora::PathManagement::EntryCallback& callback) const override;
+    pm::OptionalFoundItem FindFirstInScope(pm::SearchScope scope,
+                                           const pm::detail::SearchTarget& target,
+                                           FilenameMatchingPolicy policy) const override;
+    std::vector<pm::FoundItem> FindAllInScope(pm::SearchScope scope,
+                                              const pm::detail::SearchTarget& target,
+                                              FilenameMatchingPolicy policy) const override;
+    bool ForEachEntry(pm::SearchScope scope, const pm::EntryCallback& callback) const override;
+    bool ConcurrentForEachEntry(pm::SearchScope scope,
+                                const pm::EntryCallback& callback) const override;
     bool FirstEntryIsBeforeSecondOnPath(const IPathEntry& first,
                                         const IPathEntry& second) const override;
     bool IsEntryOnPath(const IPathEntry& entry) const override;
@@ -155,8 +145,7 @@ class FakePath final : public Velmora::PathManagement::IPath {
     std::vector<Placed> Entries() const;
     const Placed* Find(const IPathEntry& entry) const;
     const Placed& FindOnPath(const IPathEntry& entry) const;
-    bool Walk(Velmora::PathManagement::SearchScope scope,
-              const Velmora::PathManagement::EntryCallback& callback) const;
+    bool Walk(pm::SearchScope scope, const pm::EntryCallback& callback) const;
 
     std::vector<std::shared_ptr<const FakeEntry>> m_mains;
     std::vector<std::pair<ustring, std::shared_ptr<const IPathEntry>>> m_canonical;

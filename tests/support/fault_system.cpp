@@ -7,17 +7,6 @@ namespace vpath_test {
 using Velmora::os::RealSystem;
 
 FaultSystem::FaultSystem() : m_override(*this) {}
-FaultSystem::~FaultSystem() = default;
-
-void FaultSystem::Fail(Op op, std::string pathSuffix, int error) {
-    std::lock_guard lock(m_mutex);
-    m_rules.push_back({op, std::move(pathSuffix), error});
-}
-
-void FaultSystem::Before(Op op, std::string pathSuffix, std::function<void()> action) {
-    std::lock_guard lock(m_mutex);
-    m_hooks.push_back({op, std::move(pathSuffix), std::move(action)});
-}
 
 int FaultSystem::Calls(Op op, const std::string& pathSuffix) const {
     std::lock_guard lock(m_mutex);
@@ -88,16 +77,6 @@ void Coarsen(Velmora::os::FileStatus& status, std::int64_t granularityNs) {
 }
 
 }  // namespace
-
-void FaultSystem::ForceOverflow() {
-    m_overflow.store(true);
-}
-
-void FaultSystem::StreamEvents(bool on) {
-    std::lock_guard lock(m_mutex);
-    m_streaming = on;
-    m_streamed.clear();
-}
 
 void FaultSystem::FreezeStamp(const std::string& pathSuffix) {
     // The status is the one the next look at a matching path finds.

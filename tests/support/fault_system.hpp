@@ -32,13 +32,18 @@ class FaultSystem final : public Velmora::os::ISystem {
     // clang-format on
 
     FaultSystem();
-    ~FaultSystem() override;
 
     // Fail: calls of `op` on a path that ends with `pathSuffix` fail with `error`.
-    void Fail(Op op, std::string pathSuffix, int error);
+    void Fail(Op op, std::string pathSuffix, int error) {
+        std::lock_guard lock(m_mutex);
+        m_rules.push_back({op, std::move(pathSuffix), error});
+    }
     // Before: runs `action` once, just before the next call of `op` on a path that ends with
     // `pathSuffix`, as another program acting at that moment would.
-    void Before(Op op, std::string pathSuffix, std::function<void()> action);
+    void Before(Op op, std::string pathSuffix, std::function<void()> action) {
+        std::lock_guard lock(m_mutex);
+        m_hooks.push_back({op, std::move(pathSuffix), std::move(action)});
+    }
     // Calls made so far of `op`, on any path or on paths ending with `pathSuffix`.
     int Calls(Op op, const std::string& pathSuffix = "") const;
     // CalledAfter: whether a call of `later` came after the last call of `earlier`.
@@ -50,10 +55,14 @@ class FaultSystem final : public Velmora::os::ISystem {
     void LoseEvents() { m_losing.store(true); }
     // ForceOverflow: the next read of a watch queue, without waiting, loses what events there are
     // and reports a queue overflow instead, as the kernel does when its queue is full.
-    void ForceOverflow();
+    void ForceOverflow() { m_overflow.store(true); }
     // StreamEvents: while on, each read of a watch queue returns at once the last events a read
     // found, as a file written without a pause would keep reporting.
-    void StreamEvents(bool on);
+    void StreamEvents(bool on) {
+        std::lock_guard lock(m_mutex);
+        m_streaming = on;
+        m_streamed.clear();
+    }
     // FreezeStamp: folders whose path ends with `pathSuffix` report, from now on, the status they
     // have now, as a change within one timestamp tick would.
     void FreezeStamp(const std::string& pathSuffix);

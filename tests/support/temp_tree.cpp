@@ -38,9 +38,8 @@ TempTree::~TempTree() {
     for (auto it = fs::recursive_directory_iterator(
              m_root, fs::directory_options::skip_permission_denied, ignored);
          it != fs::recursive_directory_iterator(); it.increment(ignored)) {
-        if (it->is_directory(ignored) && !it->is_symlink(ignored)) {
+        if (it->is_directory(ignored) && !it->is_symlink(ignored))
             fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
-        }
     }
     fs::permissions(m_root, fs::perms::owner_all, fs::perm_options::add, ignored);
     fs::remove_all(m_root, ignored);

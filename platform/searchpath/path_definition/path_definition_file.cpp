@@ -167,6 +167,10 @@ void PathDefinitionFile::KeepLastReading() {
 std::string PathDefinitionFile::DefaultLocation() {
     if (const char* chosen = std::getenv("VPATH_PATHDEF"); chosen != nullptr && *chosen != '\0')
         return chosen;
+    return UsualLocation();
+}
+
+std::string PathDefinitionFile::UsualLocation() {
     if (const char* config = std::getenv("XDG_CONFIG_HOME"); config != nullptr && *config == '/')
         return std::string(config) + "/vpath/pathdef";
     if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0')

@@ -12,7 +12,7 @@
 #include <velmora/searchpath/path_definition_file.hpp>
 #include <velmora/searchpath/service_protocol.hpp>
 
-#include "service_streams.hpp"
+#include "service/service_streams.hpp"
 
 namespace Velmora::SearchPath {
 namespace {

@@ -15,7 +15,8 @@
 #include <velmora/searchpath/cached_start.hpp>
 #include <velmora/searchpath/path_watcher.hpp>
 
-#include "service_streams.hpp"
+#include "service/service_streams.hpp"
+#include "service/socket_activation.hpp"
 
 namespace Velmora::SearchPath {
 namespace {
@@ -41,6 +42,15 @@ std::string ResidentMemory() {
     return status.substr(start, end - start);
 }
 
+// Whether a socket accepts connections at `path`.
+bool Listened(const std::string& path) {
+    int socket = -1;
+    if (os::System().SocketConnect(path, 1'000, socket) != 0)
+        return false;
+    os::System().CloseFile(socket);
+    return true;
+}
+
 }  // namespace
 
 ServiceBatch::~ServiceBatch() = default;
@@ -50,6 +60,7 @@ struct PathService::Impl {
     ServicePlace place;
     int lock = -1;
     int listener = -1;
+    bool handed = false;  // the listener is the service manager's: it outlives the service
     std::unique_ptr<MainSearchPathManager> manager;
     std::unique_ptr<PathWatcher> watcher;
     std::unique_ptr<ServiceStreams> streams;
@@ -71,7 +82,8 @@ struct PathService::Impl {
         streams.reset();
         watcher.reset();
         if (listener >= 0) {
-            os::System().RemoveFile(place.socket);
+            if (!handed)
+                os::System().RemoveFile(place.socket);
             os::System().CloseFile(listener);
         }
         manager.reset();
@@ -147,7 +159,7 @@ struct PathService::Impl {
     void AnswerBatch(int socket, const ServiceRequest& request) {
         auto& system = os::System();
         std::unique_ptr<ServiceBatch> batch;
-        ServiceReply opening{kDeclined, {}, {}};
+        ServiceReply opening;
         if (request.pathDefinition == place.pathDefinition && SameSettings(request) &&
             options.batch) {
             Sync();
@@ -325,13 +337,27 @@ std::unique_ptr<PathService> PathService::Open(Options options, std::string& pro
     impl->place = *place;
     if (problem = ServiceFolderProblem(place->folder, true); !problem.empty())
         return nullptr;
+    auto handed = detail::TakeHandedSocket(place->socket);
+    if (!handed.problem.empty()) {
+        problem = handed.problem;
+        return nullptr;
+    }
+    impl->listener = handed.descriptor;
+    impl->handed = handed.descriptor >= 0;
     auto& system = os::System();
     if (const int err = system.OpenLockFile(place->lock, impl->lock); err != 0) {
         impl->lock = -1;
         problem = fmt::format("cannot open {}: {}", place->lock, os::ErrorText(err));
         return nullptr;
     }
-    if (const int err = system.LockExclusive(impl->lock, false); err != 0) {
+    int locked = system.LockExclusive(impl->lock, false);
+    // The service manager starts its service whenever a client connects: one that gave way to a
+    // service started by hand would only be started again and again, so it waits for that one.
+    if (locked == EWOULDBLOCK && impl->handed) {
+        impl->Log(fmt::format("waiting for the path service that holds {} to end", place->lock));
+        locked = system.LockExclusive(impl->lock, true);
+    }
+    if (const int err = locked; err != 0) {
         if (err == EWOULDBLOCK)
             error = OpenError::AlreadyRunning;
         problem = err == EWOULDBLOCK
@@ -339,9 +365,22 @@ std::unique_ptr<PathService> PathService::Open(Options options, std::string& pro
                       : fmt::format("cannot lock {}: {}", place->lock, os::ErrorText(err));
         return nullptr;
     }
+    // The lock is ours, so no other service listens at the socket: something that does is the
+    // service manager's socket unit, which starts its own service there when a client connects.
+    if (!impl->handed && Listened(place->socket)) {
+        error = OpenError::AlreadyRunning;
+        problem = fmt::format(
+            "the user's service manager listens at {} (vpath.socket): it starts "
+            "the path service there when a command connects",
+            place->socket);
+        return nullptr;
+    }
     const auto log = [impl = impl.get()](const std::string& message) { impl->Log(message); };
     MainSearchPathManager::Options managerOptions;
     managerOptions.pathDefinition.emplace(place->pathDefinition);
+    // The service changes the path for its clients: each change reads the file again under its
+    // lock, and finds there what it saved last, which is then not parsed again.
+    managerOptions.pathDefinition->KeepLastReading();
     // A large path's watches are set up from what its cache knows while the path is checked
     // against the disk, not after.
     // Shared with the manager, which keeps the options: nothing of this frame is captured.
@@ -382,12 +421,14 @@ std::unique_ptr<PathService> PathService::Open(Options options, std::string& pro
     impl->streams = ServiceStreams::Open(*place, *impl->manager, log, problem);
     if (!impl->streams)
         return nullptr;
-    // The lock is ours: a socket left there is a dead service's.
-    system.RemoveFile(place->socket);
-    if (const int err = system.SocketListen(place->socket, impl->listener); err != 0) {
-        impl->listener = -1;
-        problem = fmt::format("cannot listen at {}: {}", place->socket, os::ErrorText(err));
-        return nullptr;
+    if (!impl->handed) {
+        // The lock is ours and nothing listens: a socket left there is a dead service's.
+        system.RemoveFile(place->socket);
+        if (const int err = system.SocketListen(place->socket, impl->listener); err != 0) {
+            impl->listener = -1;
+            problem = fmt::format("cannot listen at {}: {}", place->socket, os::ErrorText(err));
+            return nullptr;
+        }
     }
     error = OpenError::None;
     return std::unique_ptr<PathService>(new PathService(std::move(impl)));

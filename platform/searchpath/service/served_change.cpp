@@ -8,7 +8,7 @@
 #include <velmora/pathmanagement/search_target.hpp>
 #include <velmora/text/ustring.hpp>
 
-#include "wire.hpp"
+#include "service/wire.hpp"
 
 namespace Velmora::SearchPath {
 namespace {

@@ -8,6 +8,7 @@
 #include <velmora/cwf/current_working_folder.hpp>
 #include <velmora/os/system.hpp>
 #include <velmora/searchpath/path_cache.hpp>
+#include <velmora/searchpath/path_definition_file.hpp>
 #include <velmora/text/ustring.hpp>
 
 #include <foundation/storage/vfs/iri_conversion.hpp>
@@ -36,6 +37,11 @@ std::string StateFolder() {
     return {};
 }
 
+std::string Absolute(const std::string& path) {
+    return text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(
+        current_working_folder::CurrentWorkingFolder().resolve(text::FromNative(path))));
+}
+
 }  // namespace
 
 std::string ServiceFolder() {
@@ -50,10 +56,16 @@ std::optional<ServicePlace> PlaceOfService(const std::string& pathDefinition) {
     if (folder.empty() || pathDefinition.empty())
         return std::nullopt;
     ServicePlace place;
-    place.pathDefinition = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(
-        current_working_folder::CurrentWorkingFolder().resolve(text::FromNative(pathDefinition))));
-    const std::string name = PathCacheFileName(text::FromNative(place.pathDefinition));
-    place.key = name.substr(0, name.find('.'));
+    place.pathDefinition = Absolute(pathDefinition);
+    // The user's service manager cannot hash a location: the socket unit listens at a fixed name,
+    // which is the usual path's.
+    const std::string usual = PathDefinitionFile::UsualLocation();
+    if (!usual.empty() && Absolute(usual) == place.pathDefinition) {
+        place.key = kUsualPathServiceKey;
+    } else {
+        const std::string name = PathCacheFileName(text::FromNative(place.pathDefinition));
+        place.key = name.substr(0, name.find('.'));
+    }
     place.folder = folder;
     place.socket = folder + "/" + place.key + ".sock";
     place.lock = folder + "/" + place.key + ".lock";

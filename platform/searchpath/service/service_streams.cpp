@@ -1,4 +1,4 @@
-#include "service_streams.hpp"
+#include "service/service_streams.hpp"
 
 #include <atomic>
 #include <cerrno>
@@ -8,7 +8,7 @@
 
 #include <velmora/searchpath/served_change.hpp>
 
-#include "wire.hpp"
+#include "service/wire.hpp"
 
 namespace Velmora::SearchPath {
 namespace {

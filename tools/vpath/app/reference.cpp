@@ -195,6 +195,12 @@ const std::vector<ReferenceSection> kSections = {
           "`vpath service stop` ends it, and it ends by itself after 30 minutes without a "
           "request (`--idle-timeout`). Commands given `--path`, `--path-file` or `--example`, "
           "and `--no-service`, answer without it."},
+         {nullptr,
+          "With systemd, `systemctl --user enable --now vpath.socket` has the user's service "
+          "manager start the service of the usual path definition file (the one named without "
+          "`VPATH_PATHDEF`) when a command connects to `$XDG_RUNTIME_DIR/vpath/default.sock`; "
+          "the service still ends when idle and systemd starts it again at the next command. A "
+          "service started by hand while the socket unit listens leaves it to systemd's."},
      }},
     {"ENVIRONMENT",
      "environment",
@@ -225,6 +231,8 @@ const std::vector<ReferenceSection> kSections = {
          {"~/.config/vpath/.pathdef.lock", "The lock of its changes."},
          {"~/.cache/vpath/*.cache", "The path caches."},
          {"/usr/share/vpath/examples/toolbox", "The example toolbox of `--example`."},
+         {"/usr/lib/systemd/user/vpath.socket",
+          "The user unit that starts the path service of the usual path (with `vpath.service`)."},
      }},
 };
 

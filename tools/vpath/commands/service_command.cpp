@@ -8,6 +8,7 @@
 //   vpath service run        run it in the foreground, logging to standard error
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <iostream>
@@ -171,17 +172,31 @@ int Start(const PathOptions& pathOptions, const ServiceOptions& options) {
     return kExitTrouble;
 }
 
+// The process id that a status reply names on its first line ("pid N").
+std::uint32_t ProcessOf(const ServiceReply& status) {
+    std::uint32_t process = 0;
+    if (status.out.starts_with("pid "))
+        std::from_chars(status.out.data() + 4, status.out.data() + status.out.size(), process);
+    return process;
+}
+
 int Stop(const PathOptions& pathOptions) {
     const auto place = ServicePlaceOf(pathOptions);
-    if (!place || !Ask(*place, ServiceOperation::Stop)) {
+    const auto status = place ? Ask(*place, ServiceOperation::Status) : std::nullopt;
+    if (!status || !Ask(*place, ServiceOperation::Stop)) {
         Fail("no path service runs for this path");
         return kExitNotFound;
     }
-    // The service removes its socket as it ends: stop returns once it is gone.
+    // Stop returns once the service's process has ended, its last writes (the path cache, in the
+    // background) done: whoever stops it may then remove what it wrote. Without its process id,
+    // the socket it removes as it ends is waited for (unless it is systemd's, which stays).
+    const std::uint32_t process = ProcessOf(*status);
+    auto& system = Velmora::os::System();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    Velmora::os::FileStatus status;
+    Velmora::os::FileStatus socket;
     while (std::chrono::steady_clock::now() < deadline &&
-           Velmora::os::System().LinkStatus(place->socket, status) == 0) {
+           (process != 0 ? system.ProcessExists(process)
+                         : system.LinkStatus(place->socket, socket) == 0)) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return kExitOk;
@@ -221,7 +236,9 @@ Command RegisterService(CLI::App& app, const PathOptions& pathOptions) {
     }
     service->footer(
         "Commands use the service of their saved path when it runs; --no-service or "
-        "VPATH_SERVICE=off answer without it, and VPATH_SERVICE=auto starts it when none runs.");
+        "VPATH_SERVICE=off answer without it, and VPATH_SERVICE=auto starts it when none runs. "
+        "With systemd, 'systemctl --user enable --now vpath.socket' starts the service of the "
+        "usual path definition file whenever a command needs it.");
     return {service, [service, options, &pathOptions] {
                 if (pathOptions.GivesPath()) {
                     throw std::runtime_error(

@@ -53,6 +53,10 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
     // DefaultLocation: $VPATH_PATHDEF if set, else $XDG_CONFIG_HOME/vpath/pathdef, else
     // $HOME/.config/vpath/pathdef; empty when none of these variables is set.
     static std::string DefaultLocation();
+    // UsualLocation: DefaultLocation as it is when VPATH_PATHDEF is not set. Programs started by
+    // the user's service manager (systemd's user units) do not see the shell's VPATH_PATHDEF:
+    // this is the path they serve.
+    static std::string UsualLocation();
 
     const std::string& GetNativePath() const noexcept { return m_path; }
 

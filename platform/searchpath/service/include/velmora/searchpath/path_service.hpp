@@ -17,6 +17,12 @@
 //   return service->Serve();  // until stopped, or idle for idleTimeout
 //
 // One service per saved path: Open fails (AlreadyRunning) while another holds the lock.
+//
+// Started by the user's systemd (vpath.socket, socket activation), it serves the listening socket
+// handed over for its place instead of making one, and leaves it to systemd when it ends. While a
+// service started by hand holds the lock, it waits for that one to end: systemd would only start
+// it again and again. Started by hand while that socket unit listens at its place, it leaves the
+// place to systemd's service (AlreadyRunning).
 
 #include <chrono>
 #include <cstdint>
@@ -65,8 +71,8 @@ class VELMORA_SEARCHPATH_EXPORT PathService {
 
     enum class OpenError { None, AlreadyRunning, Failed };
 
-    // Open: takes the lock, opens the manager and its watcher and listens. Null when it cannot,
-    // with why in `problem` and `error`.
+    // Open: takes the lock, opens the manager and its watcher and listens (or takes the socket
+    // that systemd handed over). Null when it cannot, with why in `problem` and `error`.
     static std::unique_ptr<PathService> Open(Options options, std::string& problem,
                                              OpenError& error);
     ~PathService();
@@ -75,7 +81,8 @@ class VELMORA_SEARCHPATH_EXPORT PathService {
 
     // Serve: answers requests, each connection on a thread of its own, until a Stop request, or
     // until no connection was open for the idle timeout; then ends the connections still open and
-    // removes the socket. Returns the exit status for the process (0).
+    // removes the socket, unless systemd handed it over. Returns the exit status for the process
+    // (0).
     int Serve();
 
     const ServicePlace& Place() const noexcept;

@@ -6,6 +6,9 @@
 //                          cache's file name does)
 //   <32 hex digits>.lock   the lock (flock) its one service holds while it runs
 // and logs, when started in the background, to $XDG_STATE_HOME/vpath/service-<hex>.log.
+// The usual path (PathDefinitionFile::UsualLocation, where the path is saved when VPATH_PATHDEF
+// does not say otherwise) has "default" in place of the hex digits: default.sock is where the
+// user's systemd socket unit (vpath.socket) listens, since systemd cannot compute the hash.
 //
 // The folder is $XDG_RUNTIME_DIR/vpath, else the path cache folder's "run" folder. The service and
 // its clients use it only when it is the user's alone: a folder of the user's, 0700, in a folder
@@ -18,10 +21,13 @@
 
 namespace Velmora::SearchPath {
 
+// The name of the usual path's service files (default.sock, default.lock).
+inline constexpr char kUsualPathServiceKey[] = "default";
+
 // ServicePlace: the files of one path's service.
 struct ServicePlace {
     std::string pathDefinition;  // the path definition file, absolute
-    std::string key;             // the 32 hex digits
+    std::string key;             // the 32 hex digits, or kUsualPathServiceKey
     std::string folder;
     std::string socket;
     std::string lock;
