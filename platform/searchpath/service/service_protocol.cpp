@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "wire.hpp"
+
 namespace Velmora::SearchPath {
 namespace {
 
@@ -10,75 +12,10 @@ constexpr std::string_view kHello = "VPhi";
 constexpr std::string_view kRequest = "VPrq";
 constexpr std::string_view kReply = "VPrp";
 
-void PutNumber(std::string& out, std::uint32_t value) {
-    for (int i = 0; i < 4; ++i)
-        out += static_cast<char>((value >> (8 * i)) & 0xFF);
-}
-
-void PutBytes(std::string& out, std::string_view bytes) {
-    PutNumber(out, static_cast<std::uint32_t>(bytes.size()));
-    out += bytes;
-}
-
-std::string Opening(std::string_view kind) {
-    std::string out(kind);
-    PutNumber(out, kServiceProtocolVersion);
-    return out;
-}
-
-// Reads a message front to back; any read past its end marks it malformed.
-class Reader {
-  public:
-    explicit Reader(std::string_view bytes) : m_rest(bytes) {}
-
-    bool Opening(std::string_view kind) {
-        if (!m_rest.starts_with(kind))
-            return Fail();
-        m_rest.remove_prefix(kind.size());
-        return Number() == kServiceProtocolVersion && m_good;
-    }
-    std::uint32_t Number() {
-        if (m_rest.size() < 4)
-            return Fail(), 0;
-        const std::uint32_t value = FrameLength(m_rest);
-        m_rest.remove_prefix(4);
-        return value;
-    }
-    std::uint8_t Byte() {
-        if (m_rest.empty())
-            return Fail(), 0;
-        const auto value = static_cast<std::uint8_t>(m_rest[0]);
-        m_rest.remove_prefix(1);
-        return value;
-    }
-    std::string Bytes() {
-        const std::uint32_t size = Number();
-        if (size > m_rest.size())
-            return Fail(), std::string();
-        std::string value(m_rest.substr(0, size));
-        m_rest.remove_prefix(size);
-        return value;
-    }
-    // Count: a number of items of at least 4 bytes each, checked against what is left, so that
-    // a forged count cannot make the reader reserve more than the message holds.
-    std::uint32_t Count() {
-        const std::uint32_t count = Number();
-        if (count > m_rest.size() / 4)
-            return Fail(), 0;
-        return count;
-    }
-    bool Done() const { return m_good && m_rest.empty(); }
-    bool Good() const { return m_good; }
-
-  private:
-    bool Fail() {
-        m_good = false;
-        m_rest = {};
-        return false;
-    }
-    std::string_view m_rest;
-    bool m_good = true;
-};
+using wire::Opening;
+using wire::PutBytes;
+using wire::PutNumber;
+using wire::Reader;
 
 }  // namespace
 
