@@ -30,7 +30,12 @@ def service_processes(pathdef):
     return found
 
 
-class Service(cli_test.OwnPathDefinition, unittest.TestCase):
+class OwnService(cli_test.OwnPathDefinition):
+    """A fixture: the test's own runtime, state and cache folders, the saved path holding
+    `FILES`' folders a and b, and no service left running after the test."""
+
+    FILES = (b"a/area.vl", b"b/clamp.vl")
+
     def setUp(self):
         super().setUp()
         run = os.path.join(self.root, b"run")
@@ -39,8 +44,7 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
                         XDG_STATE_HOME=os.fsdecode(os.path.join(self.root, b"state")),
                         XDG_CACHE_HOME=os.fsdecode(os.path.join(self.root, b"cache")))
         self.env.pop("VPATH_SERVICE", None)
-        for name in (b"a/area.vl", b"a/+pkg/inner.vl", b"a/private/helper.vl", b"b/area.vlp",
-                     b"b/clamp.vl", b"b/@Shape/Shape.vl", b"a/caf\xe9.vl"):
+        for name in self.FILES:
             self.file(name)
         self.assertEqual(self.vpath("add", "--end", "a", "b")[0], 0)
 
@@ -55,6 +59,11 @@ class Service(cli_test.OwnPathDefinition, unittest.TestCase):
     def start(self):
         status, out, err = self.vpath("service", "start")
         self.assertEqual(status, 0, err)
+
+
+class Service(OwnService, unittest.TestCase):
+    FILES = (b"a/area.vl", b"a/+pkg/inner.vl", b"a/private/helper.vl", b"b/area.vlp",
+             b"b/clamp.vl", b"b/@Shape/Shape.vl", b"a/caf\xe9.vl")
 
     def status(self):
         """(exit status, {field: value}) of `vpath service status`."""

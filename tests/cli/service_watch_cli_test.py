@@ -5,13 +5,12 @@ import json
 import os
 import queue
 import re
-import signal
 import threading
 import time
 import unittest
 
 import cli_test
-from service_cli_test import service_processes
+from service_cli_test import OwnService
 
 STAMP = re.compile(rb"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z ")
 
@@ -55,29 +54,7 @@ def without_time(line):
     return STAMP.sub(b"", line)
 
 
-class WatchThroughService(cli_test.OwnPathDefinition, unittest.TestCase):
-    def setUp(self):
-        super().setUp()
-        run = os.path.join(self.root, b"run")
-        os.makedirs(run, mode=0o700)
-        self.env.update(XDG_RUNTIME_DIR=os.fsdecode(run),
-                        XDG_STATE_HOME=os.fsdecode(os.path.join(self.root, b"state")),
-                        XDG_CACHE_HOME=os.fsdecode(os.path.join(self.root, b"cache")))
-        self.env.pop("VPATH_SERVICE", None)
-        self.file(b"a/area.vl")
-        self.file(b"b/clamp.vl")
-        self.assertEqual(self.vpath("add", "--end", "a", "b")[0], 0)
-
-    def tearDown(self):
-        self.vpath("service", "stop")
-        for pid in service_processes(self.pathdef):
-            os.kill(pid, signal.SIGKILL)
-        super().tearDown()
-
-    def start(self):
-        status, out, err = self.vpath("service", "start")
-        self.assertEqual(status, 0, err)
-
+class WatchThroughService(OwnService, unittest.TestCase):
     def ready(self, watchers):
         """Touches files until every watcher has printed a line, then drops what they printed."""
         n = 0

@@ -13,24 +13,17 @@
 #include <velmora/searchpath/service_protocol.hpp>
 
 #include "service/service_streams.hpp"
+#include "service/wire.hpp"
 
 namespace Velmora::SearchPath {
 namespace {
+
+using wire::ReceiveFrame;
 
 // The most a client waits for a lookup's answer once greeted.
 constexpr int kAnswerMs = 60'000;
 // Beyond this many names the memo forgets what it holds and gathers afresh.
 constexpr std::size_t kMostRemembered = std::size_t{1} << 18;
-
-int ReceiveFrame(int socket, std::uint32_t most, int timeoutMs, std::string& payload) {
-    std::string header;
-    if (const int err = os::System().SocketReceive(socket, 4, timeoutMs, header); err != 0)
-        return err;
-    const std::uint32_t size = FrameLength(header);
-    if (size > most)
-        return EMSGSIZE;
-    return os::System().SocketReceive(socket, size, timeoutMs, payload);
-}
 
 // A connection to the service that has greeted, with `request` sent; -1 when there is none.
 int Connect(const ServicePlace& place, const ServiceRequest& request, int greetMs) {

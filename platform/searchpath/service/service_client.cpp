@@ -4,19 +4,12 @@
 
 #include <velmora/os/system.hpp>
 
+#include "wire.hpp"
+
 namespace Velmora::SearchPath {
 namespace {
 
-// Reads one frame's payload of at most `most` bytes.
-int ReceiveFrame(int socket, std::uint32_t most, int timeoutMs, std::string& payload) {
-    std::string header;
-    if (const int err = os::System().SocketReceive(socket, 4, timeoutMs, header); err != 0)
-        return err;
-    const std::uint32_t size = FrameLength(header);
-    if (size > most)
-        return EMSGSIZE;
-    return os::System().SocketReceive(socket, size, timeoutMs, payload);
-}
+using wire::ReceiveFrame;
 
 class Connection {
   public:

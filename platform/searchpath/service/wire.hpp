@@ -2,10 +2,12 @@
 // The path service's wire format, shared by its messages: little-endian numbers, strings behind
 // their length, and a reader that marks a message malformed at any read past its end.
 
+#include <cerrno>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include <velmora/os/system.hpp>
 #include <velmora/searchpath/service_protocol.hpp>
 
 namespace Velmora::SearchPath::wire {
@@ -88,5 +90,17 @@ class Reader {
     std::string_view m_rest;
     bool m_good = true;
 };
+
+// ReceiveFrame: reads one frame from `socket` into `payload`, waiting at most `timeoutMs` for
+// each part; EMSGSIZE when its payload would be over `most` bytes.
+inline int ReceiveFrame(int socket, std::uint32_t most, int timeoutMs, std::string& payload) {
+    std::string header;
+    if (const int err = os::System().SocketReceive(socket, 4, timeoutMs, header); err != 0)
+        return err;
+    const std::uint32_t size = FrameLength(header);
+    if (size > most)
+        return EMSGSIZE;
+    return os::System().SocketReceive(socket, size, timeoutMs, payload);
+}
 
 }  // namespace Velmora::SearchPath::wire
