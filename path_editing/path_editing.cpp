@@ -1,6 +1,7 @@
 #include <velmora/pathmanagement/path_editing.hpp>
 
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include <boost/unordered/unordered_set.hpp>
@@ -40,16 +41,31 @@ std::vector<AbsoluteIRI> FirstOccurrences(const detail::AnyRangeAdapter<Absolute
     return unique;
 }
 
-// The folders of `current` that are in neither set, in order, in a vector of exactly their size.
+// The folders of `current` that are in neither set, in order.
 std::vector<AbsoluteIRI> FoldersOutside(const std::vector<AbsoluteIRI>& current,
                                         const IRISet& first, const IRISet& second) {
-    const auto keep = [&](const AbsoluteIRI& folder) {
-        return !first.contains(folder) && !second.contains(folder);
-    };
     std::vector<AbsoluteIRI> kept;
-    kept.reserve(static_cast<std::size_t>(std::count_if(current.begin(), current.end(), keep)));
-    std::copy_if(current.begin(), current.end(), std::back_inserter(kept), keep);
+    kept.reserve(current.size());
+    for (const AbsoluteIRI& folder : current) {
+        if (!(!first.empty() && first.contains(folder)) &&
+            !(!second.empty() && second.contains(folder))) {
+            kept.push_back(folder);
+        }
+    }
     return kept;
+}
+
+// Those of `wanted` that the path `current` holds. One pass over the path with a set of the few
+// folders asked about, rather than a set of the whole path.
+IRISet OnPath(const std::vector<AbsoluteIRI>& current, const IRISet& wanted) {
+    IRISet found = SmallSet();
+    if (wanted.empty())
+        return found;
+    for (const AbsoluteIRI& folder : current) {
+        if (wanted.contains(folder))
+            found.insert(folder);
+    }
+    return found;
 }
 
 // Hands the new path to the manager. A recursive change is the manager's way of refusing a change
@@ -102,27 +118,31 @@ Notification RemoveIRIsFromVorlanPath(const detail::AnyRangeAdapter<AbsoluteIRI>
                                       IMainSearchPathManager& manager) {
     Notification result;
     const auto current = manager.GetPathFolderIRIs();
-    const IRISet onPath(current->begin(), current->end());
     IRISet given = SmallSet();
-    IRISet canonical = SmallSet();
-    for (const AbsoluteIRI& folder : folders) {
+    for (const AbsoluteIRI& folder : folders)
         given.insert(folder);
+    const IRISet onPath = OnPath(*current, given);
+    // Those not on the path as written: perhaps there through another name of the same folder. A
+    // folder without a canonical form is not on the path in that form either; only that failure
+    // is swallowed.
+    IRISet canonical = SmallSet();
+    std::vector<std::pair<const AbsoluteIRI*, std::optional<AbsoluteIRI>>> elsewhere;
+    for (const AbsoluteIRI& folder : folders) {
         if (onPath.contains(folder))
             continue;
-        // Not on the path as written: perhaps through another name of the same folder. A folder
-        // without a canonical form is not on the path in that form either; only that failure is
-        // swallowed.
         std::optional<AbsoluteIRI> real;
         try {
             real = GetCanonicalIRI(folder);
         } catch (...) {
         }
-        if (real) {
+        if (real)
             canonical.insert(*real);
-            if (onPath.contains(*real))
-                continue;
-        }
-        result.Add(VORLAN::rmpath::DirNotFound(GetStringFromIRI(folder)));
+        elsewhere.emplace_back(&folder, std::move(real));
+    }
+    const IRISet canonicalOnPath = OnPath(*current, canonical);
+    for (const auto& [folder, real] : elsewhere) {
+        if (!real || !canonicalOnPath.contains(*real))
+            result.Add(VORLAN::rmpath::DirNotFound(GetStringFromIRI(*folder)));
     }
     if (!result.empty())
         return result;

@@ -119,6 +119,52 @@ TEST_F(PathDefinition, AKeptReadingTellsWhetherTheFileStillHoldsAPath) {
               (std::vector{AbsoluteIRI(u"file:///x"), AbsoluteIRI(u"file:///y")}));
 }
 
+// A change saved with a kept reading keeps the reading of what it wrote, so that the next reading
+// parses nothing; what it keeps reads as a fresh reading of the file does, whatever the file held.
+TEST_F(PathDefinition, ASavedChangeIsKeptAsTheReadingOfWhatItWrote) {
+    const AbsoluteIRI a(u"file:///a"), b(u"file:///b"), c(u"file:///c"), n(u"file:///n");
+    const AbsoluteIRI return_(u"file:///r%0D");  // a name that ends in a carriage return
+    const std::pair<const char*, std::vector<AbsoluteIRI>> cases[] = {
+        {"# mine\n/a\n\n/b\n# end\n", {n, a, b}},
+        {"/a\r\n# c\r\n/b\r\n/c", {a, c, n}},
+        {"/a\n/b\n/a\n/c\n", {c, b}},
+        {"/b\n/a", {a, b}},
+        {"/r\r\r\n/a\n", {n, return_}},
+    };
+    for (const auto& [content, after] : cases) {
+        SCOPED_TRACE(content);
+        tree.File("config/vpath/pathdef", content);
+        PathDefinitionFile file = File();
+        file.KeepLastReading();
+        Notification problems;
+        const auto base = file.Load(problems).folders;
+        ASSERT_EQ(file.SaveChange(base, after, problems), PathDefinitionFile::SaveResult::Saved);
+        EXPECT_TRUE(file.Holds(after));
+        const auto fresh = File().Load(problems);
+        EXPECT_EQ(file.Load(problems).folders, fresh.folders);
+        EXPECT_EQ(fresh.folders, after);
+        // The next change lays the file out from the kept reading as from a fresh one.
+        const std::string saved = ReadAll(Location());
+        std::vector<AbsoluteIRI> next(after.rbegin(), after.rend());
+        ASSERT_EQ(file.SaveChange(after, next, problems), PathDefinitionFile::SaveResult::Saved);
+        const std::string fromKept = ReadAll(Location());
+        tree.File("config/vpath/pathdef", saved);
+        ASSERT_EQ(File().SaveChange(after, next, problems), PathDefinitionFile::SaveResult::Saved);
+        EXPECT_EQ(fromKept, ReadAll(Location()));
+        EXPECT_TRUE(problems.empty());
+    }
+    // The folders that the kept reading holds are written back as they were read; a new one is
+    // still looked at.
+    tree.File("config/vpath/pathdef", "/a\n/b\n");
+    PathDefinitionFile file = File();
+    file.KeepLastReading();
+    Notification problems;
+    const auto base = file.Load(problems).folders;
+    EXPECT_EQ(file.SaveChange(base, {a, AbsoluteIRI(u"file:///x%0Ay"), b}, problems),
+              PathDefinitionFile::SaveResult::Failed);
+    EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:lineBreakInName"});
+}
+
 TEST_F(PathDefinition, AFailedSaveLeavesTheOldFileAndNoTemporaryFile) {
     const std::vector<AbsoluteIRI> after = {AbsoluteIRI(u"file:///new")};
     Notification ignored;

@@ -27,16 +27,25 @@ using FolderSet = boost::unordered_flat_set<AbsoluteIRI>;
 // How often a change is made again on the saved path when it keeps being edited meanwhile.
 constexpr int kSaveAttempts = 8;
 
+// Folders compared by what they name but held by where they are, so that a set of a whole path's
+// folders costs no count of references.
+struct FolderAtHash {
+    std::size_t operator()(const AbsoluteIRI* folder) const noexcept { return folder->hashValue(); }
+};
+struct FolderAtEqual {
+    bool operator()(const AbsoluteIRI* a, const AbsoluteIRI* b) const noexcept { return *a == *b; }
+};
+
 template <class Range>
 FolderList FirstOccurrences(const Range& range) {
     FolderList folders;
-    FolderSet seen;
+    boost::unordered_flat_set<const AbsoluteIRI*, FolderAtHash, FolderAtEqual> seen;
     if constexpr (std::is_same_v<Range, FolderList>) {
         folders.reserve(range.size());
         seen.reserve(range.size());
     }
     for (const AbsoluteIRI& folder : range) {
-        if (seen.insert(folder).second)
+        if (seen.insert(&folder).second)
             folders.push_back(folder);
     }
     return folders;

@@ -11,6 +11,12 @@ std::vector<bool> Anchors(const std::vector<std::ptrdiff_t>& ranks) {
     for (std::size_t i = 0; i < ranks.size(); ++i) {
         if (ranks[i] < 0)
             continue;
+        // Most items extend the best run so far: a path keeps most of its order.
+        if (!tails.empty() && ranks[tails.back()] < ranks[i]) {
+            previous[i] = static_cast<std::ptrdiff_t>(tails.back());
+            tails.push_back(i);
+            continue;
+        }
         const auto at =
             std::lower_bound(tails.begin(), tails.end(), ranks[i],
                              [&](std::size_t t, std::ptrdiff_t r) { return ranks[t] < r; });

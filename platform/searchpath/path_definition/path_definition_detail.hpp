@@ -2,6 +2,7 @@
 // Internal to the path definition file: what its reading, its saving and its lock share: the
 // file's lines, the names of the files beside it, and the kept reading of its bytes.
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -48,11 +49,19 @@ std::string ReadFailure(int err);
 namespace Velmora::SearchPath {
 
 struct PathDefinitionFile::Reading {
+    static constexpr std::uint32_t kNoFolder = UINT32_MAX;
     std::string bytes;
-    // The folder of each line of `bytes`.
-    std::vector<std::optional<foundation::storage::vfs::AbsoluteIRI>> folderOf;
+    // The folder of each line of `bytes`, as its place in `folders`; kNoFolder for other lines.
+    // Places rather than copies: a kept reading of a long path then costs no count of references
+    // to make or to let go.
+    std::vector<std::uint32_t> folderOf;
     std::vector<std::size_t> firstLines;                         // the first line of each folder
     std::vector<foundation::storage::vfs::AbsoluteIRI> folders;  // the path, each folder once
+
+    // The folder that line `line` names, or null.
+    const foundation::storage::vfs::AbsoluteIRI* FolderAt(std::size_t line) const {
+        return folderOf[line] == kNoFolder ? nullptr : &folders[folderOf[line]];
+    }
 };
 
 class PathDefinitionFile::LastReading {

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 #include <tbb/parallel_for.h>
+#include <boost/unordered/unordered_flat_map.hpp>
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include <fl/filesystem/path.hpp>
@@ -204,21 +205,28 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
         return contents;
     }
     auto reading = std::make_shared<Reading>();
-    boost::unordered_flat_set<AbsoluteIRI> seen;
+    // Each folder's place on the path, by the folder.
+    boost::unordered_flat_map<AbsoluteIRI, std::uint32_t> placeOf;
     const auto lines = SplitLines(bytes);
-    seen.reserve(lines.size());
-    reading->folderOf = FoldersOfLines(lines);
+    placeOf.reserve(lines.size());
+    auto parsed = FoldersOfLines(lines);
+    reading->folderOf.assign(lines.size(), Reading::kNoFolder);
     std::int64_t number = 0;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         ++number;
         if (!IsFolderLine(lines[i].text))
             continue;
-        const auto& folder = reading->folderOf[i];
+        auto& folder = parsed[i];
         if (!folder) {
             problems.Add(VELMORA::pathdef::badLine(text::FromNative(m_path), number));
             contents.outcome = Outcome::Failed;
-        } else if (seen.insert(*folder).second) {
-            contents.folders.push_back(*folder);
+            continue;
+        }
+        const auto [at, first] =
+            placeOf.try_emplace(*folder, static_cast<std::uint32_t>(contents.folders.size()));
+        reading->folderOf[i] = at->second;
+        if (first) {
+            contents.folders.push_back(std::move(*folder));
             reading->firstLines.push_back(i);
         }
     }

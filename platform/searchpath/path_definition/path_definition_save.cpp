@@ -75,21 +75,35 @@ bool IsTemporaryOf(std::string_view name, const std::string& target) {
 // stay and every other line are kept where they are, the lines of folders that go are dropped, and
 // each new or moved folder is written right after the folder before it, or, when it comes first,
 // before the first folder line that stays.
+// One line as Relayout or Format wrote it: where its text starts in the content, its size and the
+// folder it names (none for other lines).
+struct WrittenLine {
+    std::size_t at;
+    std::size_t size;
+    const AbsoluteIRI* folder;
+};
+
 std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& folders,
-                     const PathDefinitionFile::Reading* reading) {
+                     const PathDefinitionFile::Reading* reading,
+                     std::vector<WrittenLine>& written) {
     const std::vector<Line> lines = SplitLines(bytes);
     const std::string_view newline =
         !lines.empty() && lines.front().ending == "\r\n" ? "\r\n" : "\n";
 
     const auto parsed = reading ? std::vector<std::optional<AbsoluteIRI>>() : FoldersOfLines(lines);
-    const auto& folderOf = reading ? reading->folderOf : parsed;
+    // The folder that line `i` names, or null.
+    const auto folderOf = [&](std::size_t i) -> const AbsoluteIRI* {
+        if (reading)
+            return reading->FolderAt(i);
+        return parsed[i] ? &*parsed[i] : nullptr;
+    };
     // The first line of each folder, in file order; later lines of the same folder are dropped.
     std::vector<std::size_t> firstLines;
     if (!reading) {
         boost::unordered_flat_set<AbsoluteIRI> seen;
         seen.reserve(lines.size());
         for (std::size_t i = 0; i < lines.size(); ++i) {
-            if (folderOf[i] && seen.insert(*folderOf[i]).second)
+            if (parsed[i] && seen.insert(*parsed[i]).second)
                 firstLines.push_back(i);
         }
     }
@@ -98,11 +112,11 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     // share at the front and at the back keep their places; only the folders between them are
     // looked up.
     const auto lineFolder = [&](std::size_t k) -> const AbsoluteIRI& {
-        return *folderOf[folderLines[k]];
+        return *folderOf(folderLines[k]);
     };
     const auto [front, back] = SharedRuns(
         folderLines, folders,
-        [&](std::size_t line, const AbsoluteIRI& folder) { return *folderOf[line] == folder; });
+        [&](std::size_t line, const AbsoluteIRI& folder) { return *folderOf(line) == folder; });
     std::vector<std::ptrdiff_t> ranks(folderLines.size(), -1);
     for (std::size_t k = 0; k < front; ++k)
         ranks[k] = static_cast<std::ptrdiff_t>(k);
@@ -120,7 +134,7 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     std::vector<bool> isAnchorRank(folders.size(), false);
     std::size_t frontAt = lines.size();
     for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (folderOf[i])
+        if (folderOf(i) != nullptr)
             keepLine[i] = false;
     }
     for (std::size_t k = 0; k < folderLines.size(); ++k) {
@@ -151,11 +165,13 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     std::string out;
     out.reserve(bytes.size() + 64 * inserted.size());
     bool openLine = false;  // the last line written has no line ending yet
-    const auto write = [&](std::string_view text, std::string_view ending) {
+    const auto write = [&](std::string_view text, std::string_view ending,
+                           const AbsoluteIRI* folder) {
         // A kept last line that ends in a carriage return without a line feed keeps it: a line
         // feed alone would make the two a line ending and the line name another folder.
         if (openLine)
             out += out.ends_with('\r') ? std::string_view("\r\n") : newline;
+        written.push_back(WrittenLine{out.size(), text.size(), folder});
         out += text;
         out += ending;
         openLine = ending.empty();
@@ -166,21 +182,65 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
                 const std::string name =
                     text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folders[rank]));
                 // A name that ends in a carriage return (one the file held) keeps it only so.
-                write(name, name.ends_with('\r') ? std::string_view("\r\n") : newline);
+                write(name, name.ends_with('\r') ? std::string_view("\r\n") : newline,
+                      &folders[rank]);
             }
         }
     };
+    // The folder of each kept line: a kept folder line is an anchor, which stays where it is.
+    std::vector<const AbsoluteIRI*> keptFolder(lines.size(), nullptr);
+    for (std::size_t k = 0; k < folderLines.size(); ++k) {
+        if (anchored[k])
+            keptFolder[folderLines[k]] = &folders[static_cast<std::size_t>(ranks[k])];
+    }
+    written.reserve(folders.size() + lines.size() - folderLines.size());
     for (std::size_t i = 0; i <= lines.size(); ++i) {
         if (i == frontAt)
             writeInserted(lines.size());
         if (i == lines.size())
             break;
         if (keepLine[i]) {
-            write(lines[i].text, lines[i].ending);
+            write(lines[i].text, lines[i].ending, keptFolder[i]);
             writeInserted(i);
         }
     }
     return out;
+}
+
+// What a reading of `content` would work out, told from how it was written, so that the next
+// reading of the file that a change just saved parses nothing; none when the written lines are not
+// exactly the lines that a reading finds, or do not name `folders` in order. The reading takes the
+// content, which is left empty then.
+std::shared_ptr<const PathDefinitionFile::Reading> ReadingOfWritten(
+    std::string& content, const std::vector<WrittenLine>& written,
+    const std::vector<AbsoluteIRI>& folders) {
+    const std::vector<Line> lines = SplitLines(content);
+    if (lines.size() != written.size())
+        return nullptr;
+    auto reading = std::make_shared<PathDefinitionFile::Reading>();
+    reading->folderOf.assign(lines.size(), PathDefinitionFile::Reading::kNoFolder);
+    reading->firstLines.reserve(folders.size());
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        const WrittenLine& line = written[i];
+        if (static_cast<std::size_t>(lines[i].text.data() - content.data()) != line.at ||
+            lines[i].text.size() != line.size ||
+            detail::IsFolderLine(lines[i].text) != (line.folder != nullptr)) {
+            return nullptr;
+        }
+        if (line.folder == nullptr)
+            continue;
+        if (reading->firstLines.size() == folders.size() ||
+            line.folder != &folders[reading->firstLines.size()]) {
+            return nullptr;
+        }
+        reading->folderOf[i] = static_cast<std::uint32_t>(reading->firstLines.size());
+        reading->firstLines.push_back(i);
+    }
+    if (reading->firstLines.size() != folders.size())
+        return nullptr;
+    reading->folders = folders;
+    reading->bytes = std::move(content);
+    return reading;
 }
 
 // Whether `bytes`, the content of the file, hold the path `base`: each folder once, in order, and
@@ -312,8 +372,19 @@ PathDefinitionFile::SaveResult PathDefinitionFile::Write(const std::vector<Absol
         err = os::System().MakeFolders(FolderOf(target));
     if (err == 0) {
         RemoveStaleTemporaries(target);
-        err = ReplaceAtomically(target,
-                                exists ? Relayout(old, folders, reading.get()) : Format(folders),
+        std::vector<WrittenLine> written;
+        std::string content =
+            exists ? Relayout(old, folders, reading.get(), written) : Format(folders);
+        // A reading is what the bytes alone give, so it is kept before the file is replaced: the
+        // watcher that reads the file the moment it is renamed into place parses nothing, and a
+        // save that fails leaves a reading of bytes that no file holds, which nothing matches.
+        std::shared_ptr<const Reading> mine;
+        if (m_lastReading && base != nullptr && exists) {
+            mine = ReadingOfWritten(content, written, folders);
+            if (mine)
+                m_lastReading->Keep(mine);
+        }
+        err = ReplaceAtomically(target, mine ? std::string_view(mine->bytes) : content,
                                 exists ? &status : nullptr, base != nullptr);
     }
     if (err == kChangedMeanwhile)
@@ -333,18 +404,26 @@ bool PathDefinitionFile::Writable(const std::vector<AbsoluteIRI>& folders, const
         if (old == nullptr)
             return false;
         if (!held) {
-            const auto parsed = reading ? std::vector<std::optional<AbsoluteIRI>>()
-                                        : FoldersOfLines(SplitLines(*old));
             held.emplace();
-            for (const auto& f : reading ? reading->folderOf : parsed) {
-                if (f)
-                    held->insert(*f);
+            if (reading) {
+                held->insert(reading->folders.begin(), reading->folders.end());
+            } else {
+                for (const auto& f : FoldersOfLines(SplitLines(*old))) {
+                    if (f)
+                        held->insert(*f);
+                }
             }
         }
         return held->contains(folder);
     };
+    // A folder that the file holds already was read from a line of it, and is written back as it
+    // was: only those between the runs that the path shares with the file need a look.
+    const SharedRunLengths runs =
+        reading ? SharedRuns(folders, reading->folders) : SharedRunLengths{};
+    const std::size_t front = runs.front, back = runs.back;
     bool writable = true;
-    for (const AbsoluteIRI& folder : folders) {
+    for (std::size_t i = front; i < folders.size() - back; ++i) {
+        const AbsoluteIRI& folder = folders[i];
         // Only an escape can stand for a line break, and a plain local location always converts:
         // nearly every folder of a long path is one.
         const ustring& text = folder.toString();

@@ -119,6 +119,11 @@ std::vector<foundation::storage::vfs::AbsoluteIRI> MovedFolders(
             // not a folder text: the change itself reported it
         }
     }
+    // Only a named folder that was on the path can have moved: nearly always none was (a folder
+    // added anew), and the sets of both whole paths are not worth making.
+    if (named.empty() || std::none_of(before.begin(), before.end(),
+                                      [&](const auto& f) { return named.contains(f); }))
+        return {};
     const FolderSet wasOn(before.begin(), before.end());
     const FolderSet isOn(after.begin(), after.end());
     // The folders on both paths that precede `folder` on `order`.
@@ -150,17 +155,21 @@ int RunChange(const PathOptions& pathOptions, const std::vector<std::string>& na
     const auto manager = OpenManager(pathOptions, Purpose::Change);
     if (!manager)
         return kExitTrouble;
+    // The folders whose entries the change report told of, as added and as removed.
     auto reported = std::make_shared<FolderSet>();
+    auto reportedGone = std::make_shared<FolderSet>();
     // Only this command's change is told: the path service's manager, which a served command
     // changes, is refreshed by its watcher on other threads meanwhile.
     const auto changing = std::this_thread::get_id();
-    const std::uint64_t observer =
-        manager->AddPathChangeObserver([reported, changing](const PathChange& change) {
+    const std::uint64_t observer = manager->AddPathChangeObserver(
+        [reported, reportedGone, changing](const PathChange& change) {
             if (std::this_thread::get_id() != changing)
                 return;
             const auto report = Velmora::SearchPath::ComparePaths(*change.before, *change.after);
             for (const auto& entry : *report.added)
                 reported->insert(entry->GetAbsoluteIRI());
+            for (const auto& entry : *report.removed)
+                reportedGone->insert(entry->GetAbsoluteIRI());
             auto told = report;
             told.reordered = std::make_shared<const PathEntryVector>();  // see MovedFolders
             PrintChangeReport(told, *change.after, false);
@@ -180,7 +189,7 @@ int RunChange(const PathOptions& pathOptions, const std::vector<std::string>& na
     }
     const auto after = manager->GetPathFolderIRIs();
     PrintFoldersWithoutEntry("added", *before, *after, *manager->GetSnapshot(), *reported);
-    PrintFoldersWithoutEntry("removed", *after, *before, *beforePath, {});
+    PrintFoldersWithoutEntry("removed", *after, *before, *beforePath, *reportedGone);
     for (const auto& folder : MovedFolders(*before, *after, named))
         PrintLine("moved " + DisplayBytes(folder));
     PrintWarnings(*manager->GetWarnings());

@@ -98,6 +98,8 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
     // change read it. When the file no longer holds `base` by the time it would be replaced (it
     // was edited, by hand or by another program that takes no lock, since it was read), nothing
     // is saved and Stale is returned, so that the change can be made again on what it holds now.
+    // With KeepLastReading, what the saved file holds is kept as its reading, so that reading it
+    // again parses nothing. REQUIRES: `folders` holds each folder once.
     enum class SaveResult { Saved, Failed, Stale };
     SaveResult SaveChange(const std::vector<foundation::storage::vfs::AbsoluteIRI>& base,
                           const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
