@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include <malloc.h>
+
 #include <fmt/format.h>
 
 #include <velmora/os/system.hpp>
@@ -431,6 +433,9 @@ std::unique_ptr<PathService> PathService::Open(Options options, std::string& pro
         }
     }
     error = OpenError::None;
+    // Reading the path leaves the heap holding what its start worked with and let go (the cache's
+    // decoding, the scan's listings): given back, so that what the service holds is the path.
+    malloc_trim(0);
     return std::unique_ptr<PathService>(new PathService(std::move(impl)));
 }
 

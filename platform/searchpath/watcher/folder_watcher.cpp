@@ -218,15 +218,21 @@ void FolderWatcher::FollowName(const AbsoluteIRI& location, const std::string& n
     if (m_queue < 0 || m_namedAt.contains(native))
         return;
     auto [folder, name] = SplitLast(native);
-    int watch = -1;
-    if (const auto known = m_parents.find(folder); known != m_parents.end())
-        watch = known->second;
-    else if (os::System().WatchAdd(m_queue, folder, kNameMask, watch) == 0)
-        m_parents.emplace(folder, watch);
-    else
-        return;  // its own watch, or its polling, still tells of a rename or removal
-    m_named[watch].push_back({location, native, std::move(name)});
+    auto known = m_parents.find(folder);
+    if (known == m_parents.end()) {
+        int watch = -1;
+        if (os::System().WatchAdd(m_queue, folder, kNameMask, watch) != 0)
+            return;  // its own watch, or its polling, still tells of a rename or removal
+        auto shared = std::make_shared<const std::string>(folder);
+        known = m_parents.emplace(std::move(folder), Parent{watch, std::move(shared)}).first;
+    }
+    const int watch = known->second.watch;
+    m_named[watch].push_back({location, known->second.folder, std::move(name)});
     m_namedAt.emplace(native, watch);
+}
+
+std::string FolderWatcher::Named::Native() const {
+    return *folder == "/" ? "/" + name : *folder + '/' + name;
 }
 
 void FolderWatcher::UnfollowName(const std::string& native) {
@@ -236,12 +242,12 @@ void FolderWatcher::UnfollowName(const std::string& native) {
     const int watch = at->second;
     m_namedAt.erase(at);
     auto& names = m_named[watch];
-    std::erase_if(names, [&](const Named& named) { return named.native == native; });
+    std::erase_if(names, [&](const Named& named) { return named.Native() == native; });
     if (!names.empty())
         return;
     m_named.erase(watch);
     boost::unordered::erase_if(m_parents,
-                               [&](const auto& parent) { return parent.second == watch; });
+                               [&](const auto& parent) { return parent.second.watch == watch; });
     Release(watch);
 }
 
@@ -252,12 +258,13 @@ void FolderWatcher::Refollow(int watch, WatchedChanges* out) {
     const auto names = std::move(found->second);
     m_named.erase(found);
     boost::unordered::erase_if(m_parents,
-                               [&](const auto& parent) { return parent.second == watch; });
+                               [&](const auto& parent) { return parent.second.watch == watch; });
     for (const auto& named : names) {
-        m_namedAt.erase(named.native);
-        FollowName(named.location, named.native);
+        const std::string native = named.Native();
+        m_namedAt.erase(native);
+        FollowName(named.location, native);
         if (out != nullptr) {
-            Forget(named.native);
+            Forget(native);
             out->locations.push_back(named.location);
         }
     }
@@ -443,7 +450,7 @@ void FolderWatcher::Handle(const os::WatchEvent& event, WatchedChanges& out) {
                     taken.push_back(name);
             }
             for (const auto& name : taken) {
-                Forget(name.native);
+                Forget(name.Native());
                 out.locations.push_back(name.location);
             }
         }

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -154,14 +155,20 @@ class FolderWatcher {
     boost::unordered_flat_map<std::string, int> m_awaitedAt;
     std::vector<foundation::storage::vfs::AbsoluteIRI> m_appeared;
     // The names of the path's folders, by the watch on the folder holding them; the watch of
-    // each such folder (by its native path), and the folder that each name is followed in.
+    // each such folder (by its native path), and the folder that each name is followed in. The
+    // holding folder's native path is shared by its names: a path's folders mostly share a few.
     struct Named {
         foundation::storage::vfs::AbsoluteIRI location;
-        std::string native;
+        std::shared_ptr<const std::string> folder;
         std::string name;
+        std::string Native() const;
+    };
+    struct Parent {
+        int watch;
+        std::shared_ptr<const std::string> folder;
     };
     boost::unordered_flat_map<int, std::vector<Named>> m_named;
-    boost::unordered_flat_map<std::string, int> m_parents;
+    boost::unordered_flat_map<std::string, Parent> m_parents;
     boost::unordered_flat_map<std::string, int> m_namedAt;
     int m_syncWatch = -1;
     std::string m_syncPrefix;

@@ -81,10 +81,7 @@ class VELMORA_SEARCHPATH_EXPORT FolderEntry final
                       const PathManagement::EntryCallback& callback) const override;
     PathManagement::SharedNameMatcher GetExtensionMatcher(
         FilenameMatchingPolicy policy) const override;
-    ustring GetName() const override {
-        const auto& names = GetFolderNames();
-        return names.empty() ? ustring() : names.back();
-    }
+    ustring GetName() const override;
     PathManagement::SharedPathEntryVector GetSubEntries() const override { return m_subEntryList; }
 
     // The host's own operations.
@@ -135,5 +132,13 @@ class VELMORA_SEARCHPATH_EXPORT FolderEntry final
 // u"+shapes//circle" => {u"+shapes", u"circle"}. The views point into `name`.
 VELMORA_SEARCHPATH_EXPORT std::vector<std::u16string_view> SplitPartialName(
     std::u16string_view name);
+
+// Worked out alone, not taken from every folder name of the location: a path names each main
+// entry as it is made, and would otherwise hold all of their names for as long as it lives.
+inline ustring FolderEntry::GetName() const {
+    const ustring path = m_location.getPath();
+    const auto parts = SplitPartialName(path);
+    return parts.empty() ? ustring() : ustring(parts.back());
+}
 
 }  // namespace Velmora::SearchPath
