@@ -3,6 +3,7 @@
 // path change property test's.)
 
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -48,6 +49,54 @@ TEST_F(MainSearchPathUpdateTest, ARefreshReadsTheFoldersThatEventsNameAndNoOther
     const auto refreshed = manager.GetSnapshot();
     const MainSearchPathManager fresh({tree.IRI("one"), tree.IRI("two")}, {});
     EXPECT_EQ(vpath_test::Answers(*refreshed), vpath_test::Answers(*fresh.GetSnapshot()));
+}
+
+// A refresh after a change finds each folder in its new place, whether the table of places is
+// carried over from the path before the change or made anew.
+TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeFindsTheFoldersInTheirNewPlaces) {
+    std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
+    for (const char* name : {"p0", "p1", "p2", "p3", "p4"}) {
+        tree.File(std::string(name) + "/x.vl");
+        folders.push_back(tree.IRI(name));
+    }
+    tree.File("new/n.vl");
+    MainSearchPathManager manager(folders, {});
+    tree.File("p4/first.vl");
+    ASSERT_TRUE(manager.RefreshFolders({tree.IRI("p4/first.vl")}));
+    const auto expect = [&](std::vector<foundation::storage::vfs::AbsoluteIRI> now) {
+        const MainSearchPathManager fresh(now, {});
+        EXPECT_EQ(vpath_test::Answers(*manager.GetSnapshot()),
+                  vpath_test::Answers(*fresh.GetSnapshot()));
+    };
+    foundation::core::except::Notification problems;
+    int made = 0;
+    for (const bool keepOld : {true, false}) {
+        SCOPED_TRACE(keepOld ? "carried over" : "made anew");
+        // The path before each change lives on (as a watcher keeps it) or is let go.
+        auto before = keepOld ? manager.GetSnapshot() : nullptr;
+        auto now = *manager.GetPathFolderIRIs();
+        now.insert(now.begin(), tree.IRI("new"));
+        manager.ApplyPathAfterAdding(now, problems);
+        for (const char* folder : {"p4", "p0", "new"}) {
+            const std::string file = std::string(folder) + "/m" + std::to_string(++made) + ".vl";
+            tree.File(file);
+            EXPECT_TRUE(manager.RefreshFolders({tree.IRI(file)})) << file;
+        }
+        expect(now);
+        before = keepOld ? manager.GetSnapshot() : nullptr;
+        now.erase(now.begin() + 2);  // p1
+        now.erase(now.begin());      // new
+        manager.ApplyPathAfterRemoving(now, problems);
+        for (const char* folder : {"p4", "p0", "p2"}) {
+            const std::string file = std::string(folder) + "/m" + std::to_string(++made) + ".vl";
+            tree.File(file);
+            EXPECT_TRUE(manager.RefreshFolders({tree.IRI(file)})) << file;
+        }
+        expect(now);
+        now.insert(now.begin() + 1, tree.IRI("p1"));
+        manager.ApplyPathAfterAdding(now, problems);
+    }
+    EXPECT_TRUE(problems.empty());
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include <velmora/searchpath/shared_runs.hpp>
+
 namespace Velmora::SearchPath::detail {
 
 using foundation::storage::vfs::AbsoluteIRI;
@@ -11,6 +13,33 @@ MainPositions::MainPositions(const std::shared_ptr<const MainSearchPath>& path) 
     m_at.reserve(mains.size());
     for (std::size_t i = 0; i < mains.size(); ++i)
         m_at.emplace(mains[i]->GetAbsoluteIRI(), i);
+}
+
+bool MainPositions::Follow(const std::shared_ptr<const MainSearchPath>& path) {
+    const auto served = m_path.lock();
+    if (!served)
+        return false;
+    const auto& before = served->GetFolderEntries();
+    const auto& after = path->GetFolderEntries();
+    const auto [front, back] = SharedRuns(before, after);
+    const std::size_t gone = before.size() - front - back;
+    const std::size_t come = after.size() - front - back;
+    if (gone + come > before.size() / 16 + 64)
+        return false;
+    for (std::size_t i = front; i < before.size() - back; ++i)
+        m_at.erase(before[i]->GetAbsoluteIRI());
+    // The entries of the back run shift with the change's difference in length.
+    if (before.size() != after.size()) {
+        const std::size_t backStart = before.size() - back;
+        for (auto& [location, position] : m_at) {
+            if (position >= backStart)
+                position = position - before.size() + after.size();
+        }
+    }
+    for (std::size_t i = front; i < after.size() - back; ++i)
+        m_at.insert_or_assign(after[i]->GetAbsoluteIRI(), i);
+    m_path = path;
+    return true;
 }
 
 std::optional<std::size_t> MainPositions::Holding(const MainSearchPath& path,

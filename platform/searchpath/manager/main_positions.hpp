@@ -24,6 +24,11 @@ class MainPositions {
     }
     // CarryTo: `path` has the same folders in the same places as the one the table serves.
     void CarryTo(const std::shared_ptr<const MainSearchPath>& path) { m_path = path; }
+    // Follow: makes the table serve `path`, a change of the path it serves that kept most of its
+    // entries, by taking out and putting in only the entries between the runs the two share at
+    // the front and at the back. False, with the table as it was, when the path it served is gone
+    // or the change was too large to be worth it.
+    bool Follow(const std::shared_ptr<const MainSearchPath>& path);
 
     // At: the position of the main entry of the folder `location`, if it is on the path.
     std::optional<std::size_t> At(const foundation::storage::vfs::AbsoluteIRI& location) const {

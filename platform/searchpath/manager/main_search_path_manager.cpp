@@ -43,10 +43,20 @@ FolderList FirstOccurrences(const Range& range) {
     if constexpr (std::is_same_v<Range, FolderList>) {
         folders.reserve(range.size());
         seen.reserve(range.size());
-    }
-    for (const AbsoluteIRI& folder : range) {
-        if (seen.insert(&folder).second)
-            folders.push_back(folder);
+        // Each folder's text lies elsewhere in memory: asked for a few folders ahead, so that the
+        // waits for them overlap.
+        constexpr std::size_t kAhead = 16;
+        for (std::size_t i = 0; i < range.size(); ++i) {
+            if (i + kAhead < range.size())
+                __builtin_prefetch(&range[i + kAhead].toString());
+            if (seen.insert(&range[i]).second)
+                folders.push_back(range[i]);
+        }
+    } else {
+        for (const AbsoluteIRI& folder : range) {
+            if (seen.insert(&folder).second)
+                folders.push_back(folder);
+        }
     }
     return folders;
 }
@@ -211,7 +221,7 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         const FolderList newFolders = detail::FoldersNotIn(folders, base);
         const FolderSet added(newFolders.begin(), newFolders.end());
         if (kind == PathChangeKind::Added)
-            detail::DropOtherNamesOf(folders, newFolders, *old->path);
+            detail::DropOtherNamesOf(folders, newFolders, *old->path, *old->folders);
         if (folders == *old->folders)
             return;
         ScanReport report;
@@ -219,8 +229,10 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         // since, and listing them again would make a change of one folder cost the whole path.
         const auto& staying = old->path->GetFolderEntries();
         // The new path's name index is built when a lookup first asks: a change rarely looks up.
+        // Only the folders new to the path are listed, and the entry cache holds the path's own
+        // entries: it would index them all to find none of those.
         path = MainSearchPath::Rearrange(
-            *old->path, MainSearchPath::RevalidateEntries(folders, staying, report, &m_cache,
+            *old->path, MainSearchPath::RevalidateEntries(folders, staying, report, nullptr,
                                                           staying.size(), true));
         warnings = ScanReport();
         bool refused = false;

@@ -60,8 +60,10 @@ std::shared_ptr<const PathState> MainSearchPathManager::RefreshFolders(
     RefuseRecursiveChange();
     std::unique_lock lock(m_changeMutex);
     const auto old = CurrentState();
-    if (!m_mainPositions || !m_mainPositions->Serves(old->path))
+    if (!m_mainPositions ||
+        (!m_mainPositions->Serves(old->path) && !m_mainPositions->Follow(old->path))) {
         m_mainPositions = std::make_shared<detail::MainPositions>(old->path);
+    }
 
     std::vector<std::size_t> stale;
     for (const auto& location : locations) {
@@ -143,6 +145,10 @@ std::shared_ptr<const PathState> MainSearchPathManager::ReloadPathDefinition(
         return nullptr;
     RefuseRecursiveChange();
     std::unique_lock lock(m_changeMutex);
+    // Most often the file holds what this manager saved in it last: told from the kept reading
+    // without a copy of the path.
+    if (m_options.pathDefinition->Holds(*CurrentState()->folders))
+        return nullptr;
     auto contents = m_options.pathDefinition->Load(problems);
     if (contents.outcome != PathDefinitionFile::Outcome::Loaded)
         return nullptr;

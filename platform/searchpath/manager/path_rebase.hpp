@@ -53,8 +53,10 @@ FolderList FoldersNotIn(const FolderList& after, const FolderList& before);
 // DropOtherNamesOf: takes out of `folders` each folder that is not in `added` but is the same
 // folder on disk (device and inode) as one that is: adding a folder under a new name moves it
 // rather than putting it on the path twice.
-// `current` is the path as read at this start: the device and inode of its folders are taken from
-// their entries rather than asked of the disk again.
-void DropOtherNamesOf(FolderList& folders, const FolderList& added, const MainSearchPath& current);
+// `current` is the path as read at this start, made from the folder list `currentFolders`: the
+// device and inode of its folders are taken from their entries rather than asked of the disk
+// again.
+void DropOtherNamesOf(FolderList& folders, const FolderList& added, const MainSearchPath& current,
+                      const FolderList& currentFolders);
 
 }  // namespace Velmora::SearchPath::detail

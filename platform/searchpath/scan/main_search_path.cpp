@@ -205,6 +205,20 @@ std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntrie
                              foldersAreUnique ? nullptr : &places);
 }
 
+namespace {
+
+// How many entries ahead a pass over a path's entries asks for the memory it will read: the entries
+// lie all over the heap, and each one read only when its turn comes would cost a wait each.
+constexpr std::size_t kAhead = 16;
+
+// Asks for the start of an entry, beside which make_shared keeps its counts.
+void Prefetch(const FolderEntry* entry) {
+    if (entry != nullptr)
+        __builtin_prefetch(entry);
+}
+
+}  // namespace
+
 std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntries(
     const std::vector<AbsoluteIRI>& folders,
     const std::vector<std::shared_ptr<const FolderEntry>>& known, ScanReport& report,
@@ -236,6 +250,8 @@ std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntrie
     if (fresh == 0 || fresh >= known.size()) {
         while (back < unique.size() && back < known.size()) {
             const auto& entry = known[known.size() - 1 - back];
+            if (back + kAhead < known.size())
+                Prefetch(known[known.size() - 1 - back - kAhead].get());
             const std::size_t i = unique.size() - 1 - back;
             if (!entry || entry->GetLocation() != unique[i])
                 break;
@@ -249,6 +265,8 @@ std::vector<std::shared_ptr<const FolderEntry>> MainSearchPath::RevalidateEntrie
     boost::unordered_flat_map<const AbsoluteIRI*, std::size_t, IriPointerHash, IriPointerEqual>
         byLocation;
     for (std::size_t i = 0; i < unique.size() - back && next < knownEnd; ++i) {
+        if (next + kAhead < knownEnd)
+            Prefetch(known[next + kAhead].get());
         if (known[next] && known[next]->GetLocation() == unique[i]) {
             checked[i] = next < fresh;
             entries[i] = known[next++];

@@ -246,6 +246,9 @@ struct PathService::Impl {
                 return;
             }
             ServiceReply reply;
+            // The path as it was: a change lets go of it, and letting go of a long path takes a
+            // while, which the client need not wait for.
+            auto before = manager->GetState();
             try {
                 reply = Answer(*request);
             } catch (const std::exception& e) {
@@ -253,6 +256,7 @@ struct PathService::Impl {
                 reply = {kDeclined, {}, {}};
             }
             system.SocketSend(socket, Frame(EncodeReply(reply)), kReplyMs);
+            before.reset();
             if (request->operation == ServiceOperation::Stop && reply.status == 0)
                 Stop();
         } catch (const std::exception& e) {

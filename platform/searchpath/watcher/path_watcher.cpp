@@ -15,6 +15,7 @@
 #include <velmora/os/system.hpp>
 #include <velmora/pathmanagement/cache_and_notify.hpp>
 #include <velmora/searchpath/folder_scanner.hpp>
+#include <velmora/searchpath/shared_runs.hpp>
 
 #include "folder_watcher.hpp"
 #include "sync_point.hpp"
@@ -160,15 +161,19 @@ struct PathWatcher::Impl {
     void Rewatch(const std::vector<std::shared_ptr<const FolderEntry>>& before,
                  const MainSearchPath& current, std::vector<AbsoluteIRI>& fresh) {
         const auto& now = current.GetFolderEntries();
-        boost::unordered_flat_set<const FolderEntry*> known(before.size());
-        for (const auto& entry : before)
-            known.insert(entry.get());
-        boost::unordered_flat_set<const FolderEntry*> kept(now.size());
+        // The entries that the two share at the front and at the back stay watched: a change of
+        // a long path touches a few, and only those between the runs are looked at.
+        const auto [front, back] = SharedRuns(before, now);
+        boost::unordered_flat_set<const FolderEntry*> known(before.size() - front - back);
+        for (std::size_t i = front; i < before.size() - back; ++i)
+            known.insert(before[i].get());
+        boost::unordered_flat_set<const FolderEntry*> kept(now.size() - front - back);
         // A folder that leaves one entry is most often in the entry read anew in its place: looked
         // for there first, and in the whole path's index (built on first use) only if not.
         boost::unordered_flat_set<AbsoluteIRI> inNew;
         std::vector<const FolderEntry*> below;
-        for (const auto& entry : now) {
+        for (std::size_t i = front; i < now.size() - back; ++i) {
+            const auto& entry = now[i];
             kept.insert(entry.get());
             if (known.contains(entry.get()))
                 continue;
@@ -186,9 +191,9 @@ struct PathWatcher::Impl {
                    current.GetPathEntryFromAbsoluteIRI(
                        location, PathManagement::FilenameMatchingPolicy::Exact) != nullptr;
         };
-        for (const auto& entry : before) {
-            if (!kept.contains(entry.get()))
-                folders->Unwatch(*entry, onPath);
+        for (std::size_t i = front; i < before.size() - back; ++i) {
+            if (!kept.contains(before[i].get()))
+                folders->Unwatch(*before[i], onPath);
         }
     }
 

@@ -104,17 +104,20 @@ void PrintFoldersWithoutEntry(const char* what,
 // The folders named by `texts` that a change from `before` to `after` moved, in their order on
 // `after`: each one on both paths whose place among the other folders on both changed. The folders
 // that only shifted to make room for them did not move, though comparing the two orders alone could
-// as well name those.
+// as well name those. Those in `added`, the folders whose entries the change report told of as
+// added, were on no place before.
 std::vector<foundation::storage::vfs::AbsoluteIRI> MovedFolders(
     const std::vector<foundation::storage::vfs::AbsoluteIRI>& before,
     const std::vector<foundation::storage::vfs::AbsoluteIRI>& after,
-    const std::vector<std::string>& texts) {
+    const std::vector<std::string>& texts, const FolderSet& added) {
     FolderSet named;
     for (std::string text : texts) {
         while (text.size() > 1 && text.back() == '/')
             text.pop_back();
         try {
-            named.insert(ToFolderIRI(Arg(text)));
+            // A folder that the change put on the path was on no place before it.
+            if (auto folder = ToFolderIRI(Arg(text)); !added.contains(folder))
+                named.insert(std::move(folder));
         } catch (const std::exception&) {
             // not a folder text: the change itself reported it
         }
@@ -190,7 +193,7 @@ int RunChange(const PathOptions& pathOptions, const std::vector<std::string>& na
     const auto after = manager->GetPathFolderIRIs();
     PrintFoldersWithoutEntry("added", *before, *after, *manager->GetSnapshot(), *reported);
     PrintFoldersWithoutEntry("removed", *after, *before, *beforePath, *reportedGone);
-    for (const auto& folder : MovedFolders(*before, *after, named))
+    for (const auto& folder : MovedFolders(*before, *after, named, *reported))
         PrintLine("moved " + DisplayBytes(folder));
     PrintWarnings(*manager->GetWarnings());
     return kExitOk;
