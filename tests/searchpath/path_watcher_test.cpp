@@ -197,6 +197,16 @@ TEST_F(PathWatcherTest, AChangeAmidAStreamOfEventsIsReportedWithinTheLongestSett
     faults.StreamEvents(false);
 }
 
+// A sync waits for no settle time: the changes made before it are in, whatever may follow.
+TEST_F(PathWatcherTest, ASyncAmidAChangeIsAnsweredWithoutWaitingForTheBurstToSettle) {
+    Start({.settle = 5s, .maxSettle = 20s, .syncFolder = tree.Folder("sync").string()});
+    tree.File("two/before.vl");
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(watcher->Sync(3s), PathWatcher::SyncResult::Synced);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
+    EXPECT_TRUE(Holds(*manager->GetSnapshot(), "two/before.vl"));
+}
+
 TEST_F(PathWatcherTest, OutOfWatchesTheRestIsPolledWithAWarning) {
     for (const char* folder : {"/two", "/+pkg", "/@Point"})
         faults.Fail(vpath_test::FaultSystem::Op::WatchAdd, folder, ENOSPC);

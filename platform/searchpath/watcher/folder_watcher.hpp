@@ -31,11 +31,6 @@ struct WatchedChanges {
         return locations.empty() && !overflow && !pathDefinitionChanged && appeared.empty() &&
                synced == 0;
     }
-    // OnlySynced: nothing but a sync file seen, so that nothing waits for a burst to end.
-    bool OnlySynced() const {
-        return synced != 0 && locations.empty() && !overflow && !pathDefinitionChanged &&
-               appeared.empty();
-    }
 };
 
 class FolderWatcher {

@@ -222,8 +222,9 @@ struct PathWatcher::Impl {
         detail::WatchedChanges changes;
         folders->Wait(wait, changes);
         const auto deadline = Clock::now() + options.maxSettle;
-        // A sync alone ends no burst of changes: it is answered at once.
-        while (!changes.Empty() && !changes.OnlySynced() && Clock::now() < deadline) {
+        // A sync ends the burst at once: someone waits for it, and every event queued before it
+        // is in. The rest of a burst, if it goes on, is gathered in the next round.
+        while (!changes.Empty() && changes.synced == 0 && Clock::now() < deadline) {
             detail::WatchedChanges more;
             folders->Wait(options.settle, more);
             if (more.Empty())
