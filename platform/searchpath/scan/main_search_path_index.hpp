@@ -253,16 +253,19 @@ struct MainSearchPath::Index {
             spellings.push_back(spellings.front().substr(1));
         return spellings;
     }
+    // The last two folder names are worked out from the location alone: asking the entry for all
+    // of them would have every entry of the path keep its names for as long as it lives.
     void AddFolderNames(FolderNames& index, std::uint32_t slot, std::uint32_t id) const {
-        const auto& names = slots[slot].entry->GetFolderNames();
+        const ustring path = slots[slot].entry->GetLocation().getPath();
+        const auto names = SplitPartialName(path);
         if (names.empty())
             return;
-        const auto lasts = Spellings(names.back());
+        const auto lasts = Spellings(ustring(names.back()));
         for (const ustring& last : lasts)
             index.last[last].push_back(id);
         if (names.size() < 2)
             return;
-        for (const ustring& parent : Spellings(names[names.size() - 2])) {
+        for (const ustring& parent : Spellings(ustring(names[names.size() - 2]))) {
             for (const ustring& last : lasts)
                 index.lastTwo[parent + u'/' + last].push_back(id);
         }
