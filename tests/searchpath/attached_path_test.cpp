@@ -18,6 +18,7 @@
 #include <velmora/searchpath/path_service.hpp>
 #include <velmora/searchpath/service_client.hpp>
 
+#include "support/scoped_env.hpp"
 #include "support/temp_tree.hpp"
 
 namespace {
@@ -56,23 +57,10 @@ TEST(StreamProtocol, RoundTripsAndRefusesEveryTruncation) {
     EXPECT_FALSE(ParseLookupAnswer(many));
 }
 
-// Sets XDG_RUNTIME_DIR for the test's lifetime.
-class RuntimeFolder {
+// XDG_RUNTIME_DIR set for the test's lifetime.
+class RuntimeFolder : vpath_test::ScopedEnv {
   public:
-    explicit RuntimeFolder(const std::string& folder) {
-        if (const char* value = std::getenv("XDG_RUNTIME_DIR"))
-            m_saved = value;
-        ::setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
-    }
-    ~RuntimeFolder() {
-        if (m_saved)
-            ::setenv("XDG_RUNTIME_DIR", m_saved->c_str(), 1);
-        else
-            ::unsetenv("XDG_RUNTIME_DIR");
-    }
-
-  private:
-    std::optional<std::string> m_saved;
+    explicit RuntimeFolder(const std::string& folder) : ScopedEnv("XDG_RUNTIME_DIR", folder) {}
 };
 
 TEST(AttachedPath, FailsCleanlyWhenNoServiceRuns) {

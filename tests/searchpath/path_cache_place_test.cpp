@@ -19,6 +19,7 @@
 #include <velmora/searchpath/path_cache_place.hpp>
 
 #include "support/fault_system.hpp"
+#include "support/scoped_env.hpp"
 #include "support/temp_tree.hpp"
 
 namespace {
@@ -28,27 +29,7 @@ using namespace Velmora::SearchPath;
 using vpath_test::FaultSystem;
 namespace fs = std::filesystem;
 
-// An environment variable set for one test.
-class ScopedEnv {
-  public:
-    ScopedEnv(const char* name, const std::string& value) : m_name(name) {
-        if (const char* old = std::getenv(name))
-            m_old = old;
-        ::setenv(name, value.c_str(), 1);
-    }
-    ~ScopedEnv() {
-        if (m_old)
-            ::setenv(m_name, m_old->c_str(), 1);
-        else
-            ::unsetenv(m_name);
-    }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-  private:
-    const char* m_name;
-    std::optional<std::string> m_old;
-};
+using vpath_test::ScopedEnv;
 
 class PathCachePlace : public vpath_test::TempTreeTest {
   protected:

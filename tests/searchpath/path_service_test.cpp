@@ -15,6 +15,7 @@
 #include <velmora/searchpath/service_client.hpp>
 
 #include "support/fault_system.hpp"
+#include "support/scoped_env.hpp"
 #include "support/temp_tree.hpp"
 
 namespace {
@@ -69,8 +70,7 @@ class CountingBatch final : public ServiceBatch {
 class ServedPath : public ::testing::Test {
   protected:
     void SetUp() override {
-        m_savedRuntime = Saved("XDG_RUNTIME_DIR");
-        ::setenv("XDG_RUNTIME_DIR", m_tree.Folder("run").c_str(), 1);
+        m_runtime.emplace("XDG_RUNTIME_DIR", m_tree.Folder("run").string());
         // An old folder: its stamp is trusted, not read again for being too recent.
         std::filesystem::last_write_time(
             m_tree.Folder("tb"),
@@ -101,15 +101,7 @@ class ServedPath : public ::testing::Test {
         if (m_serving.joinable())
             m_serving.join();
         m_service.reset();
-        if (m_savedRuntime)
-            ::setenv("XDG_RUNTIME_DIR", m_savedRuntime->c_str(), 1);
-        else
-            ::unsetenv("XDG_RUNTIME_DIR");
-    }
-
-    static std::optional<std::string> Saved(const char* name) {
-        const char* value = std::getenv(name);
-        return value ? std::optional<std::string>(value) : std::nullopt;
+        m_runtime.reset();
     }
 
     std::optional<ServiceReply> Ask() const {
@@ -124,7 +116,7 @@ class ServedPath : public ::testing::Test {
     vpath_test::FaultSystem m_faults;
     TempTree m_tree;
     std::string m_pathdef;
-    std::optional<std::string> m_savedRuntime;
+    std::optional<vpath_test::ScopedEnv> m_runtime;
     std::unique_ptr<PathService> m_service;
     std::atomic<int> m_answered{0};
     std::atomic<bool> m_stop{false};
