@@ -13,6 +13,8 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
 
 #include <velmora/searchpath/path_definition_file.hpp>
 
@@ -163,6 +165,62 @@ TEST_F(PathDefinition, ASavedChangeIsKeptAsTheReadingOfWhatItWrote) {
     EXPECT_EQ(file.SaveChange(base, {a, AbsoluteIRI(u"file:///x%0Ay"), b}, problems),
               PathDefinitionFile::SaveResult::Failed);
     EXPECT_EQ(IdsOf(problems), Ids{"VELMORA:pathdef:lineBreakInName"});
+}
+
+// A change laid out from the kept reading of the last one writes exactly what a layout of the
+// whole file writes, and keeps a reading that reads as a fresh one, whatever the file held around
+// the folders that changed: comments, blank lines, a folder named twice, either line ending.
+RC_GTEST_PROP(PathDefinitionLayout, AChangeLaidOutFromAKeptReadingIsTheWholeFileLaidOut, ()) {
+    const vpath_test::TempTree tree;
+    const std::string location = tree.Path("pathdef").string();
+    const auto folder = [](int i) { return AbsoluteIRI(u"file:///f" + ustring(1, u'0' + i)); };
+    const auto randomPath = [&] {
+        auto places = *rc::gen::unique<std::vector<int>>(rc::gen::inRange(0, 10));
+        std::vector<AbsoluteIRI> path;
+        for (const int i : places)
+            path.push_back(folder(i));
+        return path;
+    };
+    std::string content;
+    for (const int kind : *rc::gen::container<std::vector<int>>(rc::gen::inRange(0, 9))) {
+        content += kind == 0 ? "# note" : kind == 1 ? "" : "/f" + std::to_string(kind % 10);
+        content += *rc::gen::element<std::string>("\n", "\r\n");
+    }
+    if (*rc::gen::arbitrary<bool>() && !content.empty())
+        content.pop_back();
+    std::ofstream(location, std::ios::binary) << content;
+
+    PathDefinitionFile kept(location);
+    kept.KeepLastReading();
+    Notification problems;
+    auto base = kept.Load(problems).folders;
+    RC_PRE(problems.empty());
+    // A few changes in a row, each laid out from the reading that the one before kept.
+    for (int change = 0; change < 3; ++change) {
+        std::vector<AbsoluteIRI> after = base;
+        const int edits = *rc::gen::inRange(1, 4);
+        for (int e = 0; e < edits; ++e) {
+            const auto added = folder(*rc::gen::inRange(0, 10));
+            after.erase(std::remove(after.begin(), after.end(), added), after.end());
+            if (*rc::gen::arbitrary<bool>())
+                after.insert(after.begin() + *rc::gen::inRange<std::ptrdiff_t>(
+                                                 0, static_cast<std::ptrdiff_t>(after.size()) + 1),
+                             added);
+        }
+        if (*rc::gen::inRange(0, 8) == 0)
+            after = randomPath();
+        const std::string before = ReadAll(location);
+        RC_ASSERT(kept.SaveChange(base, after, problems) == PathDefinitionFile::SaveResult::Saved);
+        const std::string fromKept = ReadAll(location);
+        std::ofstream(location, std::ios::binary | std::ios::trunc) << before;
+        RC_ASSERT(PathDefinitionFile(location).SaveChange(base, after, problems) ==
+                  PathDefinitionFile::SaveResult::Saved);
+        RC_ASSERT(fromKept == ReadAll(location));
+        RC_ASSERT(kept.Holds(after));
+        RC_ASSERT(kept.Load(problems).folders == after);
+        RC_ASSERT(problems.empty());
+        base = after;
+    }
 }
 
 TEST_F(PathDefinition, AFailedSaveLeavesTheOldFileAndNoTemporaryFile) {

@@ -55,7 +55,10 @@ struct PathDefinitionFile::Reading {
     // Places rather than copies: a kept reading of a long path then costs no count of references
     // to make or to let go.
     std::vector<std::uint32_t> folderOf;
-    std::vector<std::size_t> firstLines;                         // the first line of each folder
+    std::vector<std::size_t> firstLines;  // the first line of each folder
+    // Where each line starts in `bytes`, and at last the size of `bytes`: a change then finds the
+    // lines it touches without splitting the whole file again.
+    std::vector<std::uint32_t> lineStarts;
     std::vector<foundation::storage::vfs::AbsoluteIRI> folders;  // the path, each folder once
 
     // The folder that line `line` names, or null.

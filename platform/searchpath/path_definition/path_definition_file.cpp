@@ -235,6 +235,11 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
         return contents;
     }
     if (m_lastReading) {
+        reading->lineStarts.reserve(lines.size() + 1);
+        for (const auto& line : lines)
+            reading->lineStarts.push_back(
+                static_cast<std::uint32_t>(line.text.data() - bytes.data()));
+        reading->lineStarts.push_back(static_cast<std::uint32_t>(bytes.size()));
         reading->folders = contents.folders;
         reading->bytes = std::move(bytes);
         m_lastReading->Keep(std::move(reading));

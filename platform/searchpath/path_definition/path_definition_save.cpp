@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <random>
+#include <span>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -71,11 +72,7 @@ bool IsTemporaryOf(std::string_view name, const std::string& target) {
                        [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
 }
 
-// The content of the file that held `bytes` once it holds `folders`: the lines of the folders that
-// stay and every other line are kept where they are, the lines of folders that go are dropped, and
-// each new or moved folder is written right after the folder before it, or, when it comes first,
-// before the first folder line that stays.
-// One line as Relayout or Format wrote it: where its text starts in the content, its size and the
+// One line as LayOut or Format wrote it: where its text starts in the content, its size and the
 // folder it names (none for other lines).
 struct WrittenLine {
     std::size_t at;
@@ -83,37 +80,25 @@ struct WrittenLine {
     const AbsoluteIRI* folder;
 };
 
-std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& folders,
-                     const PathDefinitionFile::Reading* reading,
-                     std::vector<WrittenLine>& written) {
-    const std::vector<Line> lines = SplitLines(bytes);
-    const std::string_view newline =
-        !lines.empty() && lines.front().ending == "\r\n" ? "\r\n" : "\n";
+// The line ending of the file's first line, which the lines a save writes take.
+std::string_view NewlineOf(std::string_view bytes) {
+    const std::size_t end = bytes.find('\n');
+    return end != std::string_view::npos && end > 0 && bytes[end - 1] == '\r' ? "\r\n" : "\n";
+}
 
-    const auto parsed = reading ? std::vector<std::optional<AbsoluteIRI>>() : FoldersOfLines(lines);
-    // The folder that line `i` names, or null.
-    const auto folderOf = [&](std::size_t i) -> const AbsoluteIRI* {
-        if (reading)
-            return reading->FolderAt(i);
-        return parsed[i] ? &*parsed[i] : nullptr;
-    };
-    // The first line of each folder, in file order; later lines of the same folder are dropped.
-    std::vector<std::size_t> firstLines;
-    if (!reading) {
-        boost::unordered_flat_set<AbsoluteIRI> seen;
-        seen.reserve(lines.size());
-        for (std::size_t i = 0; i < lines.size(); ++i) {
-            if (parsed[i] && seen.insert(*parsed[i]).second)
-                firstLines.push_back(i);
-        }
-    }
-    const auto& folderLines = reading ? reading->firstLines : firstLines;
+// Appends `lines` to `out`, laid out for `folders`: the lines of the folders that stay and every
+// other line are kept where they are, the lines of folders that go are dropped, and each new or
+// moved folder is written right after the folder before it, or, when it comes first, before the
+// first folder line that stays. `folderOf(i)` is the folder that line i names, or null;
+// `folderLines` the first line of each folder, in order; later lines of a folder are dropped.
+// Each line written is told in `written`.
+template <class FolderOf>
+void LayOut(std::span<const Line> lines, std::string_view newline, const FolderOf& folderOf,
+            std::span<const std::size_t> folderLines, std::span<const AbsoluteIRI> folders,
+            std::string& out, std::vector<WrittenLine>& written) {
     // Each of those folders' place in `folders`, -1 for one that goes. The runs that the two
     // share at the front and at the back keep their places; only the folders between them are
     // looked up.
-    const auto lineFolder = [&](std::size_t k) -> const AbsoluteIRI& {
-        return *folderOf(folderLines[k]);
-    };
     const auto [front, back] = SharedRuns(
         folderLines, folders,
         [&](std::size_t line, const AbsoluteIRI& folder) { return *folderOf(line) == folder; });
@@ -126,7 +111,7 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     for (std::size_t i = front; i < folders.size() - back; ++i)
         rankOf.emplace(folders[i], static_cast<std::ptrdiff_t>(i));
     for (std::size_t k = front; k < ranks.size() - back; ++k) {
-        if (const auto it = rankOf.find(lineFolder(k)); it != rankOf.end())
+        if (const auto it = rankOf.find(*folderOf(folderLines[k])); it != rankOf.end())
             ranks[k] = it->second;
     }
     const std::vector<bool> anchored = detail::Anchors(ranks);
@@ -162,8 +147,6 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
             }
         }
     }
-    std::string out;
-    out.reserve(bytes.size() + 64 * inserted.size());
     bool openLine = false;  // the last line written has no line ending yet
     const auto write = [&](std::string_view text, std::string_view ending,
                            const AbsoluteIRI* folder) {
@@ -193,7 +176,7 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
         if (anchored[k])
             keptFolder[folderLines[k]] = &folders[static_cast<std::size_t>(ranks[k])];
     }
-    written.reserve(folders.size() + lines.size() - folderLines.size());
+    written.reserve(written.size() + folders.size() + lines.size() - folderLines.size());
     for (std::size_t i = 0; i <= lines.size(); ++i) {
         if (i == frontAt)
             writeInserted(lines.size());
@@ -204,7 +187,128 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
             writeInserted(i);
         }
     }
+}
+
+// The content of the file that held `bytes` once it holds `folders` (see LayOut).
+std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& folders,
+                     std::vector<WrittenLine>& written) {
+    const std::vector<Line> lines = SplitLines(bytes);
+    const auto parsed = FoldersOfLines(lines);
+    // The first line of each folder, in file order.
+    std::vector<std::size_t> firstLines;
+    boost::unordered_flat_set<AbsoluteIRI> seen;
+    seen.reserve(lines.size());
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (parsed[i] && seen.insert(*parsed[i]).second)
+            firstLines.push_back(i);
+    }
+    std::string out;
+    out.reserve(bytes.size() + 4096);
+    LayOut(
+        lines, NewlineOf(bytes),
+        [&](std::size_t i) -> const AbsoluteIRI* { return parsed[i] ? &*parsed[i] : nullptr; },
+        firstLines, folders, out, written);
     return out;
+}
+
+// The reading of the file once it holds `folders`, laid out from `reading`, the kept reading of
+// what it holds now. Only the lines from the last folder of the run that the two paths share at
+// the front to the first of the run they share at the back are laid out again: those two anchor
+// what lies between as they would in a layout of the whole file, and the lines before and after
+// them are copied as they stand, their places and line numbers moved along. A change of one folder
+// of a long path then costs a copy of the bytes. None when a folder is named on more than one line
+// (a layout of the whole file drops the later ones) or what is written does not read back as laid
+// out.
+std::shared_ptr<PathDefinitionFile::Reading> RelayoutKept(
+    const PathDefinitionFile::Reading& reading, const std::vector<AbsoluteIRI>& folders) {
+    using Reading = PathDefinitionFile::Reading;
+    const std::size_t lineCount = reading.folderOf.size();
+    const std::size_t oldCount = reading.folders.size();
+    if (reading.lineStarts.size() != lineCount + 1 || reading.firstLines.size() != oldCount ||
+        static_cast<std::size_t>(std::count_if(
+            reading.folderOf.begin(), reading.folderOf.end(),
+            [](std::uint32_t place) { return place != Reading::kNoFolder; })) != oldCount) {
+        return nullptr;
+    }
+    const auto runs = SharedRuns(reading.folders, folders);
+    // The folders laid out again: [from, oldTo) of the old path, [from, newTo) of the new one.
+    const std::size_t from = runs.front > 0 ? runs.front - 1 : 0;
+    const std::size_t oldTo = runs.back > 0 ? oldCount - runs.back + 1 : oldCount;
+    const std::size_t newTo = folders.size() - (oldCount - oldTo);
+    const std::size_t lineFrom = runs.front > 0 ? reading.firstLines[from] : 0;
+    const std::size_t lineTo = runs.back > 0 ? reading.firstLines[oldTo - 1] + 1 : lineCount;
+    const std::string_view bytes = reading.bytes;
+    const std::size_t byteFrom = reading.lineStarts[lineFrom];
+    const std::size_t byteTo = reading.lineStarts[lineTo];
+
+    const std::vector<Line> lines = SplitLines(bytes.substr(byteFrom, byteTo - byteFrom));
+    if (lines.size() != lineTo - lineFrom)
+        return nullptr;
+    std::vector<std::size_t> folderLines(
+        reading.firstLines.begin() + static_cast<std::ptrdiff_t>(from),
+        reading.firstLines.begin() + static_cast<std::ptrdiff_t>(oldTo));
+    for (std::size_t& line : folderLines)
+        line -= lineFrom;
+    auto next = std::make_shared<Reading>();
+    std::string& out = next->bytes;
+    out.reserve(bytes.size() + 4096);
+    out.append(bytes.substr(0, byteFrom));
+    std::vector<WrittenLine> written;
+    LayOut(
+        lines, NewlineOf(bytes), [&](std::size_t i) { return reading.FolderAt(lineFrom + i); },
+        folderLines, std::span(folders).subspan(from, newTo - from), out, written);
+    const std::size_t laidTo = out.size();
+    out.append(bytes.substr(byteTo));
+
+    // The lines before: as they were.
+    const auto firstOf = [](const auto& list, std::size_t count) {
+        return std::vector(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(count));
+    };
+    next->folderOf = firstOf(reading.folderOf, lineFrom);
+    next->lineStarts = firstOf(reading.lineStarts, lineFrom);
+    next->firstLines = firstOf(reading.firstLines, from);
+    const std::size_t newLines = lineFrom + written.size() + (lineCount - lineTo);
+    next->folderOf.reserve(newLines);
+    next->lineStarts.reserve(newLines + 1);
+    next->firstLines.reserve(folders.size());
+    // The lines laid out: each as a reading of the bytes finds it, naming the next folder.
+    const std::vector<Line> laid =
+        SplitLines(std::string_view(out).substr(byteFrom, laidTo - byteFrom));
+    if (laid.size() != written.size())
+        return nullptr;
+    for (std::size_t i = 0; i < laid.size(); ++i) {
+        const WrittenLine& line = written[i];
+        if (static_cast<std::size_t>(laid[i].text.data() - out.data()) != line.at ||
+            laid[i].text.size() != line.size ||
+            detail::IsFolderLine(laid[i].text) != (line.folder != nullptr)) {
+            return nullptr;
+        }
+        next->lineStarts.push_back(static_cast<std::uint32_t>(line.at));
+        if (line.folder == nullptr) {
+            next->folderOf.push_back(Reading::kNoFolder);
+            continue;
+        }
+        if (line.folder != folders.data() + next->firstLines.size())
+            return nullptr;
+        next->folderOf.push_back(static_cast<std::uint32_t>(next->firstLines.size()));
+        next->firstLines.push_back(lineFrom + i);
+    }
+    // The lines after: moved along by what the laid-out lines added or took away.
+    const std::uint32_t movedBytes = static_cast<std::uint32_t>(laidTo - byteTo);
+    const std::uint32_t movedPlaces = static_cast<std::uint32_t>(newTo - oldTo);
+    const std::size_t afterLine = lineFrom + written.size();
+    for (std::size_t j = lineTo; j < lineCount; ++j) {
+        const std::uint32_t place = reading.folderOf[j];
+        next->folderOf.push_back(place == Reading::kNoFolder ? place : place + movedPlaces);
+        next->lineStarts.push_back(reading.lineStarts[j] + movedBytes);
+    }
+    for (std::size_t k = oldTo; k < oldCount; ++k)
+        next->firstLines.push_back(reading.firstLines[k] - lineTo + afterLine);
+    next->lineStarts.push_back(static_cast<std::uint32_t>(out.size()));
+    if (next->firstLines.size() != folders.size())
+        return nullptr;
+    next->folders = folders;
+    return next;
 }
 
 // What a reading of `content` would work out, told from how it was written, so that the next
@@ -220,8 +324,10 @@ std::shared_ptr<const PathDefinitionFile::Reading> ReadingOfWritten(
     auto reading = std::make_shared<PathDefinitionFile::Reading>();
     reading->folderOf.assign(lines.size(), PathDefinitionFile::Reading::kNoFolder);
     reading->firstLines.reserve(folders.size());
+    reading->lineStarts.reserve(lines.size() + 1);
     for (std::size_t i = 0; i < lines.size(); ++i) {
         const WrittenLine& line = written[i];
+        reading->lineStarts.push_back(static_cast<std::uint32_t>(line.at));
         if (static_cast<std::size_t>(lines[i].text.data() - content.data()) != line.at ||
             lines[i].text.size() != line.size ||
             detail::IsFolderLine(lines[i].text) != (line.folder != nullptr)) {
@@ -238,6 +344,7 @@ std::shared_ptr<const PathDefinitionFile::Reading> ReadingOfWritten(
     }
     if (reading->firstLines.size() != folders.size())
         return nullptr;
+    reading->lineStarts.push_back(static_cast<std::uint32_t>(content.size()));
     reading->folders = folders;
     reading->bytes = std::move(content);
     return reading;
@@ -372,18 +479,21 @@ PathDefinitionFile::SaveResult PathDefinitionFile::Write(const std::vector<Absol
         err = os::System().MakeFolders(FolderOf(target));
     if (err == 0) {
         RemoveStaleTemporaries(target);
-        std::vector<WrittenLine> written;
-        std::string content =
-            exists ? Relayout(old, folders, reading.get(), written) : Format(folders);
         // A reading is what the bytes alone give, so it is kept before the file is replaced: the
         // watcher that reads the file the moment it is renamed into place parses nothing, and a
         // save that fails leaves a reading of bytes that no file holds, which nothing matches.
         std::shared_ptr<const Reading> mine;
-        if (m_lastReading && base != nullptr && exists) {
-            mine = ReadingOfWritten(content, written, folders);
-            if (mine)
-                m_lastReading->Keep(mine);
+        std::string content;
+        if (reading && base != nullptr)
+            mine = RelayoutKept(*reading, folders);
+        if (!mine) {
+            std::vector<WrittenLine> written;
+            content = exists ? Relayout(old, folders, written) : Format(folders);
+            if (m_lastReading && base != nullptr && exists)
+                mine = ReadingOfWritten(content, written, folders);
         }
+        if (mine)
+            m_lastReading->Keep(mine);
         err = ReplaceAtomically(target, mine ? std::string_view(mine->bytes) : content,
                                 exists ? &status : nullptr, base != nullptr);
     }
