@@ -84,6 +84,28 @@ TEST_F(Manager, ChangesByOthersSinceThePathWasReadAreKept) {
     EXPECT_TRUE(messages.empty());
 }
 
+// A new path that names a folder twice holds it once, in its first place, wherever the other
+// name stands: among the folders that kept their places or among those that changed.
+TEST_F(Manager, ANewPathHoldsEachFolderOnceInItsFirstPlace) {
+    tree.File("d/fd.vl");
+    const AbsoluteIRI a = tree.IRI("a"), b = tree.IRI("b"), c = tree.IRI("c"), d = tree.IRI("d");
+    // The same folder as another object, as a caller that reads it again would give it.
+    const auto again = [](const AbsoluteIRI& folder) { return AbsoluteIRI(folder.toString()); };
+    const std::pair<List, List> cases[] = {
+        {{a, b, c, again(a)}, {a, b, c}},       {{again(c), a, b, c}, {c, a, b}},
+        {{a, d, again(d), b, c}, {a, d, b, c}}, {{a, again(b), d, c}, {a, b, d, c}},
+        {{a, d, b, c, d}, {a, d, b, c}},
+    };
+    for (const auto& [given, held] : cases) {
+        MainSearchPathManager manager(I({"a", "b", "c"}), {});
+        Notification messages;
+        manager.ApplyPathAfterAdding(given, messages);
+        EXPECT_TRUE(messages.empty());
+        EXPECT_EQ(*manager.GetPathFolderIRIs(), held);
+        EXPECT_EQ(manager.GetSnapshot()->GetFolderEntries().size(), held.size());
+    }
+}
+
 TEST_F(Manager, ChangesNothingWhenAFolderCannotBeUsedOrThePathCannotBeSaved) {
     MainSearchPathManager manager(I({"a"}), Saved());
     const auto snapshot = manager.GetSnapshot();

@@ -1,6 +1,9 @@
 #include <velmora/searchpath/main_search_path_manager.hpp>
 
 #include <exception>
+#include <iterator>
+#include <optional>
+#include <span>
 #include <type_traits>
 #include <utility>
 
@@ -9,7 +12,9 @@
 #include <foundation/storage/vfs/exceptions.hpp>
 #include <foundation/storage/vfs/iri_conversion.hpp>
 #include <velmora/os/system.hpp>
+#include <velmora/searchpath/shared_runs.hpp>
 
+#include "main_positions.hpp"
 #include "manager_state.hpp"
 #include "path_rebase.hpp"
 
@@ -36,29 +41,96 @@ struct FolderAtEqual {
     bool operator()(const AbsoluteIRI* a, const AbsoluteIRI* b) const noexcept { return *a == *b; }
 };
 
-template <class Range>
-FolderList FirstOccurrences(const Range& range) {
+// Each folder the first time it comes, in order.
+FolderList FirstOccurrences(std::span<const AbsoluteIRI> range) {
     FolderList folders;
     boost::unordered_flat_set<const AbsoluteIRI*, FolderAtHash, FolderAtEqual> seen;
-    if constexpr (std::is_same_v<Range, FolderList>) {
-        folders.reserve(range.size());
-        seen.reserve(range.size());
-        // Each folder's text lies elsewhere in memory: asked for a few folders ahead, so that the
-        // waits for them overlap.
-        constexpr std::size_t kAhead = 16;
-        for (std::size_t i = 0; i < range.size(); ++i) {
-            if (i + kAhead < range.size())
-                __builtin_prefetch(&range[i + kAhead].toString());
-            if (seen.insert(&range[i]).second)
-                folders.push_back(range[i]);
-        }
-    } else {
-        for (const AbsoluteIRI& folder : range) {
-            if (seen.insert(&folder).second)
-                folders.push_back(folder);
-        }
+    folders.reserve(range.size());
+    seen.reserve(range.size());
+    // Each folder's text lies elsewhere in memory: asked for a few folders ahead, so that the
+    // waits for them overlap.
+    constexpr std::size_t kAhead = 16;
+    for (std::size_t i = 0; i < range.size(); ++i) {
+        if (i + kAhead < range.size())
+            __builtin_prefetch(&range[i + kAhead].toString());
+        if (seen.insert(&range[i]).second)
+            folders.push_back(range[i]);
     }
     return folders;
+}
+
+FolderList FirstOccurrences(const MainSearchPathManager::FolderRange& range) {
+    if (const auto& array = range.Contiguous())
+        return FirstOccurrences(*array);
+    FolderList folders;
+    boost::unordered_flat_set<const AbsoluteIRI*, FolderAtHash, FolderAtEqual> seen;
+    for (const AbsoluteIRI& folder : range) {
+        if (seen.insert(&folder).second)
+            folders.push_back(folder);
+    }
+    return folders;
+}
+
+// Whether `folders` holds each folder once, told from the folders that `before`, a list that holds
+// each once, has not in the same places: those between the runs that the two share at the front
+// and at the back. `placeOf` gives a folder's place on `before`. Each folder between is looked up
+// rather than the whole list: none when they are too many for that to pay.
+std::optional<bool> HoldsEachOnce(std::span<const AbsoluteIRI> folders, const FolderList& before,
+                                  const detail::MainPositions& placeOf) {
+    constexpr std::size_t kMostBetween = 4096;
+    const auto [front, back] = SharedRuns(folders, before);
+    const std::size_t end = folders.size() - back;
+    if (end - front > kMostBetween)
+        return std::nullopt;
+    boost::unordered_flat_set<const AbsoluteIRI*, FolderAtHash, FolderAtEqual> between;
+    for (std::size_t i = front; i < end; ++i) {
+        if (!between.insert(&folders[i]).second)
+            return false;
+        // A folder of the runs stands there already.
+        if (const auto place = placeOf.At(folders[i]);
+            place && (*place < front || *place >= before.size() - back)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The entries of `folders`, a change of the path whose folders and entries are `before` and
+// `entries`. Each folder that stays keeps its entry: it was read at this start or kept fresh since,
+// and reading it again would make a change of one folder cost the whole path. Only the folders new
+// to the path are listed. Where each folder of the path has an entry, folders and entries stand in
+// the same places: the runs that the change leaves at the front and the back take their entries
+// without a look at them, and only the folders between are matched.
+std::vector<std::shared_ptr<const FolderEntry>> EntriesAfterChange(
+    const FolderList& folders, const FolderList& before,
+    const std::vector<std::shared_ptr<const FolderEntry>>& entries, ScanReport& report) {
+    if (entries.size() != before.size()) {
+        return MainSearchPath::RevalidateEntries(folders, entries, report, nullptr, entries.size(),
+                                                 true);
+    }
+    const auto [front, back] = SharedRuns(folders, before);
+    const auto between = [&](const auto& list) {
+        return std::vector(list.begin() + static_cast<std::ptrdiff_t>(front),
+                           list.end() - static_cast<std::ptrdiff_t>(back));
+    };
+    auto changed = MainSearchPath::RevalidateEntries(between(folders), between(entries), report,
+                                                     nullptr, entries.size() - front - back, true);
+    std::vector<std::shared_ptr<const FolderEntry>> result;
+    result.reserve(folders.size());
+    // The entries lie all over the heap, their counts beside them: each is asked for a few entries
+    // ahead, so that the waits for them overlap.
+    constexpr std::size_t kAhead = 16;
+    const auto take = [&](std::size_t from, std::size_t to) {
+        for (std::size_t i = from; i < to; ++i) {
+            if (i + kAhead < to)
+                __builtin_prefetch(entries[i + kAhead].get());
+            result.push_back(entries[i]);
+        }
+    };
+    take(0, front);
+    std::move(changed.begin(), changed.end(), std::back_inserter(result));
+    take(entries.size() - back, entries.size());
+    return result;
 }
 
 ustring DisplayText(const AbsoluteIRI& folder) {
@@ -144,7 +216,8 @@ std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options optio
 }
 
 MainSearchPathManager::MainSearchPathManager(const FolderList& folders, Options options)
-    : MainSearchPathManager(std::make_shared<const FolderList>(FirstOccurrences(folders)),
+    : MainSearchPathManager(std::make_shared<const FolderList>(
+                                FirstOccurrences(std::span<const AbsoluteIRI>(folders))),
                             std::move(options), Unique{}) {}
 
 MainSearchPathManager::MainSearchPathManager(std::shared_ptr<const FolderList> unique,
@@ -184,13 +257,35 @@ MainSearchPathManager::~MainSearchPathManager() = default;
 void MainSearchPathManager::ApplyPathAfterAdding(const FolderRange& newPath,
                                                  Notification& notification) {
     RefuseRecursiveChange();
-    Change(PathChangeKind::Added, FirstOccurrences(newPath), notification);
+    Change(PathChangeKind::Added, UniqueFolders(newPath), notification);
 }
 
 void MainSearchPathManager::ApplyPathAfterRemoving(const FolderRange& newPath,
                                                    Notification& notification) {
     RefuseRecursiveChange();
-    Change(PathChangeKind::Removed, FirstOccurrences(newPath), notification);
+    Change(PathChangeKind::Removed, UniqueFolders(newPath), notification);
+}
+
+MainSearchPathManager::FolderList MainSearchPathManager::UniqueFolders(const FolderRange& range) {
+    // A new path is nearly always the current one with a few folders changed: only those are
+    // looked up in the table of places, which a set of the whole path would cost far more than.
+    if (const auto& array = range.Contiguous()) {
+        std::unique_lock lock(m_changeMutex);
+        const auto old = CurrentState();
+        if (old->path->GetFolderEntries().size() == old->folders->size() &&
+            HoldsEachOnce(*array, *old->folders, PositionsOf(old->path)) == true) {
+            return FolderList(array->begin(), array->end());
+        }
+    }
+    return FirstOccurrences(range);
+}
+
+const detail::MainPositions& MainSearchPathManager::PositionsOf(
+    const std::shared_ptr<const MainSearchPath>& path) {
+    if (!m_mainPositions || (!m_mainPositions->Serves(path) && !m_mainPositions->Follow(path))) {
+        m_mainPositions = std::make_shared<detail::MainPositions>(path);
+    }
+    return *m_mainPositions;
 }
 
 void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
@@ -225,15 +320,12 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         if (folders == *old->folders)
             return;
         ScanReport report;
-        // The folders that stay keep their entries: they were read at this start or kept fresh
-        // since, and listing them again would make a change of one folder cost the whole path.
-        const auto& staying = old->path->GetFolderEntries();
         // The new path's name index is built when a lookup first asks: a change rarely looks up.
-        // Only the folders new to the path are listed, and the entry cache holds the path's own
-        // entries: it would index them all to find none of those.
+        // The entry cache holds the path's own entries: it would index them all to find none of
+        // the new folders.
         path = MainSearchPath::Rearrange(
-            *old->path, MainSearchPath::RevalidateEntries(folders, staying, report, nullptr,
-                                                          staying.size(), true));
+            *old->path,
+            EntriesAfterChange(folders, *old->folders, old->path->GetFolderEntries(), report));
         warnings = ScanReport();
         bool refused = false;
         for (const auto& problem : report.Problems()) {
@@ -263,6 +355,11 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         }
     }
     fileLock = {};
+    // The table of places follows the change while the path it served is at hand: once that is
+    // gone, only a new table of the whole path would do.
+    if (m_mainPositions && !(m_mainPositions->Serves(old->path) && m_mainPositions->Follow(path))) {
+        m_mainPositions.reset();
+    }
     m_cache.Retain(EntriesOf(path));
     Publish(kind, MakeState(std::make_shared<const FolderList>(std::move(folders)), std::move(path),
                             std::move(warnings)));

@@ -60,14 +60,11 @@ std::shared_ptr<const PathState> MainSearchPathManager::RefreshFolders(
     RefuseRecursiveChange();
     std::unique_lock lock(m_changeMutex);
     const auto old = CurrentState();
-    if (!m_mainPositions ||
-        (!m_mainPositions->Serves(old->path) && !m_mainPositions->Follow(old->path))) {
-        m_mainPositions = std::make_shared<detail::MainPositions>(old->path);
-    }
+    const detail::MainPositions& positions = PositionsOf(old->path);
 
     std::vector<std::size_t> stale;
     for (const auto& location : locations) {
-        if (const auto position = m_mainPositions->Holding(*old->path, location))
+        if (const auto position = positions.Holding(*old->path, location))
             stale.push_back(*position);
     }
     std::sort(stale.begin(), stale.end());
@@ -106,9 +103,8 @@ std::shared_ptr<const PathState> MainSearchPathManager::RefreshFolders(
     std::vector<std::shared_ptr<const FolderEntry>> appearing;
     if (old->path->GetFolderEntries().size() < old->folders->size()) {
         for (const auto& location : locations) {
-            if (m_mainPositions->At(location) ||
-                std::find(old->folders->begin(), old->folders->end(), location) ==
-                    old->folders->end()) {
+            if (positions.At(location) || std::find(old->folders->begin(), old->folders->end(),
+                                                    location) == old->folders->end()) {
                 continue;
             }
             ScanReport ignored;  // still missing: its warning stands already

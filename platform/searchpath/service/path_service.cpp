@@ -28,6 +28,8 @@ using Clock = std::chrono::steady_clock;
 // How long one client may take to send its request, and to take its reply.
 constexpr int kRequestMs = 5'000;
 constexpr int kReplyMs = 60'000;
+// How long a changed path is held after the reply, for the client to hang up first.
+constexpr int kLingerMs = 200;
 // How long a request waits for the watcher to take in the changes made before it; then the
 // path is read again instead.
 constexpr std::chrono::milliseconds kSyncTimeout{10'000};
@@ -256,6 +258,13 @@ struct PathService::Impl {
                 reply = {kDeclined, {}, {}};
             }
             system.SocketSend(socket, Frame(EncodeReply(reply)), kReplyMs);
+            // A client hangs up as soon as the reply is whole: the path that a change replaced is
+            // let go of after that (or after a short while), so that the client, woken to read
+            // its reply, need not share the processors with it.
+            if (manager->GetState() != before) {
+                std::string ignored;
+                system.SocketReceive(socket, 1, kLingerMs, ignored);
+            }
             before.reset();
             if (request->operation == ServiceOperation::Stop && reply.status == 0)
                 Stop();

@@ -6,8 +6,10 @@
 // any_range whose iterators keep the iterator they erase in a 64-byte buffer inside themselves, so
 // iterating allocates nothing for iterators of that size or less.
 //
-// The adapter refers to the caller's range: the range must outlive the adapter and every iterator
-// taken from it. Elements are read as const T&, so the range must yield lvalues.
+// A vector or an array passed so is also kept as a span (Contiguous()), for callers that read a
+// long list in one pass. The adapter refers to the caller's range: the range must outlive the
+// adapter and every iterator taken from it. Elements are read as const T&, so the range must yield
+// lvalues.
 //
 //   std::vector<ustring> folders = {u"tb", u"utils"};
 //   void Show(const AnyRangeAdapter<ustring>& folders);
@@ -17,6 +19,9 @@
 
 #include <cstddef>
 #include <iterator>
+#include <optional>
+#include <ranges>
+#include <span>
 #include <type_traits>
 
 #include <boost/range/any_range.hpp>
@@ -51,7 +56,13 @@ class AnyRangeAdapter {
                                   const std::remove_cvref_t<Source>>::type>::reference,
                               const T&>)
         AnyRangeAdapter(const Source& source)  // NOLINT(google-explicit-constructor)
-        : m_range(boost::begin(source), boost::end(source)) {}
+        : m_range(boost::begin(source), boost::end(source)) {
+        if constexpr (std::ranges::contiguous_range<const Source> &&
+                      std::ranges::sized_range<const Source> &&
+                      std::is_same_v<std::ranges::range_value_t<const Source>, T>) {
+            m_contiguous = std::span<const T>(std::ranges::data(source), std::ranges::size(source));
+        }
+    }
 
     // The elements of [first, last).
     template <class Iterator>
@@ -62,9 +73,13 @@ class AnyRangeAdapter {
     bool empty() const { return m_range.empty(); }
     // The erased Boost range itself.
     const Range& GetRange() const noexcept { return m_range; }
+    // The elements as one array, when they came from a source that holds them so (a vector, an
+    // array): a long list is then read without a call for each step.
+    const std::optional<std::span<const T>>& Contiguous() const noexcept { return m_contiguous; }
 
   private:
     Range m_range;
+    std::optional<std::span<const T>> m_contiguous;
 };
 
 }  // namespace Velmora::PathManagement::detail

@@ -141,6 +141,11 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     MainSearchPathManager(std::shared_ptr<const FolderList> unique, Options options, Unique);
     void Change(PathManagement::PathChangeKind kind, FolderList folders,
                 foundation::core::except::Notification& notification);
+    // The folders of `range`, each the first time it comes.
+    FolderList UniqueFolders(const FolderRange& range);
+    // The table of the main folders' places on `path`, made or brought up to it. Called with the
+    // change mutex held.
+    const detail::MainPositions& PositionsOf(const std::shared_ptr<const MainSearchPath>& path);
     std::shared_ptr<State> MakeState(std::shared_ptr<const FolderList> folders,
                                      std::shared_ptr<const MainSearchPath> path,
                                      ScanReport warnings) const;
@@ -160,8 +165,7 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
     mutable std::mutex m_observersMutex;
     std::map<std::uint64_t, PathManagement::PathChangeObserver> m_observers;
     std::uint64_t m_nextObserver = 1;
-    std::shared_ptr<detail::MainPositions> m_mainPositions;  // RefreshFolders' own, under the
-                                                             // change mutex
+    std::shared_ptr<detail::MainPositions> m_mainPositions;  // under the change mutex
     std::unique_ptr<PathCacheKeeper> m_pathCache;            // offered each state published
 };
 
