@@ -106,6 +106,26 @@ TEST_F(Manager, ANewPathHoldsEachFolderOnceInItsFirstPlace) {
     }
 }
 
+// A folder added under another name (a symbolic link) moves it: its old name leaves the path,
+// whether the folder came by a change or was read again after it was replaced on disk.
+TEST_F(Manager, AFolderAddedUnderAnotherNameLeavesItsOldName) {
+    namespace fs = std::filesystem;
+    MainSearchPathManager manager(I({"a", "b"}), {});
+    Notification messages;
+    // c comes by a change; b is replaced by another folder of its name and read again.
+    manager.ApplyPathAfterAdding(I({"c", "a", "b"}), messages);
+    fs::rename(tree.Path("b"), tree.Path("b-before"));
+    tree.File("b/fb2.vl");
+    ASSERT_TRUE(manager.RefreshFolders({tree.IRI("b")}));
+    fs::create_directory_symlink(tree.Path("c"), tree.Path("to-c"));
+    fs::create_directory_symlink(tree.Path("b"), tree.Path("to-b"));
+    manager.ApplyPathAfterAdding(I({"to-c", "c", "a", "b"}), messages);
+    EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"to-c", "a", "b"}));
+    manager.ApplyPathAfterAdding(I({"to-b", "to-c", "a", "b"}), messages);
+    EXPECT_EQ(*manager.GetPathFolderIRIs(), I({"to-b", "to-c", "a"}));
+    EXPECT_TRUE(messages.empty());
+}
+
 TEST_F(Manager, ChangesNothingWhenAFolderCannotBeUsedOrThePathCannotBeSaved) {
     MainSearchPathManager manager(I({"a"}), Saved());
     const auto snapshot = manager.GetSnapshot();

@@ -11,8 +11,32 @@ using foundation::storage::vfs::AbsoluteIRI;
 MainPositions::MainPositions(const std::shared_ptr<const MainSearchPath>& path) : m_path(path) {
     const auto& mains = path->GetFolderEntries();
     m_at.reserve(mains.size());
-    for (std::size_t i = 0; i < mains.size(); ++i)
-        m_at.emplace(mains[i]->GetAbsoluteIRI(), i);
+    m_entriesOf.reserve(mains.size());
+    for (std::size_t i = 0; i < mains.size(); ++i) {
+        m_at.emplace(mains[i]->GetLocation(), i);
+        Count(*mains[i]);
+    }
+}
+
+void MainPositions::Count(const FolderEntry& entry) {
+    ++m_entriesOf[IdOf(entry)];
+}
+
+void MainPositions::Uncount(const FolderEntry& entry) {
+    const auto found = m_entriesOf.find(IdOf(entry));
+    if (found != m_entriesOf.end() && --found->second == 0)
+        m_entriesOf.erase(found);
+}
+
+void MainPositions::CarryTo(const std::shared_ptr<const MainSearchPath>& path,
+                            const std::vector<std::size_t>& replaced) {
+    if (const auto served = m_path.lock()) {
+        for (const std::size_t position : replaced) {
+            Uncount(*served->GetFolderEntries()[position]);
+            Count(*path->GetFolderEntries()[position]);
+        }
+    }
+    m_path = path;
 }
 
 bool MainPositions::Follow(const std::shared_ptr<const MainSearchPath>& path) {
@@ -26,8 +50,10 @@ bool MainPositions::Follow(const std::shared_ptr<const MainSearchPath>& path) {
     const std::size_t come = after.size() - front - back;
     if (gone + come > before.size() / 16 + 64)
         return false;
-    for (std::size_t i = front; i < before.size() - back; ++i)
-        m_at.erase(before[i]->GetAbsoluteIRI());
+    for (std::size_t i = front; i < before.size() - back; ++i) {
+        m_at.erase(before[i]->GetLocation());
+        Uncount(*before[i]);
+    }
     // The entries of the back run shift with the change's difference in length.
     if (before.size() != after.size()) {
         const std::size_t backStart = before.size() - back;
@@ -36,8 +62,10 @@ bool MainPositions::Follow(const std::shared_ptr<const MainSearchPath>& path) {
                 position = position - before.size() + after.size();
         }
     }
-    for (std::size_t i = front; i < after.size() - back; ++i)
-        m_at.insert_or_assign(after[i]->GetAbsoluteIRI(), i);
+    for (std::size_t i = front; i < after.size() - back; ++i) {
+        m_at.insert_or_assign(after[i]->GetLocation(), i);
+        Count(*after[i]);
+    }
     m_path = path;
     return true;
 }

@@ -316,7 +316,8 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         const FolderList newFolders = detail::FoldersNotIn(folders, base);
         const FolderSet added(newFolders.begin(), newFolders.end());
         if (kind == PathChangeKind::Added)
-            detail::DropOtherNamesOf(folders, newFolders, *old->path, *old->folders);
+            detail::DropOtherNamesOf(folders, newFolders, *old->path, *old->folders,
+                                     PositionsOf(old->path));
         if (folders == *old->folders)
             return;
         ScanReport report;

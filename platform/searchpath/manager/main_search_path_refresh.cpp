@@ -125,8 +125,12 @@ std::shared_ptr<const PathState> MainSearchPathManager::RefreshFolders(
     auto path = MainSearchPath::Update(*old->path, replaced);
     if (!appearing.empty())
         path = MainSearchPath::Create(InListOrder(*old->folders, *path, std::move(appearing)));
-    if (path->GetFolderEntries().size() == old->path->GetFolderEntries().size())
-        m_mainPositions->CarryTo(path);
+    if (path->GetFolderEntries().size() == old->path->GetFolderEntries().size()) {
+        std::vector<std::size_t> readAgain;
+        for (const auto& replacement : replaced)
+            readAgain.push_back(replacement.position);
+        m_mainPositions->CarryTo(path, readAgain);
+    }
     // The new path's entries, shared with it rather than copied: a refresh of one folder of a
     // large path costs no pass over all of them.
     m_cache.Retain(std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>>(

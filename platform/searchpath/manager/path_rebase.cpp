@@ -1,5 +1,7 @@
 #include "path_rebase.hpp"
 
+#include "main_positions.hpp"
+
 #include <algorithm>
 #include <optional>
 
@@ -11,6 +13,8 @@
 #include <velmora/os/system.hpp>
 #include <velmora/searchpath/path_definition_file.hpp>
 #include <velmora/searchpath/shared_runs.hpp>
+
+#include "main_positions.hpp"
 
 namespace Velmora::SearchPath::detail {
 
@@ -136,15 +140,6 @@ FolderList FoldersNotIn(const FolderList& after, const FolderList& before) {
 
 namespace {
 
-struct FolderId {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-    friend bool operator==(const FolderId&, const FolderId&) = default;
-    friend std::size_t hash_value(const FolderId& id) {
-        return std::hash<std::uint64_t>()(id.device * 0x9E3779B97F4A7C15ULL ^ id.inode);
-    }
-};
-
 std::optional<FolderId> IdOf(const AbsoluteIRI& folder) {
     try {
         const auto native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(folder));
@@ -160,11 +155,20 @@ std::optional<FolderId> IdOf(const AbsoluteIRI& folder) {
 }  // namespace
 
 void DropOtherNamesOf(FolderList& folders, const FolderList& added, const MainSearchPath& current,
-                      const FolderList& currentFolders) {
+                      const FolderList& currentFolders, const MainPositions& positions) {
     boost::unordered_flat_set<FolderId> ids;
+    // Whether an entry of the path may have been read from one of the added folders under another
+    // name: the table counts the entries of each folder on disk, and an added folder that is on
+    // the path already under its own name has one there itself.
+    bool otherEntries = false;
     for (const AbsoluteIRI& folder : added) {
-        if (const auto id = IdOf(folder))
-            ids.insert(*id);
+        const auto id = IdOf(folder);
+        if (!id)
+            continue;
+        ids.insert(*id);
+        const auto place = positions.At(folder);
+        const bool itself = place && IdOf(*current.GetFolderEntries()[*place]) == *id;
+        otherEntries = otherEntries || positions.EntriesOf(*id) > (itself ? 1 : 0);
     }
     if (ids.empty())
         return;
@@ -178,12 +182,11 @@ void DropOtherNamesOf(FolderList& folders, const FolderList& added, const MainSe
     // The entries lie all over the heap: each one's stamp is asked for a few entries ahead, so
     // that the waits for them overlap.
     constexpr std::size_t kAhead = 16;
-    for (std::size_t i = 0; i < entries.size(); ++i) {
+    for (std::size_t i = 0; otherEntries && i < entries.size(); ++i) {
         if (i + kAhead < entries.size())
             __builtin_prefetch(&entries[i + kAhead]->GetStamp());
         const FolderEntry& entry = *entries[i];
-        const FolderId id{entry.GetStamp().device, entry.GetStamp().inode};
-        if (ids.contains(id) && !isAdded.contains(entry.GetLocation()))
+        if (ids.contains(IdOf(entry)) && !isAdded.contains(entry.GetLocation()))
             others.insert(entry.GetLocation());
     }
     // A path with an entry for each of its folders has them in the same places: the folders are

@@ -23,6 +23,8 @@ class PathDefinitionFile;
 
 namespace Velmora::SearchPath::detail {
 
+class MainPositions;
+
 using FolderList = std::vector<foundation::storage::vfs::AbsoluteIRI>;
 
 // RebaseChange: the change from `base` to `wanted`, made on `current` instead.
@@ -55,8 +57,9 @@ FolderList FoldersNotIn(const FolderList& after, const FolderList& before);
 // rather than putting it on the path twice.
 // `current` is the path as read at this start, made from the folder list `currentFolders`: the
 // device and inode of its folders are taken from their entries rather than asked of the disk
-// again.
+// again, and only when `positions`, its table of places, counts an entry of an added folder that
+// is not the folder's own.
 void DropOtherNamesOf(FolderList& folders, const FolderList& added, const MainSearchPath& current,
-                      const FolderList& currentFolders);
+                      const FolderList& currentFolders, const MainPositions& positions);
 
 }  // namespace Velmora::SearchPath::detail
