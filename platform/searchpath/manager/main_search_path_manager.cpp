@@ -297,7 +297,7 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
 
     // Other processes may have saved changes since this path was read: under the file's lock, the
     // change is made again on what is saved now, so that theirs are kept.
-    FolderList base = *old->folders;
+    std::shared_ptr<const FolderList> base = old->folders;
     PathDefinitionFile::ChangeLock fileLock;
     if (m_options.pathDefinition) {
         fileLock = m_options.pathDefinition->LockForChange(notification);
@@ -305,6 +305,7 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
             return;
     }
     std::shared_ptr<const MainSearchPath> path;
+    std::shared_ptr<const FolderList> saved;  // the new path, as the file holds it
     ScanReport warnings;
     // A program that takes no lock (an editor writing the file anew) may change the file at any
     // moment until it is replaced; the change is then made again on what it holds, a few times.
@@ -313,7 +314,7 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
             !detail::RebaseOnSavedFile(*m_options.pathDefinition, base, folders, notification)) {
             return;
         }
-        const FolderList newFolders = detail::FoldersNotIn(folders, base);
+        const FolderList newFolders = detail::FoldersNotIn(folders, *base);
         const FolderSet added(newFolders.begin(), newFolders.end());
         if (kind == PathChangeKind::Added)
             detail::DropOtherNamesOf(folders, newFolders, *old->path, *old->folders,
@@ -341,12 +342,16 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         }
         if (refused)
             return;
-        if (!m_options.pathDefinition || folders == base)
+        if (!m_options.pathDefinition || folders == *base)
             break;
-        const auto saved = m_options.pathDefinition->SaveChange(base, folders, notification);
-        if (saved == PathDefinitionFile::SaveResult::Saved)
+        // The file's kept reading shares the new path with the state that holds it.
+        auto list = std::make_shared<const FolderList>(std::move(folders));
+        const auto result = m_options.pathDefinition->SaveChange(*base, list, notification);
+        if (result == PathDefinitionFile::SaveResult::Saved) {
+            saved = std::move(list);
             break;
-        if (saved == PathDefinitionFile::SaveResult::Failed)
+        }
+        if (result == PathDefinitionFile::SaveResult::Failed)
             return;
         if (attempt == kSaveAttempts) {
             notification.Add(VELMORA::pathdef::cannotSave(
@@ -354,6 +359,7 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
                 "it kept changing while the change was saved"));
             return;
         }
+        folders = *list;
     }
     fileLock = {};
     // The table of places follows the change while the path it served is at hand: once that is
@@ -362,8 +368,9 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         m_mainPositions.reset();
     }
     m_cache.Retain(EntriesOf(path));
-    Publish(kind, MakeState(std::make_shared<const FolderList>(std::move(folders)), std::move(path),
-                            std::move(warnings)));
+    Publish(kind, MakeState(saved ? std::move(saved)
+                                  : std::make_shared<const FolderList>(std::move(folders)),
+                            std::move(path), std::move(warnings)));
 }
 
 std::shared_ptr<const PathState> MainSearchPathManager::Refresh() {

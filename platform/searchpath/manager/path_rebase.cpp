@@ -109,18 +109,18 @@ FolderList RebaseChange(const FolderList& base, const FolderList& wanted,
     return result;
 }
 
-bool RebaseOnSavedFile(const PathDefinitionFile& file, FolderList& base, FolderList& wanted,
-                       foundation::core::except::Notification& problems) {
+bool RebaseOnSavedFile(const PathDefinitionFile& file, std::shared_ptr<const FolderList>& base,
+                       FolderList& wanted, foundation::core::except::Notification& problems) {
     // Nearly always, no one else changed the file: it holds what it held when it was read.
-    if (file.Holds(base))
+    if (file.Holds(*base))
         return true;
     auto saved = file.Load(problems);
     if (saved.outcome == PathDefinitionFile::Outcome::Failed)
         return false;
     // With no file yet, the path that was started from is what is saved.
-    if (saved.outcome == PathDefinitionFile::Outcome::Loaded && saved.folders != base) {
-        wanted = RebaseChange(base, wanted, saved.folders);
-        base = std::move(saved.folders);
+    if (saved.outcome == PathDefinitionFile::Outcome::Loaded && saved.folders != *base) {
+        wanted = RebaseChange(*base, wanted, saved.folders);
+        base = std::make_shared<const FolderList>(std::move(saved.folders));
     }
     return true;
 }

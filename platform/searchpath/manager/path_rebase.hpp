@@ -9,6 +9,7 @@
 // the other processes did is kept.
 
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 #include <foundation/core/except/notification.hpp>
@@ -43,9 +44,10 @@ FolderList RebaseChange(const FolderList& base, const FolderList& wanted,
 // RebaseOnSavedFile: reads the path saved in `file` (meant to be called under its change lock)
 // and, where it differs from `base`, carries the change from `base` to `wanted` over to it. On
 // return `base` is the saved path and `wanted` the change made on it. False, with the reasons in
-// `problems`, when the saved path cannot be read.
-bool RebaseOnSavedFile(const PathDefinitionFile& file, FolderList& base, FolderList& wanted,
-                       foundation::core::except::Notification& problems);
+// `problems`, when the saved path cannot be read. `base` is replaced, never changed: it is the
+// list that the manager's state holds.
+bool RebaseOnSavedFile(const PathDefinitionFile& file, std::shared_ptr<const FolderList>& base,
+                       FolderList& wanted, foundation::core::except::Notification& problems);
 
 // FoldersNotIn: the folders of `after` that `before` lacks, in the order of `after`. Only those
 // between the runs that both lists share at the front and at the back are looked up: a change of a

@@ -59,11 +59,18 @@ struct PathDefinitionFile::Reading {
     // Where each line starts in `bytes`, and at last the size of `bytes`: a change then finds the
     // lines it touches without splitting the whole file again.
     std::vector<std::uint32_t> lineStarts;
-    std::vector<foundation::storage::vfs::AbsoluteIRI> folders;  // the path, each folder once
+    // The path, each folder once; after a change, the very list the change saved, which the
+    // manager's state holds too: a reading then tells that it holds that path without a look
+    // at its folders, and letting go of it counts no references.
+    std::shared_ptr<const std::vector<foundation::storage::vfs::AbsoluteIRI>> folders;
 
     // The folder that line `line` names, or null.
     const foundation::storage::vfs::AbsoluteIRI* FolderAt(std::size_t line) const {
-        return folderOf[line] == kNoFolder ? nullptr : &folders[folderOf[line]];
+        return folderOf[line] == kNoFolder ? nullptr : &(*folders)[folderOf[line]];
+    }
+    // Whether the reading holds the path `path`.
+    bool HoldsPath(const std::vector<foundation::storage::vfs::AbsoluteIRI>& path) const {
+        return folders.get() == &path || *folders == path;
     }
 };
 

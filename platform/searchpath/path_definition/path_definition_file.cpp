@@ -186,7 +186,7 @@ bool PathDefinitionFile::Holds(const std::vector<AbsoluteIRI>& folders) const {
     if (os::System().ReadRegularFile(m_path, kMaxBytes, bytes) != 0)
         return false;
     const auto known = m_lastReading->Of(bytes);
-    return known && known->folders == folders;
+    return known && known->HoldsPath(folders);
 }
 
 PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) const {
@@ -201,7 +201,7 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
     }
     contents.outcome = Outcome::Loaded;
     if (const auto known = m_lastReading ? m_lastReading->Of(bytes) : nullptr) {
-        contents.folders = known->folders;
+        contents.folders = *known->folders;
         return contents;
     }
     auto reading = std::make_shared<Reading>();
@@ -240,7 +240,7 @@ PathDefinitionFile::Contents PathDefinitionFile::Load(Notification& problems) co
             reading->lineStarts.push_back(
                 static_cast<std::uint32_t>(line.text.data() - bytes.data()));
         reading->lineStarts.push_back(static_cast<std::uint32_t>(bytes.size()));
-        reading->folders = contents.folders;
+        reading->folders = std::make_shared<const std::vector<AbsoluteIRI>>(contents.folders);
         reading->bytes = std::move(bytes);
         m_lastReading->Keep(std::move(reading));
     }

@@ -220,17 +220,18 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
 // (a layout of the whole file drops the later ones) or what is written does not read back as laid
 // out.
 std::shared_ptr<PathDefinitionFile::Reading> RelayoutKept(
-    const PathDefinitionFile::Reading& reading, const std::vector<AbsoluteIRI>& folders) {
+    const PathDefinitionFile::Reading& reading, const PathDefinitionFile::SharedFolders& list) {
+    const std::vector<AbsoluteIRI>& folders = *list;
     using Reading = PathDefinitionFile::Reading;
     const std::size_t lineCount = reading.folderOf.size();
-    const std::size_t oldCount = reading.folders.size();
+    const std::size_t oldCount = reading.folders->size();
     if (reading.lineStarts.size() != lineCount + 1 || reading.firstLines.size() != oldCount ||
         static_cast<std::size_t>(std::count_if(
             reading.folderOf.begin(), reading.folderOf.end(),
             [](std::uint32_t place) { return place != Reading::kNoFolder; })) != oldCount) {
         return nullptr;
     }
-    const auto runs = SharedRuns(reading.folders, folders);
+    const auto runs = SharedRuns(*reading.folders, folders);
     // The folders laid out again: [from, oldTo) of the old path, [from, newTo) of the new one.
     const std::size_t from = runs.front > 0 ? runs.front - 1 : 0;
     const std::size_t oldTo = runs.back > 0 ? oldCount - runs.back + 1 : oldCount;
@@ -261,8 +262,8 @@ std::shared_ptr<PathDefinitionFile::Reading> RelayoutKept(
     out.append(bytes.substr(byteTo));
 
     // The lines before: as they were.
-    const auto firstOf = [](const auto& list, std::size_t count) {
-        return std::vector(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(count));
+    const auto firstOf = [](const auto& source, std::size_t count) {
+        return std::vector(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(count));
     };
     next->folderOf = firstOf(reading.folderOf, lineFrom);
     next->lineStarts = firstOf(reading.lineStarts, lineFrom);
@@ -307,7 +308,7 @@ std::shared_ptr<PathDefinitionFile::Reading> RelayoutKept(
     next->lineStarts.push_back(static_cast<std::uint32_t>(out.size()));
     if (next->firstLines.size() != folders.size())
         return nullptr;
-    next->folders = folders;
+    next->folders = list;
     return next;
 }
 
@@ -317,7 +318,8 @@ std::shared_ptr<PathDefinitionFile::Reading> RelayoutKept(
 // content, which is left empty then.
 std::shared_ptr<const PathDefinitionFile::Reading> ReadingOfWritten(
     std::string& content, const std::vector<WrittenLine>& written,
-    const std::vector<AbsoluteIRI>& folders) {
+    const PathDefinitionFile::SharedFolders& list) {
+    const std::vector<AbsoluteIRI>& folders = *list;
     const std::vector<Line> lines = SplitLines(content);
     if (lines.size() != written.size())
         return nullptr;
@@ -345,7 +347,7 @@ std::shared_ptr<const PathDefinitionFile::Reading> ReadingOfWritten(
     if (reading->firstLines.size() != folders.size())
         return nullptr;
     reading->lineStarts.push_back(static_cast<std::uint32_t>(content.size()));
-    reading->folders = folders;
+    reading->folders = list;
     reading->bytes = std::move(content);
     return reading;
 }
@@ -355,7 +357,7 @@ std::shared_ptr<const PathDefinitionFile::Reading> ReadingOfWritten(
 bool HoldsPath(std::string_view bytes, const PathDefinitionFile::Reading* reading,
                const std::vector<AbsoluteIRI>& base) {
     if (reading)
-        return reading->folders == base;
+        return reading->HoldsPath(base);
     const std::vector<Line> lines = SplitLines(bytes);
     const auto folderOf = FoldersOfLines(lines);
     boost::unordered_flat_set<AbsoluteIRI> seen;
@@ -446,18 +448,29 @@ void RemoveStaleTemporaries(const std::string& target) {
 
 bool PathDefinitionFile::Save(const std::vector<AbsoluteIRI>& folders,
                               Notification& problems) const {
-    return Write(nullptr, folders, problems) == SaveResult::Saved;
+    // A save keeps no reading: the folders are only borrowed.
+    return Write(nullptr, SharedFolders(SharedFolders(), &folders), problems) == SaveResult::Saved;
 }
 
 PathDefinitionFile::SaveResult PathDefinitionFile::SaveChange(
     const std::vector<AbsoluteIRI>& base, const std::vector<AbsoluteIRI>& folders,
     Notification& problems) const {
+    return Write(&base,
+                 m_lastReading ? std::make_shared<const std::vector<AbsoluteIRI>>(folders)
+                               : SharedFolders(SharedFolders(), &folders),
+                 problems);
+}
+
+PathDefinitionFile::SaveResult PathDefinitionFile::SaveChange(const std::vector<AbsoluteIRI>& base,
+                                                              const SharedFolders& folders,
+                                                              Notification& problems) const {
     return Write(&base, folders, problems);
 }
 
 PathDefinitionFile::SaveResult PathDefinitionFile::Write(const std::vector<AbsoluteIRI>* base,
-                                                         const std::vector<AbsoluteIRI>& folders,
+                                                         const SharedFolders& list,
                                                          Notification& problems) const {
+    const std::vector<AbsoluteIRI>& folders = *list;
     const ustring file = text::FromNative(m_path);
     const std::string target = Target(m_path);
     std::string old;
@@ -485,12 +498,12 @@ PathDefinitionFile::SaveResult PathDefinitionFile::Write(const std::vector<Absol
         std::shared_ptr<const Reading> mine;
         std::string content;
         if (reading && base != nullptr)
-            mine = RelayoutKept(*reading, folders);
+            mine = RelayoutKept(*reading, list);
         if (!mine) {
             std::vector<WrittenLine> written;
             content = exists ? Relayout(old, folders, written) : Format(folders);
             if (m_lastReading && base != nullptr && exists)
-                mine = ReadingOfWritten(content, written, folders);
+                mine = ReadingOfWritten(content, written, list);
         }
         if (mine)
             m_lastReading->Keep(mine);
@@ -516,7 +529,7 @@ bool PathDefinitionFile::Writable(const std::vector<AbsoluteIRI>& folders, const
         if (!held) {
             held.emplace();
             if (reading) {
-                held->insert(reading->folders.begin(), reading->folders.end());
+                held->insert(reading->folders->begin(), reading->folders->end());
             } else {
                 for (const auto& f : FoldersOfLines(SplitLines(*old))) {
                     if (f)
@@ -528,8 +541,10 @@ bool PathDefinitionFile::Writable(const std::vector<AbsoluteIRI>& folders, const
     };
     // A folder that the file holds already was read from a line of it, and is written back as it
     // was: only those between the runs that the path shares with the file need a look.
-    const SharedRunLengths runs =
-        reading ? SharedRuns(folders, reading->folders) : SharedRunLengths{};
+    const SharedRunLengths runs = !reading ? SharedRunLengths{}
+                                  : reading->folders.get() == &folders
+                                      ? SharedRunLengths{folders.size(), 0}
+                                      : SharedRuns(folders, *reading->folders);
     const std::size_t front = runs.front, back = runs.back;
     bool writable = true;
     for (std::size_t i = front; i < folders.size() - back; ++i) {

@@ -104,6 +104,13 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
     SaveResult SaveChange(const std::vector<foundation::storage::vfs::AbsoluteIRI>& base,
                           const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
                           foundation::core::except::Notification& problems) const;
+    // The same for a path that the caller holds shared, as a manager's state does: the reading
+    // kept of what is saved shares it rather than a copy, and tells that the file holds it
+    // without comparing its folders.
+    using SharedFolders = std::shared_ptr<const std::vector<foundation::storage::vfs::AbsoluteIRI>>;
+    SaveResult SaveChange(const std::vector<foundation::storage::vfs::AbsoluteIRI>& base,
+                          const SharedFolders& folders,
+                          foundation::core::except::Notification& problems) const;
 
     // Format: the content that Save writes for `folders`. REQUIRES: every folder is a "file"
     // location without a line break.
@@ -148,7 +155,7 @@ class VELMORA_SEARCHPATH_EXPORT PathDefinitionFile {
 
     // Save with no `base`, SaveChange with one.
     SaveResult Write(const std::vector<foundation::storage::vfs::AbsoluteIRI>* base,
-                     const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders,
+                     const SharedFolders& folders,
                      foundation::core::except::Notification& problems) const;
     // Whether every folder can be written in the file that holds `old` (none when there is no
     // file yet), reporting those that cannot.
