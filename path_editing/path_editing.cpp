@@ -43,9 +43,11 @@ std::vector<AbsoluteIRI> FirstOccurrences(const detail::AnyRangeAdapter<Absolute
 
 constexpr std::size_t kAhead = 16;
 
-// The folders of `current` that are in neither set, in order.
+// The folders of `current` that are in neither set, in order; those of the first set that it holds
+// go to `found`, when given.
 std::vector<AbsoluteIRI> FoldersOutside(const std::vector<AbsoluteIRI>& current,
-                                        const IRISet& first, const IRISet& second) {
+                                        const IRISet& first, const IRISet& second,
+                                        IRISet* found = nullptr) {
     std::vector<AbsoluteIRI> kept;
     kept.reserve(current.size());
     for (std::size_t i = 0; i < current.size(); ++i) {
@@ -54,8 +56,10 @@ std::vector<AbsoluteIRI> FoldersOutside(const std::vector<AbsoluteIRI>& current,
         if (i + kAhead < current.size())
             __builtin_prefetch(&current[i + kAhead].toString());
         const AbsoluteIRI& folder = current[i];
-        if (!(!first.empty() && first.contains(folder)) &&
-            !(!second.empty() && second.contains(folder))) {
+        if (!first.empty() && first.contains(folder)) {
+            if (found != nullptr)
+                found->insert(folder);
+        } else if (second.empty() || !second.contains(folder)) {
             kept.push_back(folder);
         }
     }
@@ -107,7 +111,7 @@ Notification AddIRIsToVorlanPath(const detail::AnyRangeAdapter<AbsoluteIRI>& fol
     std::vector<AbsoluteIRI> path = FoldersOutside(*current, added, IRISet());
     path.insert(position == Position::Front ? path.begin() : path.end(),
                 std::make_move_iterator(block.begin()), std::make_move_iterator(block.end()));
-    HandOver([&] { manager.ApplyPathAfterAdding(path, result); });
+    HandOver([&] { manager.ApplyPathAfterAdding(std::move(path), result); });
     return result;
 }
 
@@ -128,7 +132,10 @@ Notification RemoveIRIsFromVorlanPath(const detail::AnyRangeAdapter<AbsoluteIRI>
     IRISet given = SmallSet();
     for (const AbsoluteIRI& folder : folders)
         given.insert(folder);
-    const IRISet onPath = OnPath(*current, given);
+    // One pass takes the given folders off and finds which of them the path holds: nearly
+    // always all of them, as written.
+    IRISet onPath = SmallSet();
+    std::vector<AbsoluteIRI> path = FoldersOutside(*current, given, IRISet(), &onPath);
     // Those not on the path as written: perhaps there through another name of the same folder. A
     // folder without a canonical form is not on the path in that form either; only that failure
     // is swallowed.
@@ -153,8 +160,9 @@ Notification RemoveIRIsFromVorlanPath(const detail::AnyRangeAdapter<AbsoluteIRI>
     }
     if (!result.empty())
         return result;
-    const std::vector<AbsoluteIRI> path = FoldersOutside(*current, given, canonical);
-    HandOver([&] { manager.ApplyPathAfterRemoving(path, result); });
+    if (!canonical.empty())
+        path = FoldersOutside(path, canonical, IRISet());
+    HandOver([&] { manager.ApplyPathAfterRemoving(std::move(path), result); });
     return result;
 }
 

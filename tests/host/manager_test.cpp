@@ -97,12 +97,19 @@ TEST_F(Manager, ANewPathHoldsEachFolderOnceInItsFirstPlace) {
         {{a, d, b, c, d}, {a, d, b, c}},
     };
     for (const auto& [given, held] : cases) {
-        MainSearchPathManager manager(I({"a", "b", "c"}), {});
-        Notification messages;
-        manager.ApplyPathAfterAdding(given, messages);
-        EXPECT_TRUE(messages.empty());
-        EXPECT_EQ(*manager.GetPathFolderIRIs(), held);
-        EXPECT_EQ(manager.GetSnapshot()->GetFolderEntries().size(), held.size());
+        // Lent as a range, or given up as a list the manager keeps.
+        for (const bool givenUp : {false, true}) {
+            MainSearchPathManager manager(I({"a", "b", "c"}), {});
+            IMainSearchPathManager& asInterface = manager;
+            Notification messages;
+            if (givenUp)
+                asInterface.ApplyPathAfterAdding(List(given), messages);
+            else
+                asInterface.ApplyPathAfterAdding(given, messages);
+            EXPECT_TRUE(messages.empty());
+            EXPECT_EQ(*manager.GetPathFolderIRIs(), held);
+            EXPECT_EQ(manager.GetSnapshot()->GetFolderEntries().size(), held.size());
+        }
     }
 }
 

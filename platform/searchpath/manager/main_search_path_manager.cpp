@@ -266,18 +266,31 @@ void MainSearchPathManager::ApplyPathAfterRemoving(const FolderRange& newPath,
     Change(PathChangeKind::Removed, UniqueFolders(newPath), notification);
 }
 
-MainSearchPathManager::FolderList MainSearchPathManager::UniqueFolders(const FolderRange& range) {
+void MainSearchPathManager::ApplyGivenPath(PathChangeKind kind, FolderList&& newPath,
+                                           Notification& notification) {
+    RefuseRecursiveChange();
+    Change(kind, UniqueFolders(std::move(newPath)), notification);
+}
+
+bool MainSearchPathManager::KnownOnceEach(std::span<const AbsoluteIRI> folders) {
     // A new path is nearly always the current one with a few folders changed: only those are
     // looked up in the table of places, which a set of the whole path would cost far more than.
-    if (const auto& array = range.Contiguous()) {
-        std::unique_lock lock(m_changeMutex);
-        const auto old = CurrentState();
-        if (old->path->GetFolderEntries().size() == old->folders->size() &&
-            HoldsEachOnce(*array, *old->folders, PositionsOf(old->path)) == true) {
-            return FolderList(array->begin(), array->end());
-        }
-    }
+    std::unique_lock lock(m_changeMutex);
+    const auto old = CurrentState();
+    return old->path->GetFolderEntries().size() == old->folders->size() &&
+           HoldsEachOnce(folders, *old->folders, PositionsOf(old->path)) == true;
+}
+
+MainSearchPathManager::FolderList MainSearchPathManager::UniqueFolders(const FolderRange& range) {
+    if (const auto& array = range.Contiguous(); array && KnownOnceEach(*array))
+        return FolderList(array->begin(), array->end());
     return FirstOccurrences(range);
+}
+
+MainSearchPathManager::FolderList MainSearchPathManager::UniqueFolders(FolderList&& list) {
+    if (KnownOnceEach(list))
+        return std::move(list);
+    return FirstOccurrences(std::span<const AbsoluteIRI>(list));
 }
 
 const detail::MainPositions& MainSearchPathManager::PositionsOf(

@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <foundation/core/except/exception.hpp>
@@ -77,6 +78,16 @@ class VELMORA_PLATFORM_EXPORT IMainSearchPathManager {
     // ApplyPathAfterRemoving: the same, after folders were removed from the path.
     virtual void ApplyPathAfterRemoving(const FolderRange& newPath,
                                         foundation::core::except::Notification& notification) = 0;
+    // The same two for a new path that the caller gives up: a manager may keep the list itself
+    // rather than a copy, which for a long path saves a pass over all its folders.
+    void ApplyPathAfterAdding(FolderList&& newPath,
+                              foundation::core::except::Notification& notification) {
+        ApplyGivenPath(PathChangeKind::Added, std::move(newPath), notification);
+    }
+    void ApplyPathAfterRemoving(FolderList&& newPath,
+                                foundation::core::except::Notification& notification) {
+        ApplyGivenPath(PathChangeKind::Removed, std::move(newPath), notification);
+    }
 
     // GetPath: the current main search path; never null.
     virtual std::shared_ptr<const IPath> GetPath() const = 0;
@@ -98,6 +109,16 @@ class VELMORA_PLATFORM_EXPORT IMainSearchPathManager {
 
   protected:
     IMainSearchPathManager() = default;
+
+    // ApplyGivenPath: what the two above do with the list given up, `kind` telling which; by
+    // default the list is taken as any other range. A manager that keeps lists overrides it.
+    virtual void ApplyGivenPath(PathChangeKind kind, FolderList&& newPath,
+                                foundation::core::except::Notification& notification) {
+        if (kind == PathChangeKind::Added)
+            ApplyPathAfterAdding(FolderRange(newPath), notification);
+        else
+            ApplyPathAfterRemoving(FolderRange(newPath), notification);
+    }
     IMainSearchPathManager(const IMainSearchPathManager&) = default;
     IMainSearchPathManager& operator=(const IMainSearchPathManager&) = default;
 };

@@ -38,6 +38,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <thread>
 #include <vector>
 
@@ -134,6 +135,11 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
         return m_options.pathDefinition ? m_options.pathDefinition->GetNativePath() : std::string();
     }
 
+  protected:
+    // A new path given up by the caller becomes the state's own list, uncopied.
+    void ApplyGivenPath(PathManagement::PathChangeKind kind, FolderList&& newPath,
+                        foundation::core::except::Notification& notification) override;
+
   private:
     struct State;
     // The manager of `unique`, a folder list that holds each folder once.
@@ -143,6 +149,10 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPathManager final
                 foundation::core::except::Notification& notification);
     // The folders of `range`, each the first time it comes.
     FolderList UniqueFolders(const FolderRange& range);
+    FolderList UniqueFolders(FolderList&& list);
+    // Whether `folders` is known to hold each folder once, from the few that the current path
+    // does not hold in the same places.
+    bool KnownOnceEach(std::span<const foundation::storage::vfs::AbsoluteIRI> folders);
     // The table of the main folders' places on `path`, made or brought up to it. Called with the
     // change mutex held.
     const detail::MainPositions& PositionsOf(const std::shared_ptr<const MainSearchPath>& path);
