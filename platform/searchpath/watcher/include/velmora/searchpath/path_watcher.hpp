@@ -85,8 +85,10 @@ class VELMORA_SEARCHPATH_EXPORT EarlyWatches {
 class VELMORA_SEARCHPATH_EXPORT PathWatcher {
   public:
     struct Options {
-        // How long the watcher waits for a burst of changes to end before refreshing.
-        std::chrono::milliseconds settle{2};
+        // How long the watcher waits for a burst of changes to end before refreshing: short
+        // enough that a refresh is done, as a rule, before a command started just after the
+        // change asks for the path.
+        std::chrono::milliseconds settle{1};
         // The longest a burst is gathered before a refresh happens anyway.
         std::chrono::milliseconds maxSettle{50};
         // How often folders that could not be watched are polled.
