@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <utility>
 
+#include <tbb/task_group.h>
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include <foundation/storage/vfs/exceptions.hpp>
@@ -95,28 +96,47 @@ std::optional<bool> HoldsEachOnce(std::span<const AbsoluteIRI> folders, const Fo
     return true;
 }
 
-// The entries of `folders`, a change of the path whose folders and entries are `before` and
-// `entries`. Each folder that stays keeps its entry: it was read at this start or kept fresh since,
-// and reading it again would make a change of one folder cost the whole path. Only the folders new
-// to the path are listed. Where each folder of the path has an entry, folders and entries stand in
-// the same places: the runs that the change leaves at the front and the back take their entries
-// without a look at them, and only the folders between are matched.
-std::vector<std::shared_ptr<const FolderEntry>> EntriesAfterChange(
-    const FolderList& folders, const FolderList& before,
-    const std::vector<std::shared_ptr<const FolderEntry>>& entries, ScanReport& report) {
+// The entries of a change of the path, in two steps: those of the folders that the change moved or
+// brought are read first, so that a folder that cannot be used refuses the change before anything
+// is saved; the list of them all is put together after.
+struct ChangedEntries {
+    // The entries of the old path kept in their places at the front and at the back.
+    std::size_t front = 0;
+    std::size_t back = 0;
+    // The entries of the folders between those runs (of all the folders, when the old path had
+    // folders without entries).
+    std::vector<std::shared_ptr<const FolderEntry>> between;
+};
+
+// The entries of the folders between the runs that `folders` shares with `before`, the folders of
+// the path whose entries are `entries`. Each folder that stays keeps its entry: it was read at this
+// start or kept fresh since, and reading it again would make a change of one folder cost the whole
+// path. Only the folders new to the path are listed. Where each folder of the path has an entry,
+// folders and entries stand in the same places: the runs at the front and the back take theirs
+// without a look at them.
+ChangedEntries ReadChangedEntries(const FolderList& folders, const FolderList& before,
+                                  const std::vector<std::shared_ptr<const FolderEntry>>& entries,
+                                  ScanReport& report) {
     if (entries.size() != before.size()) {
-        return MainSearchPath::RevalidateEntries(folders, entries, report, nullptr, entries.size(),
-                                                 true);
+        return {0, 0,
+                MainSearchPath::RevalidateEntries(folders, entries, report, nullptr, entries.size(),
+                                                  true)};
     }
     const auto [front, back] = SharedRuns(folders, before);
     const auto between = [&](const auto& list) {
         return std::vector(list.begin() + static_cast<std::ptrdiff_t>(front),
                            list.end() - static_cast<std::ptrdiff_t>(back));
     };
-    auto changed = MainSearchPath::RevalidateEntries(between(folders), between(entries), report,
-                                                     nullptr, entries.size() - front - back, true);
-    std::vector<std::shared_ptr<const FolderEntry>> result;
-    result.reserve(folders.size());
+    return {front, back,
+            MainSearchPath::RevalidateEntries(between(folders), between(entries), report, nullptr,
+                                              entries.size() - front - back, true)};
+}
+
+// The entries of the changed path: the runs of `entries` that it kept, and those read between.
+std::vector<std::shared_ptr<const FolderEntry>> AllEntries(
+    ChangedEntries changed, const std::vector<std::shared_ptr<const FolderEntry>>& entries) {
+    std::vector<std::shared_ptr<const FolderEntry>> all;
+    all.reserve(changed.front + changed.between.size() + changed.back);
     // The entries lie all over the heap, their counts beside them: each is asked for a few entries
     // ahead, so that the waits for them overlap.
     constexpr std::size_t kAhead = 16;
@@ -124,13 +144,13 @@ std::vector<std::shared_ptr<const FolderEntry>> EntriesAfterChange(
         for (std::size_t i = from; i < to; ++i) {
             if (i + kAhead < to)
                 __builtin_prefetch(entries[i + kAhead].get());
-            result.push_back(entries[i]);
+            all.push_back(entries[i]);
         }
     };
-    take(0, front);
-    std::move(changed.begin(), changed.end(), std::back_inserter(result));
-    take(entries.size() - back, entries.size());
-    return result;
+    take(0, changed.front);
+    std::move(changed.between.begin(), changed.between.end(), std::back_inserter(all));
+    take(entries.size() - changed.back, entries.size());
+    return all;
 }
 
 ustring DisplayText(const AbsoluteIRI& folder) {
@@ -335,12 +355,10 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         if (folders == *old->folders)
             return;
         ScanReport report;
-        // The new path's name index is built when a lookup first asks: a change rarely looks up.
         // The entry cache holds the path's own entries: it would index them all to find none of
         // the new folders.
-        path = MainSearchPath::Rearrange(
-            *old->path,
-            EntriesAfterChange(folders, *old->folders, old->path->GetFolderEntries(), report));
+        auto changed =
+            ReadChangedEntries(folders, *old->folders, old->path->GetFolderEntries(), report);
         warnings = ScanReport();
         bool refused = false;
         for (const auto& problem : report.Problems()) {
@@ -355,11 +373,29 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         }
         if (refused)
             return;
-        if (!m_options.pathDefinition || folders == *base)
+        // The new path is put together on another thread while this one saves the change, which
+        // mostly waits for the disk. Its name index is built when a lookup first asks: a change
+        // rarely looks up.
+        tbb::task_group assembling;
+        assembling.run([&] {
+            path = MainSearchPath::Rearrange(
+                *old->path, AllEntries(std::move(changed), old->path->GetFolderEntries()));
+        });
+        std::shared_ptr<const FolderList> list;
+        auto result = PathDefinitionFile::SaveResult::Saved;
+        try {
+            if (m_options.pathDefinition && folders != *base) {
+                // The file's kept reading shares the new path with the state that holds it.
+                list = std::make_shared<const FolderList>(std::move(folders));
+                result = m_options.pathDefinition->SaveChange(*base, list, notification);
+            }
+        } catch (...) {
+            assembling.wait();
+            throw;
+        }
+        assembling.wait();
+        if (!list)
             break;
-        // The file's kept reading shares the new path with the state that holds it.
-        auto list = std::make_shared<const FolderList>(std::move(folders));
-        const auto result = m_options.pathDefinition->SaveChange(*base, list, notification);
         if (result == PathDefinitionFile::SaveResult::Saved) {
             saved = std::move(list);
             break;
