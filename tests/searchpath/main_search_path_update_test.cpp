@@ -99,4 +99,45 @@ TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeFindsTheFoldersInTheirNewPl
     EXPECT_TRUE(problems.empty());
 }
 
+// On a long path, a change in the middle moves the places of more folders than are looked up one
+// by one: a refresh after it still finds each folder where it stands now.
+TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeInTheMiddleOfALongPathFindsEveryFolder) {
+    constexpr int kFolders = 600;
+    std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
+    for (int i = 0; i < kFolders; ++i) {
+        const std::string name = "long/f" + std::to_string(i);
+        tree.File(name + "/x.vl");
+        folders.push_back(tree.IRI(name));
+    }
+    tree.File("new/n.vl");
+    MainSearchPathManager manager(folders, {});
+    tree.File("long/f0/first.vl");
+    ASSERT_TRUE(manager.RefreshFolders({tree.IRI("long/f0/first.vl")}));
+    foundation::core::except::Notification problems;
+    int made = 0;
+    // Each file made is in its folder's entry, and each entry in its folder's place.
+    const auto refreshes = [&](std::initializer_list<const char*> changed) {
+        for (const char* folder : changed) {
+            const std::string file = std::string(folder) + "/m" + std::to_string(++made) + ".vl";
+            tree.File(file);
+            EXPECT_TRUE(manager.RefreshFolders({tree.IRI(file)})) << file;
+            EXPECT_TRUE(vpath_test::Holds(*manager.GetSnapshot(), tree, file)) << file;
+        }
+        const auto& entries = manager.GetSnapshot()->GetFolderEntries();
+        const auto& now = *manager.GetPathFolderIRIs();
+        ASSERT_EQ(entries.size(), now.size());
+        for (std::size_t i = 0; i < now.size(); ++i)
+            ASSERT_EQ(entries[i]->GetLocation(), now[i]) << i;
+    };
+    auto now = folders;
+    now.insert(now.begin() + kFolders / 2, tree.IRI("new"));
+    manager.ApplyPathAfterAdding(now, problems);
+    refreshes({"long/f10", "long/f550", "new"});
+    now.erase(now.begin() + kFolders / 2 + 1);
+    now.erase(now.begin() + 3);
+    manager.ApplyPathAfterRemoving(now, problems);
+    refreshes({"long/f2", "long/f450", "long/f4"});
+    EXPECT_TRUE(problems.empty());
+}
+
 }  // namespace

@@ -13,7 +13,7 @@ MainPositions::MainPositions(const std::shared_ptr<const MainSearchPath>& path) 
     m_at.reserve(mains.size());
     m_entriesOf.reserve(mains.size());
     for (std::size_t i = 0; i < mains.size(); ++i) {
-        m_at.emplace(mains[i]->GetLocation(), i);
+        m_at.emplace(mains[i]->GetLocation(), static_cast<std::ptrdiff_t>(i));
         Count(*mains[i]);
     }
 }
@@ -54,16 +54,31 @@ bool MainPositions::Follow(const std::shared_ptr<const MainSearchPath>& path) {
         m_at.erase(before[i]->GetLocation());
         Uncount(*before[i]);
     }
-    // The entries of the back run shift with the change's difference in length.
-    if (before.size() != after.size()) {
-        const std::size_t backStart = before.size() - back;
-        for (auto& [location, position] : m_at) {
-            if (position >= backStart)
-                position = position - before.size() + after.size();
+    // The entries of the back run move by the change's difference in length. The shorter of the
+    // two runs has its places moved, and the other keeps its own through the shift that all
+    // places share: a few entries are looked up one by one, more in one pass over the table.
+    const auto moved =
+        static_cast<std::ptrdiff_t>(after.size()) - static_cast<std::ptrdiff_t>(before.size());
+    if (moved != 0 && back > 0) {
+        const bool moveBack = back <= front;
+        const std::size_t from = moveBack ? before.size() - back : 0;
+        const std::size_t to = moveBack ? before.size() : front;
+        const std::ptrdiff_t by = moveBack ? moved : -moved;
+        constexpr std::size_t kMostLookedUp = 256;
+        if (to - from <= kMostLookedUp) {
+            for (std::size_t i = from; i < to; ++i)
+                m_at.find(before[i]->GetLocation())->second += by;
+        } else {
+            for (auto& [location, stored] : m_at) {
+                if (const std::size_t place = PlaceOf(stored); place >= from && place < to)
+                    stored += by;
+            }
         }
+        if (!moveBack)
+            m_shift += moved;
     }
     for (std::size_t i = front; i < after.size() - back; ++i) {
-        m_at.insert_or_assign(after[i]->GetLocation(), i);
+        m_at.insert_or_assign(after[i]->GetLocation(), static_cast<std::ptrdiff_t>(i) - m_shift);
         Count(*after[i]);
     }
     m_path = path;
@@ -85,7 +100,7 @@ std::optional<std::size_t> MainPositions::Holding(const MainSearchPath& path,
         found = m_at.find(at);
     }
     // Down again through the entries; at most the last step may leave them.
-    const FolderEntry* entry = path.GetFolderEntries()[found->second].get();
+    const FolderEntry* entry = path.GetFolderEntries()[PlaceOf(found->second)].get();
     while (!below.empty()) {
         const FolderEntry* next = nullptr;
         for (const auto& sub : entry->SubEntries()) {
@@ -101,7 +116,7 @@ std::optional<std::size_t> MainPositions::Holding(const MainSearchPath& path,
     }
     if (below.size() > 1)
         return std::nullopt;
-    return found->second;
+    return PlaceOf(found->second);
 }
 
 }  // namespace Velmora::SearchPath::detail

@@ -54,7 +54,7 @@ class MainPositions {
     // At: the position of the main entry of the folder `location`, if it is on the path.
     std::optional<std::size_t> At(const foundation::storage::vfs::AbsoluteIRI& location) const {
         const auto found = m_at.find(location);
-        return found == m_at.end() ? std::nullopt : std::optional(found->second);
+        return found == m_at.end() ? std::nullopt : std::optional(PlaceOf(found->second));
     }
     // Holding: the position of the main entry that holds `location` as one of its entries or, for
     // a file or a folder that is no entry, as the parent of `location`; none when no entry does.
@@ -69,9 +69,15 @@ class MainPositions {
   private:
     void Count(const FolderEntry& entry);
     void Uncount(const FolderEntry& entry);
+    std::size_t PlaceOf(std::ptrdiff_t stored) const {
+        return static_cast<std::size_t>(stored + m_shift);
+    }
 
     std::weak_ptr<const MainSearchPath> m_path;
-    boost::unordered_flat_map<foundation::storage::vfs::AbsoluteIRI, std::size_t> m_at;
+    // Each folder's place, less the shift that all places share: a change at the front of a long
+    // path moves every place, which then costs one shift rather than a pass over the table.
+    boost::unordered_flat_map<foundation::storage::vfs::AbsoluteIRI, std::ptrdiff_t> m_at;
+    std::ptrdiff_t m_shift = 0;
     // The main entries of each folder on disk: a folder added under a new name is then told to be
     // on the path already, or not, without a look at every entry.
     boost::unordered_flat_map<FolderId, std::uint32_t> m_entriesOf;
