@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <utility>
 
+#include <tbb/task_arena.h>
 #include <tbb/task_group.h>
 #include <boost/unordered/unordered_flat_set.hpp>
 
@@ -122,14 +123,14 @@ ChangedEntries ReadChangedEntries(const FolderList& folders, const FolderList& b
                 MainSearchPath::RevalidateEntries(folders, entries, report, nullptr, entries.size(),
                                                   true)};
     }
-    const auto [front, back] = SharedRuns(folders, before);
+    const SharedRunLengths runs = SharedRuns(folders, before);
     const auto between = [&](const auto& list) {
-        return std::vector(list.begin() + static_cast<std::ptrdiff_t>(front),
-                           list.end() - static_cast<std::ptrdiff_t>(back));
+        return std::vector(list.begin() + static_cast<std::ptrdiff_t>(runs.front),
+                           list.end() - static_cast<std::ptrdiff_t>(runs.back));
     };
-    return {front, back,
+    return {runs.front, runs.back,
             MainSearchPath::RevalidateEntries(between(folders), between(entries), report, nullptr,
-                                              entries.size() - front - back, true)};
+                                              entries.size() - runs.front - runs.back, true)};
 }
 
 // The entries of the changed path: the runs of `entries` that it kept, and those read between.
@@ -376,24 +377,28 @@ void MainSearchPathManager::Change(PathChangeKind kind, FolderList folders,
         // The new path is put together on another thread while this one saves the change, which
         // mostly waits for the disk. Its name index is built when a lookup first asks: a change
         // rarely looks up.
-        tbb::task_group assembling;
-        assembling.run([&] {
-            path = MainSearchPath::Rearrange(
-                *old->path, AllEntries(std::move(changed), old->path->GetFolderEntries()));
-        });
         std::shared_ptr<const FolderList> list;
         auto result = PathDefinitionFile::SaveResult::Saved;
-        try {
-            if (m_options.pathDefinition && folders != *base) {
-                // The file's kept reading shares the new path with the state that holds it.
-                list = std::make_shared<const FolderList>(std::move(folders));
-                result = m_options.pathDefinition->SaveChange(*base, list, notification);
+        // Isolated: while this thread, which holds the change lock, waits for the other, it takes
+        // up no other work, which might want the lock.
+        tbb::this_task_arena::isolate([&] {
+            tbb::task_group assembling;
+            assembling.run([&] {
+                path = MainSearchPath::Rearrange(
+                    *old->path, AllEntries(std::move(changed), old->path->GetFolderEntries()));
+            });
+            try {
+                if (m_options.pathDefinition && folders != *base) {
+                    // The file's kept reading shares the new path with the state that holds it.
+                    list = std::make_shared<const FolderList>(std::move(folders));
+                    result = m_options.pathDefinition->SaveChange(*base, list, notification);
+                }
+            } catch (...) {
+                assembling.wait();
+                throw;
             }
-        } catch (...) {
             assembling.wait();
-            throw;
-        }
-        assembling.wait();
+        });
         if (!list)
             break;
         if (result == PathDefinitionFile::SaveResult::Saved) {
