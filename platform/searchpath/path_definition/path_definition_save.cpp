@@ -211,6 +211,38 @@ std::string Relayout(std::string_view bytes, const std::vector<AbsoluteIRI>& fol
     return out;
 }
 
+// Appends to `reading` the lines of content[from, to), which begin at line `firstLine` and were
+// written as `written` tells: each as a reading of the bytes finds it, a folder line naming the
+// next folder of `folders`. False when a reading would find other lines or folders.
+bool TakeWritten(PathDefinitionFile::Reading& reading, std::string_view content, std::size_t from,
+                 std::size_t to, const std::vector<WrittenLine>& written,
+                 const std::vector<AbsoluteIRI>& folders, std::size_t firstLine) {
+    const std::vector<Line> lines = SplitLines(content.substr(from, to - from));
+    if (lines.size() != written.size())
+        return false;
+    reading.folderOf.reserve(reading.folderOf.size() + lines.size());
+    reading.lineStarts.reserve(reading.lineStarts.size() + lines.size() + 1);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        const WrittenLine& line = written[i];
+        if (static_cast<std::size_t>(lines[i].text.data() - content.data()) != line.at ||
+            lines[i].text.size() != line.size ||
+            detail::IsFolderLine(lines[i].text) != (line.folder != nullptr)) {
+            return false;
+        }
+        reading.lineStarts.push_back(static_cast<std::uint32_t>(line.at));
+        if (line.folder == nullptr) {
+            reading.folderOf.push_back(PathDefinitionFile::Reading::kNoFolder);
+            continue;
+        }
+        const std::size_t place = reading.firstLines.size();
+        if (place >= folders.size() || line.folder != &folders[place])
+            return false;
+        reading.folderOf.push_back(static_cast<std::uint32_t>(place));
+        reading.firstLines.push_back(firstLine + i);
+    }
+    return true;
+}
+
 // The reading of the file once it holds `folders`, laid out from `reading`, the kept reading of
 // what it holds now. Only the lines from the last folder of the run that the two paths share at
 // the front to the first of the run they share at the back are laid out again: those two anchor
@@ -272,28 +304,8 @@ std::shared_ptr<PathDefinitionFile::Reading> RelayoutKept(
     next->folderOf.reserve(newLines);
     next->lineStarts.reserve(newLines + 1);
     next->firstLines.reserve(folders.size());
-    // The lines laid out: each as a reading of the bytes finds it, naming the next folder.
-    const std::vector<Line> laid =
-        SplitLines(std::string_view(out).substr(byteFrom, laidTo - byteFrom));
-    if (laid.size() != written.size())
+    if (!TakeWritten(*next, out, byteFrom, laidTo, written, folders, lineFrom))
         return nullptr;
-    for (std::size_t i = 0; i < laid.size(); ++i) {
-        const WrittenLine& line = written[i];
-        if (static_cast<std::size_t>(laid[i].text.data() - out.data()) != line.at ||
-            laid[i].text.size() != line.size ||
-            detail::IsFolderLine(laid[i].text) != (line.folder != nullptr)) {
-            return nullptr;
-        }
-        next->lineStarts.push_back(static_cast<std::uint32_t>(line.at));
-        if (line.folder == nullptr) {
-            next->folderOf.push_back(Reading::kNoFolder);
-            continue;
-        }
-        if (line.folder != folders.data() + next->firstLines.size())
-            return nullptr;
-        next->folderOf.push_back(static_cast<std::uint32_t>(next->firstLines.size()));
-        next->firstLines.push_back(lineFrom + i);
-    }
     // The lines after: moved along by what the laid-out lines added or took away.
     const std::uint32_t movedBytes = static_cast<std::uint32_t>(laidTo - byteTo);
     const std::uint32_t movedPlaces = static_cast<std::uint32_t>(newTo - oldTo);
@@ -320,32 +332,12 @@ std::shared_ptr<const PathDefinitionFile::Reading> ReadingOfWritten(
     std::string& content, const std::vector<WrittenLine>& written,
     const PathDefinitionFile::SharedFolders& list) {
     const std::vector<AbsoluteIRI>& folders = *list;
-    const std::vector<Line> lines = SplitLines(content);
-    if (lines.size() != written.size())
-        return nullptr;
     auto reading = std::make_shared<PathDefinitionFile::Reading>();
-    reading->folderOf.assign(lines.size(), PathDefinitionFile::Reading::kNoFolder);
     reading->firstLines.reserve(folders.size());
-    reading->lineStarts.reserve(lines.size() + 1);
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        const WrittenLine& line = written[i];
-        reading->lineStarts.push_back(static_cast<std::uint32_t>(line.at));
-        if (static_cast<std::size_t>(lines[i].text.data() - content.data()) != line.at ||
-            lines[i].text.size() != line.size ||
-            detail::IsFolderLine(lines[i].text) != (line.folder != nullptr)) {
-            return nullptr;
-        }
-        if (line.folder == nullptr)
-            continue;
-        if (reading->firstLines.size() == folders.size() ||
-            line.folder != &folders[reading->firstLines.size()]) {
-            return nullptr;
-        }
-        reading->folderOf[i] = static_cast<std::uint32_t>(reading->firstLines.size());
-        reading->firstLines.push_back(i);
-    }
-    if (reading->firstLines.size() != folders.size())
+    if (!TakeWritten(*reading, content, 0, content.size(), written, folders, 0) ||
+        reading->firstLines.size() != folders.size()) {
         return nullptr;
+    }
     reading->lineStarts.push_back(static_cast<std::uint32_t>(content.size()));
     reading->folders = list;
     reading->bytes = std::move(content);
