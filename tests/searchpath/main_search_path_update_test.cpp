@@ -16,7 +16,23 @@ namespace {
 using namespace Velmora::PathManagement;
 using namespace Velmora::SearchPath;
 
-using MainSearchPathUpdateTest = vpath_test::TwoFolderPath;
+class MainSearchPathUpdateTest : public vpath_test::TwoFolderPath {
+  protected:
+    // Makes a new file in each of `folders` and has `manager` read it again; returns the files.
+    std::vector<std::string> MakeAndRefresh(MainSearchPathManager& manager,
+                                            std::initializer_list<const char*> folders) {
+        std::vector<std::string> files;
+        for (const char* folder : folders) {
+            files.push_back(std::string(folder) + "/m" + std::to_string(++m_made) + ".vl");
+            tree.File(files.back());
+            EXPECT_TRUE(manager.RefreshFolders({tree.IRI(files.back())})) << files.back();
+        }
+        return files;
+    }
+
+  private:
+    int m_made = 0;
+};
 
 TEST_F(MainSearchPathUpdateTest, ARefreshReadsTheFoldersThatEventsNameAndNoOthers) {
     tree.File("one/plain/sub.vl");
@@ -69,7 +85,6 @@ TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeFindsTheFoldersInTheirNewPl
                   vpath_test::Answers(*fresh.GetSnapshot()));
     };
     foundation::core::except::Notification problems;
-    int made = 0;
     for (const bool keepOld : {true, false}) {
         SCOPED_TRACE(keepOld ? "carried over" : "made anew");
         // The path before each change lives on (as a watcher keeps it) or is let go.
@@ -77,21 +92,13 @@ TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeFindsTheFoldersInTheirNewPl
         auto now = *manager.GetPathFolderIRIs();
         now.insert(now.begin(), tree.IRI("new"));
         manager.ApplyPathAfterAdding(now, problems);
-        for (const char* folder : {"p4", "p0", "new"}) {
-            const std::string file = std::string(folder) + "/m" + std::to_string(++made) + ".vl";
-            tree.File(file);
-            EXPECT_TRUE(manager.RefreshFolders({tree.IRI(file)})) << file;
-        }
+        MakeAndRefresh(manager, {"p4", "p0", "new"});
         expect(now);
         before = keepOld ? manager.GetSnapshot() : nullptr;
         now.erase(now.begin() + 2);  // p1
         now.erase(now.begin());      // new
         manager.ApplyPathAfterRemoving(now, problems);
-        for (const char* folder : {"p4", "p0", "p2"}) {
-            const std::string file = std::string(folder) + "/m" + std::to_string(++made) + ".vl";
-            tree.File(file);
-            EXPECT_TRUE(manager.RefreshFolders({tree.IRI(file)})) << file;
-        }
+        MakeAndRefresh(manager, {"p4", "p0", "p2"});
         expect(now);
         now.insert(now.begin() + 1, tree.IRI("p1"));
         manager.ApplyPathAfterAdding(now, problems);
@@ -114,15 +121,10 @@ TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeInTheMiddleOfALongPathFinds
     tree.File("long/f0/first.vl");
     ASSERT_TRUE(manager.RefreshFolders({tree.IRI("long/f0/first.vl")}));
     foundation::core::except::Notification problems;
-    int made = 0;
     // Each file made is in its folder's entry, and each entry in its folder's place.
     const auto refreshes = [&](std::initializer_list<const char*> changed) {
-        for (const char* folder : changed) {
-            const std::string file = std::string(folder) + "/m" + std::to_string(++made) + ".vl";
-            tree.File(file);
-            EXPECT_TRUE(manager.RefreshFolders({tree.IRI(file)})) << file;
+        for (const auto& file : MakeAndRefresh(manager, changed))
             EXPECT_TRUE(vpath_test::Holds(*manager.GetSnapshot(), tree, file)) << file;
-        }
         const auto& entries = manager.GetSnapshot()->GetFolderEntries();
         const auto& now = *manager.GetPathFolderIRIs();
         ASSERT_EQ(entries.size(), now.size());
