@@ -135,6 +135,37 @@ class SpecialFoldersOnThePath(unittest.TestCase):
                         self.assertEqual(Answers(env, reduced, names, ["--no-cache"]).key(),
                                          scanned.key())
 
+    def test_the_cases_users_met_in_every_order(self):
+        """Each case in each order, from a scan, a cold cache and a warm one: which -a lists a
+        file once and every extension of a folder, and shadows groups under a name which takes."""
+        files = ["P/resources/r.vl", "P/private/q.vl", "Q/@K/K.vl", "Q/@K/helper.vl", "a/x.vlp",
+                 "a/x.vl", "c/m.so.vl", "d/m.so.vl"]
+        cases = [  # orders of the path, what which -a lists of each name, the names shadows shows
+            ([["P/resources", "P/private", "P"], ["P", "P/resources", "P/private"]],
+             {"r": [], "q": []}, []),
+            ([["Q/@K", "Q"], ["Q", "Q/@K"]], {"K": ["Q/@K/K.vl"], "helper": []}, []),
+            ([["a"]], {"x": ["a/x.vlp", "a/x.vl"], "x.vl": ["a/x.vl"]}, ["x"]),
+            ([["c", "d"]], {"m.so.vl": ["c/m.so.vl", "d/m.so.vl"], "m.so": []}, ["m.so.vl"]),
+        ]
+        with tempfile.TemporaryDirectory() as tmp:
+            root = os.path.realpath(tmp)
+            for name in files:
+                os.makedirs(os.path.dirname(os.path.join(root, name)), exist_ok=True)
+                open(os.path.join(root, name), "wb").close()
+            env = dict(os.environ, XDG_CACHE_HOME=os.path.join(root, ".cache"),
+                       VPATH_PATHDEF=os.path.join(root, ".none", "pathdef"))
+            for orders, listed, shadowed in cases:
+                names = sorted(listed)
+                expected = [[os.path.join(root, f).encode() for f in listed[n]] for n in names]
+                for order in orders:
+                    path = [os.path.join(root, f) for f in order]
+                    for cache in (["--no-cache"], [], []):
+                        with self.subTest(path=order, cache=cache):
+                            answers = Answers(env, path, names, cache)
+                            self.assertEqual(answers.all, expected)
+                            self.assertEqual([g["name"] for g in answers.shadows], shadowed)
+                            self.check_agreement(answers, names)
+
 
 if __name__ == "__main__":
     cli_test.main()

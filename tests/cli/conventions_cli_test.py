@@ -45,12 +45,17 @@ class Conventions(unittest.TestCase):
             with open(os.path.join(tmp, "-odd", "-x.vl"), "w"):
                 pass
             odd = os.path.join(os.path.realpath(tmp), "-odd").encode()
+            for name, content in (("-old", odd + b"\n"), ("-new", b"")):
+                with open(os.path.join(tmp, name), "wb") as f:
+                    f.write(content)
             env = dict(cli_test.UNSAVED_ENV, VPATH_PATHDEF=os.path.join(tmp, "pathdef"))
             cases = [
                 (["add", "--", "-odd"], 0, b"added " + odd + b"\n"),
                 (["which", "--", "-x"], 0, odd + b"/-x.vl\n"),
+                (["ls", "--"], 0, odd + b"/-x.vl\n"),
                 (["entries", "--", "-odd"], 0, odd + b"\n"),
                 (["split", "--", "-a:b"], 0, b"-a\nb\n"),
+                (["diff", "--", "-old", "-new"], 1, b"removed " + odd + b"\n"),
                 # A command's name after '--' is an argument too.
                 (["which", "--", "ls"], 1, b""),
                 (["rm", "--", "-odd"], 0, b"removed " + odd + b"\n"),
