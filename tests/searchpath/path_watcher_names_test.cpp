@@ -57,6 +57,10 @@ class CountedPath final : public IWatchedPath {
     }
     std::string GetPathDefinitionPath() const override { return m_pathDefinition; }
     std::atomic<int> refreshDelayMs{0};
+    int Reloads() {
+        std::lock_guard lock(m_mutex);
+        return m_reloads;
+    }
 
     // Waits, up to `limit`, until `done` holds of the path and the reloads so far.
     bool WaitFor(const std::function<bool(const MainSearchPath&, int reloads)>& done,
@@ -114,8 +118,6 @@ class PathWatcherNamesTest : public vpath_test::TempTreeTest {
     std::unique_ptr<PathWatcher> watcher;
 };
 
-// Deploy scripts swap a folder by rename, or remove it and make it again, or re-point a link: the
-// folder that has the name now is read and watched, so a file made in it later is seen too.
 // A thread that made a file and waits for the watcher gets a state that shows the file, even when
 // the file came while the watcher was busy with an earlier one and is slow to read folders.
 TEST_F(PathWatcherNamesTest, WaitUntilSettledReturnsOnceTheRefreshIsPublished) {
@@ -133,6 +135,8 @@ TEST_F(PathWatcherNamesTest, WaitUntilSettledReturnsOnceTheRefreshIsPublished) {
     }
 }
 
+// Deploy scripts swap a folder by rename, or remove it and make it again, or re-point a link: the
+// folder that has the name now is read and watched, so a file made in it later is seen too.
 TEST_F(PathWatcherNamesTest, AFolderOfThePathIsFollowedByItsName) {
     Start();
     struct Case {
@@ -211,6 +215,12 @@ TEST_F(PathWatcherNamesTest, ThePathDefinitionFileIsFollowedWhereverItLies) {
         std::filesystem::create_directories(tree.Path(c.saved).parent_path());
         Save(c.saved, "/a\n/b\n");
         EXPECT_TRUE(WaitForReload());
+        // Each later save is followed too, not only the first that brought the file about.
+        ASSERT_TRUE(watcher->WaitUntilSettled(5s));
+        const int before = path->Reloads();
+        Save(c.saved, "/a\n/b\n/c\n");
+        EXPECT_TRUE(
+            path->WaitFor([&](const MainSearchPath&, int reloads) { return reloads > before; }));
         watcher.reset();
     }
 }
