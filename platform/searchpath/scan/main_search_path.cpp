@@ -48,6 +48,21 @@ bool SpecialName(const ustring& name) {
 
 }  // namespace
 
+// Nearly every folder of a long path is told ordinary by the first letter of its name as its
+// location's text spells it, which costs no decoding; only a name that may be special, or that
+// starts with an escape, is decoded to be sure.
+bool searchpath_internal::HasSpecialName(const FolderEntry& entry) {
+    const std::u16string_view text = entry.GetLocation().toString();
+    const std::size_t end = text.find_last_not_of(u'/');
+    if (end == std::u16string_view::npos)
+        return false;
+    const std::size_t slash = text.find_last_of(u'/', end);
+    const char16_t first = slash == std::u16string_view::npos ? text[0] : text[slash + 1];
+    if (first != u'+' && first != u'@' && first != u'p' && first != u'r' && first != u'%')
+        return false;
+    return SpecialName(entry.GetName());
+}
+
 struct MainSearchPath::FolderPlaces {
     boost::unordered_flat_map<AbsoluteIRI, std::size_t, IriHash> placeOf;
 };
@@ -56,7 +71,7 @@ std::vector<char> MainSearchPath::HeldMains(
     const std::vector<std::shared_ptr<const FolderEntry>>& mains, const FolderPlaces* places) {
     std::vector<std::size_t> special;
     for (std::size_t i = 0; i < mains.size(); ++i) {
-        if (mains[i] && SpecialName(mains[i]->GetName()))
+        if (mains[i] && searchpath_internal::HasSpecialName(*mains[i]))
             special.push_back(i);
     }
     std::vector<char> held;
@@ -149,7 +164,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Create(
             (places == nullptr && !seen.insert(&main->GetLocation()).second)) {
             continue;
         }
-        path->m_specialMains = path->m_specialMains || SpecialName(main->GetName());
+        path->m_specialMains = path->m_specialMains || searchpath_internal::HasSpecialName(*main);
         const auto mainIndex = static_cast<std::uint32_t>(kept);
         if (&mainEntries[kept] != &main)
             mainEntries[kept] = std::move(main);

@@ -60,6 +60,9 @@ struct SplitName {
     }
 };
 
+// Whether a folder of the path has the name of a special folder (private, resources, +..., @...).
+bool HasSpecialName(const FolderEntry& entry);
+
 }  // namespace searchpath_internal
 
 using searchpath_internal::IriHash;

@@ -202,6 +202,10 @@ std::unique_ptr<MainSearchPath::Index> MainSearchPath::Index::Derive(
     return index;
 }
 
+void MainSearchPath::PrepareForChanges() const {
+    (m_index->root != nullptr ? *m_index->root : *m_index).BuildTables();
+}
+
 std::shared_ptr<const MainSearchPath> MainSearchPath::Derive(
     const MainSearchPath& previous, std::vector<std::shared_ptr<const FolderEntry>> mainEntries,
     const std::vector<std::uint32_t>& from, std::size_t fileCount) {
@@ -282,8 +286,7 @@ std::shared_ptr<const MainSearchPath> MainSearchPath::Rearrange(
         }
         // A new folder with a special name may be a special subfolder of another folder on the
         // path, which Create leaves out: that path is made whole.
-        if (PathManagement::GetPathEntryTypeFromBaseName(entry.GetName()) !=
-            PathEntryType::Ordinary) {
+        if (searchpath_internal::HasSpecialName(entry)) {
             return Derive(previous, std::move(mainEntries), {}, 0);
         }
         from[i] = kNone;

@@ -141,6 +141,12 @@ class VELMORA_SEARCHPATH_EXPORT MainSearchPath final
     std::size_t GetEntryCount() const noexcept;
     // The number of files that the path's entries hold (resources folders excluded).
     std::size_t GetFileCount() const noexcept { return m_fileCount; }
+    // PrepareForChanges: builds now the tables of the path's index that the first change or
+    // refresh after a scan would otherwise build on its thread (the entries by location, the
+    // class folders, the folder names), for a program that keeps the path and expects changes
+    // and has a thread with nothing else to do meanwhile. They take about as much memory again
+    // as the index's names. Any thread; readers are not held up.
+    void PrepareForChanges() const;
 
   private:
     struct Index;
