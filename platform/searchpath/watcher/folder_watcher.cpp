@@ -167,6 +167,7 @@ void FolderWatcher::SetWarn(std::function<void(const std::string&)> warn) {
 void FolderWatcher::Reserve(std::size_t folders) {
     m_byWatch.reserve(folders);
     m_byNative.reserve(folders);
+    m_namedAt.reserve(folders);
 }
 
 bool FolderWatcher::Watch(const AbsoluteIRI& location, const std::string& native) {
@@ -199,36 +200,48 @@ bool FolderWatcher::Watch(const AbsoluteIRI& location, const std::string& native
 }
 
 void FolderWatcher::WatchTree(const FolderEntry& entry, std::vector<AbsoluteIRI>* fresh) {
-    FollowName(entry.GetAbsoluteIRI(), text::ToNative(entry.GetAbsoluteIRI().getPath()));
-    WatchEntry(entry, fresh);
+    const std::string native = text::ToNative(entry.GetLocation().getPath());
+    FollowName(entry.GetLocation(), native);
+    WatchEntry(entry, native, fresh);
 }
 
-void FolderWatcher::WatchEntry(const FolderEntry& entry, std::vector<AbsoluteIRI>* fresh) {
-    const std::string native = text::ToNative(entry.GetAbsoluteIRI().getPath());
-    if (Watch(entry.GetAbsoluteIRI(), native) && fresh != nullptr)
-        fresh->push_back(entry.GetAbsoluteIRI());
+void FolderWatcher::WatchEntry(const FolderEntry& entry, const std::string& native,
+                               std::vector<AbsoluteIRI>* fresh) {
+    if (Watch(entry.GetLocation(), native) && fresh != nullptr)
+        fresh->push_back(entry.GetLocation());
     for (const auto& sub : entry.SubEntries())
-        WatchEntry(*sub, fresh);
+        WatchEntry(*sub, text::ToNative(sub->GetLocation().getPath()), fresh);
 }
 
 // The folder's own watch follows its inode, which a rename takes away and a re-pointed link never
 // touches: the name is followed in the folder above. A path's folders mostly share a few parents,
 // each watched once.
 void FolderWatcher::FollowName(const AbsoluteIRI& location, const std::string& native) {
-    if (m_queue < 0 || m_namedAt.contains(native))
+    if (m_queue < 0)
         return;
-    auto [folder, name] = SplitLast(native);
+    const auto [at, unseen] = m_namedAt.try_emplace(native, -1);
+    if (!unseen)
+        return;
+    const std::string_view path = native;
+    const auto slash = path.rfind('/');
+    const std::string_view folder = slash == std::string_view::npos ? "."
+                                    : slash == 0                    ? "/"
+                                                                    : path.substr(0, slash);
     auto known = m_parents.find(folder);
     if (known == m_parents.end()) {
+        std::string owned(folder);
         int watch = -1;
-        if (os::System().WatchAdd(m_queue, folder, kNameMask, watch) != 0)
+        if (os::System().WatchAdd(m_queue, owned, kNameMask, watch) != 0) {
+            m_namedAt.erase(at);
             return;  // its own watch, or its polling, still tells of a rename or removal
-        auto shared = std::make_shared<const std::string>(folder);
-        known = m_parents.emplace(std::move(folder), Parent{watch, std::move(shared)}).first;
+        }
+        auto shared = std::make_shared<const std::string>(owned);
+        known = m_parents.emplace(std::move(owned), Parent{watch, std::move(shared)}).first;
     }
     const int watch = known->second.watch;
-    m_named[watch].push_back({location, known->second.folder, std::move(name)});
-    m_namedAt.emplace(native, watch);
+    at->second = watch;
+    const std::string_view name = slash == std::string_view::npos ? path : path.substr(slash + 1);
+    m_named[watch].push_back({location, known->second.folder, std::string(name)});
 }
 
 std::string FolderWatcher::Named::Native() const {

@@ -11,8 +11,10 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include <boost/container_hash/hash.hpp>
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include <foundation/storage/vfs/absolute_iri.hpp>
@@ -95,7 +97,8 @@ class FolderWatcher {
     void WatchNewFolder(const foundation::storage::vfs::AbsoluteIRI& location,
                         const std::string& native, int depth);
     void Forget(const std::string& native);
-    void WatchEntry(const FolderEntry& entry,
+    // WatchEntry: `native` is the entry's folder as the OS names it.
+    void WatchEntry(const FolderEntry& entry, const std::string& native,
                     std::vector<foundation::storage::vfs::AbsoluteIRI>* fresh);
     void UnwatchEntry(
         const FolderEntry& entry,
@@ -162,8 +165,15 @@ class FolderWatcher {
         int watch;
         std::shared_ptr<const std::string> folder;
     };
+    // Looked up by a view of a folder's path, so that finding a known parent copies nothing.
+    struct PathHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view path) const noexcept {
+            return boost::hash<std::string_view>()(path);
+        }
+    };
     boost::unordered_flat_map<int, std::vector<Named>> m_named;
-    boost::unordered_flat_map<std::string, Parent> m_parents;
+    boost::unordered_flat_map<std::string, Parent, PathHash, std::equal_to<>> m_parents;
     boost::unordered_flat_map<std::string, int> m_namedAt;
     int m_syncWatch = -1;
     std::string m_syncPrefix;
