@@ -254,8 +254,23 @@ class RealSystemImpl final : public ISystem {
             return ENODEV;
         if (static_cast<std::uint64_t>(st.st_size) > maxBytes)
             return EFBIG;
-        out.clear();
-        out.reserve(static_cast<std::size_t>(st.st_size));
+        // Straight into place up to the size the file had when opened; it may shrink or grow
+        // while it is read.
+        out.assign(static_cast<std::size_t>(st.st_size), '\0');
+        std::size_t have = 0;
+        while (have < out.size()) {
+            const ssize_t n = ::read(fd, out.data() + have, out.size() - have);
+            if (n < 0) {
+                if (errno == EINTR)
+                    continue;
+                return errno;
+            }
+            if (n == 0) {
+                out.resize(have);
+                return 0;
+            }
+            have += static_cast<std::size_t>(n);
+        }
         char buffer[65536];
         for (;;) {
             const ssize_t n = ::read(fd, buffer, sizeof buffer);
