@@ -208,6 +208,9 @@ int RunWatch(const WatchOptions& options, const PathOptions& pathOptions) {
     manager->AddPathChangeObserver([&](const auto& change) { printer(change); });
 
     if (!polling) {
+        // While the early watches are finished, this thread readies the path for the first
+        // change, which would otherwise wait for that on the watcher's thread.
+        manager->GetSnapshot()->PrepareForChanges();
         if (!early)
             early.emplace(manager->GetPathDefinitionPath(), Velmora::SearchPath::FolderEntryList{});
         Velmora::SearchPath::PathWatcher watcher(
