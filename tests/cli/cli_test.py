@@ -257,22 +257,6 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
                                   "refreshed": [{"path": os.fsdecode(a),
                                                  "iri": "file://" + os.fsdecode(a)}]})
 
-    def test_watch_sees_another_processs_add(self):
-        self.assertEqual(self.vpath("add", self.folder(b"a"))[0], 0)
-        added = []
-
-        def add(n):
-            folder = self.folder(b"b%d" % n)
-            self.assertEqual(self.vpath("add", folder)[0], 0)
-            added.append(folder)
-
-        out = self.until_exit(self.watch("--count", "1"), add)
-        # One change: the adds that the watch read together, a line each.
-        for line in out.rstrip(b"\n").split(b"\n"):
-            kind, folder = line.split(b" ", 1)[1].split(b" ", 1)
-            self.assertEqual(kind, b"added")
-            self.assertIn(folder, added)
-
     def test_watch_refuses_bad_intervals_and_counts_in_one_line(self):
         for args in (["--poll", "nan"], ["--poll", "inf"], ["--poll", "-1"], ["--poll", "0"],
                      ["--poll", "1e300"], ["--poll", "2x"], ["--count", "0"], ["--count", "-3"]):
