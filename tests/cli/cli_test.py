@@ -53,7 +53,7 @@ def example(*parts):
     return os.path.join(EXAMPLES, *parts).encode()
 
 
-class WhichOnTheExampleToolbox(unittest.TestCase):
+class OnTheExampleToolbox(unittest.TestCase):
     def test_a_miss_is_reported_and_the_rest_still_resolve(self):
         status, out, err = run("which", "--example", "nothing_here", "clamp", "units")
         self.assertEqual((status, out.splitlines()), (1, [example("utils", "clamp.vl")]))
@@ -65,6 +65,31 @@ class WhichOnTheExampleToolbox(unittest.TestCase):
         status, out, err = run("path", "--example")
         self.assertEqual((status, err), (0, ""))
         self.assertEqual(out.splitlines(), [example(name) for name in TOOLBOX])
+
+    def test_a_folders_private_files_are_seen_only_from_it(self):
+        status, out, _ = run("--example", "which", "--from", example("geometry"), "validate_shape")
+        self.assertEqual((status, out.splitlines()),
+                         (0, [example("geometry", "private", "validate_shape.vl")]))
+        status, _, err = run("--example", "which", "--from", example("utils"), "validate_shape")
+        self.assertEqual((status, "validate_shape: not found on the path" in err), (1, True), err)
+        self.assertEqual(run("--example", "which", "validate_shape")[0], 1)
+
+    def test_batch_gives_one_answer_line_per_question_line(self):
+        # A name asked again gets the same answer, and a miss the same message.
+        status, out, err = run_raw("--example", "which", "--batch",
+                                   stdin=b"area\nnope\r\nshapes/circle\nnope\narea\n")
+        self.assertEqual((status, err), (1, b"vpath: nope: not found on the path\n" * 2))
+        self.assertEqual(out.split(b"\n"), [
+            example("geometry", "area.vl"), b"", example("geometry", "+shapes", "circle.vl"), b"",
+            example("geometry", "area.vl"), b""])
+
+    def test_ls_lists_packages_and_classes_on_request(self):
+        plain = run("--example", "ls")[1].splitlines()
+        everything = run("ls", "--packages", "--example")[1].splitlines()
+        self.assertNotIn(example("geometry", "+shapes", "circle.vl"), plain)
+        self.assertIn(example("geometry", "+shapes", "circle.vl"), everything)
+        self.assertIn(example("geometry", "private", "validate_shape.vl"), everything)
+        self.assertEqual(len(plain), 7)
 
 
 HEADER = b"# vpath search path: one folder per line, searched first to last\n"
@@ -266,6 +291,11 @@ class PathCommands(OwnPathDefinition, unittest.TestCase):
                 self.assertEqual(err.count(b"\n"), 1, err)
                 self.assertIn(args[0].encode(), err)
                 self.assertLess(len(err), 120, err)
+
+    def test_ls_names_that_are_not_utf8_are_listed_as_bytes(self):
+        name = self.file(b"x\xfe/n\xe9.vl")
+        self.assertEqual(self.vpath("--path", b"x\xfe", "ls", "--ext", ".vl"),
+                         (0, name + b"\n", b""))
 
     def test_split_prints_the_folders_of_a_path_list(self):
         self.assertEqual(self.vpath("split", b";a;;b:c d ;\xff:"), (0, b"a\nb\nc d \n\xff\n", b""))
