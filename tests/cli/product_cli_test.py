@@ -98,10 +98,6 @@ class FirstRun(cli_test.OwnPathDefinition, unittest.TestCase):
                 got, out, err = self.vpath(*args)
                 self.assertEqual((got, out), (status, b""))
                 self.assertIn(hint, err)
-        # The first add saves exactly the folder named.
-        self.assertEqual(self.vpath("add", self.folder(b"mine"))[0], 0)
-        self.assertEqual(self.saved().splitlines()[1:], [self.at(b"mine")])
-        self.assertNotIn(b"empty", self.vpath("path")[2])
 
 
 class GivenPaths(cli_test.OwnPathDefinition, unittest.TestCase):
