@@ -67,9 +67,9 @@ class PathCache : public vpath_test::TempTreeTest {
         folders = {tree.IRI("one"), tree.IRI("two")};
     }
 
-    std::shared_ptr<const MainSearchPath> Scan(const EntryCache* known = nullptr) const {
+    std::shared_ptr<const MainSearchPath> Scan() const {
         ScanReport report;
-        return MainSearchPath::Scan(folders, report, known);
+        return MainSearchPath::Scan(folders, report);
     }
     // A start from the cache file: its entries revalidated against the disk.
     std::shared_ptr<const MainSearchPath> Start() const {
@@ -232,25 +232,6 @@ TEST_F(PathCache, DamagedCachesAreIgnoredAndThePathScanned) {
     fs::remove(tree.Path("path.cache"));
     tree.Folder("path.cache");
     EXPECT_EQ(Answers(*Start()), expected);
-}
-
-TEST_F(PathCache, StampsNearTheTimeOfWritingAreNotTrusted) {
-    const auto scanned = Scan();
-    // Written long after the folders last changed, the stamps are kept and the entries reused;
-    // written within the racy window, every folder is listed again at the next start.
-    const std::pair<std::int64_t, bool> cases[] = {{NowNs() + 600 * kSecond, true},
-                                                   {NowNs() + kSecond, false}};
-    for (const auto& [writtenAt, reused] : cases) {
-        SCOPED_TRACE(reused ? "old stamps" : "racy stamps");
-        std::string why;
-        EntryCache known;
-        const auto entries = ParsePathCache(
-            PathCacheFactory(scanned->GetFolderEntries(), writtenAt).Encode(kRoot), kRoot, why);
-        known.Retain(entries);
-        const auto started = Scan(&known);
-        EXPECT_EQ(started->GetFolderEntries() == entries, reused);
-        EXPECT_EQ(Answers(*started), Answers(*scanned));
-    }
 }
 
 }  // namespace
