@@ -13,7 +13,6 @@
 namespace {
 
 using foundation::core::except::Notification;
-using foundation::storage::vfs::AbsoluteIRI;
 using namespace Velmora::PackageRegistry;
 using Velmora::VorlanComponents::ComponentIdentifier;
 using Velmora::VorlanComponents::ComponentVersion;

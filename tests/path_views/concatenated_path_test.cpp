@@ -15,8 +15,6 @@ using namespace Velmora::PathManagement;
 using namespace vpath_test;
 using ::testing::ElementsAre;
 
-using Paths = std::vector<std::shared_ptr<const IPath>>;
-
 TEST(ConcatenatedPath, AnswersInSubPathOrderKeepingRepeats) {
     const auto a = Entry("a", {u"f.vl"});
     const auto m = Entry("@m", {u"g.vl"}, PathEntryType::AtFolder);
