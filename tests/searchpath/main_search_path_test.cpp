@@ -1,25 +1,33 @@
-// The host's main search path: lookups in path order, scopes, entries and their relations, walks.
+// The host's main search path: lookups in path order, scopes, entries and their relations, walks,
+// partial matches from its index of folder names, and what a change of the path did.
 
 #include <algorithm>
 #include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <foundation/storage/vfs/iri_conversion.hpp>
+#include <velmora/pathmanagement/partial_pathname.hpp>
+#include <velmora/pathmanagement/path_diff.hpp>
 #include <velmora/searchpath/main_search_path.hpp>
+#include <velmora/searchpath/path_change_report.hpp>
+#include <velmora/text/ustring.hpp>
 
 #include "searchpath/path_fixture.hpp"
+#include "support/temp_tree.hpp"
 
 namespace {
 
 using namespace Velmora::PathManagement;
-using ::testing::ElementsAre;
 using namespace Velmora::SearchPath;
+using ::testing::ElementsAre;
 using vpath_test::kFull;
 using vpath_test::kPrimary;
 using vpath_test::TwoFolderPath;
-
 using MainSearchPathTest = TwoFolderPath;
 
 std::vector<ustring> Locations(const PathEntryVector& entries, const vpath_test::TempTree& tree) {
@@ -250,6 +258,146 @@ TEST_F(MainSearchPathTest, ASpecialFolderOnThePathIsReachedThroughItsHolderInEit
     EXPECT_EQ(Resolve(*resources, tree, SearchScope(kPrimary), u"area", languageExtensions),
               "one/resources/area.vl");
     EXPECT_TRUE(report.empty());
+}
+
+// GetPartiallyMatchingEntries of the scanned main search path: answered from its index of folder
+// names, and in agreement with the library's lenient rule entry by entry.
+
+class PartialMatchTest : public vpath_test::TempTreeTest {
+  protected:
+    void SetUp() override {
+        for (const char* f : {"tb/geometry/+shapes/@Polygon/x", "tb/geometry/private/x",
+                              "tb/geometry/resources/x", "tb/ab/c/x", "tb/b/c/x", "tb/B/c/x",
+                              "tb/n\xe9/+p\xff/x", "tb/stats/@Sample/x", "tb/+odd/x"})
+            tree.File(f);
+        Velmora::SearchPath::ScanReport report;
+        path = Velmora::SearchPath::MainSearchPath::Scan(
+            {tree.IRI("tb/geometry"), tree.IRI("tb/ab/c"), tree.IRI("tb/b/c"), tree.IRI("tb/B/c"),
+             tree.IRI("tb/n\xe9"), tree.IRI("tb/stats"), tree.IRI("tb/+odd")},
+            report);
+        ASSERT_TRUE(report.empty());
+    }
+
+    // The locations below tb/ of the entries that the host answers with.
+    std::vector<std::string> Matching(const std::string& partial, FilenameMatchingPolicy policy) {
+        std::vector<std::string> found;
+        const ustring name = Velmora::text::FromNative(partial);
+        const auto root = Velmora::text::ToNative(tree.IRI("tb").getPath()) + "/";
+        for (const auto& e :
+             path->GetPartiallyMatchingEntries(SearchScope(kEverything), name, policy)) {
+            found.push_back(
+                Velmora::text::ToNative(e->GetAbsoluteIRI().getPath()).substr(root.size()));
+        }
+        return found;
+    }
+
+    static constexpr std::uint32_t kEverything[] = {0, 1, 2, 3, 4, 5};
+    std::shared_ptr<const Velmora::SearchPath::MainSearchPath> path;
+};
+
+TEST_F(PartialMatchTest, AgreesWithTheLenientRuleOnEveryEntry) {
+    const std::uint32_t scope[] = {0, 1, 2, 3, 4, 5};
+    PathEntryVector all;
+    path->ForEachEntry(SearchScope(scope), [&](const auto& e) {
+        all.push_back(e);
+        return false;
+    });
+    // Whole folder names only (b/c is never ab/c), "+" and "@" optional, names as bytes (the
+    // UTF-8 spelling of n\xe9 is other bytes).
+    for (const std::string partial :
+         {"c", "b/c", "B/C", "shapes/@Polygon", "+shapes/Polygon", "geometry/shapes", "resources",
+          "geometry/resources", "@Sample", "x/c", "Polygon", "Sample", "private", "odd",
+          "n\xe9/p\xff", "n\xc3\xa9/p\xff"}) {
+        for (const auto policy :
+             {FilenameMatchingPolicy::Exact, FilenameMatchingPolicy::IgnoreCase}) {
+            SCOPED_TRACE(partial);
+            const ustring name = Velmora::text::FromNative(partial);
+            const auto parts = SplitPartialPathname(name);
+            PathEntryVector expected;
+            for (const auto& e : all) {
+                if (DoesPartialPathnameMatchPathEntryIRI(parts, e, policy))
+                    expected.push_back(e);
+            }
+            EXPECT_EQ(path->GetPartiallyMatchingEntries(SearchScope(scope), name, policy),
+                      expected);
+        }
+    }
+    // Only entries of the scope's kinds; an empty name matches nothing.
+    const std::uint32_t primary[] = {0};
+    EXPECT_EQ(path->GetPartiallyMatchingEntries(SearchScope(primary), u"shapes",
+                                                FilenameMatchingPolicy::Exact),
+              PathEntryVector{});
+    EXPECT_EQ(Matching("", FilenameMatchingPolicy::Exact), std::vector<std::string>{});
+}
+
+TEST_F(PartialMatchTest, ThreadsThatAskFirstShareOneIndex) {
+    // The index is built by the first query; readers racing to it must all get whole answers.
+    std::vector<std::vector<std::string>> answers(4);
+    std::vector<std::thread> readers;
+    for (auto& answer : answers)
+        readers.emplace_back([&] { answer = Matching("shapes", FilenameMatchingPolicy::Exact); });
+    for (auto& reader : readers)
+        reader.join();
+    for (const auto& answer : answers)
+        EXPECT_EQ(answer, std::vector<std::string>{"geometry/+shapes"});
+}
+
+// What a change of the path did, from two states that share their unchanged entries.
+
+class PathChangeReportTest : public vpath_test::TempTreeTest {
+  protected:
+    void SetUp() override {
+        for (const char* f : {"a/f.vl", "a/private/p.vl", "b/g.vl", "c/h.vl", "d/k.vl"})
+            tree.File(f);
+    }
+    // Scans the folders, sharing entries with earlier scans as the manager does.
+    std::shared_ptr<const MainSearchPath> Scan(const std::vector<std::string>& folders) {
+        std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
+        for (const auto& f : folders)
+            locations.push_back(tree.IRI(f));
+        ScanReport report;
+        auto path = MainSearchPath::Scan(locations, report, &cache);
+        cache.Retain(path->GetFolderEntries());
+        return path;
+    }
+    std::vector<std::string> Names(const Velmora::PathManagement::SharedPathEntryVector& entries) {
+        std::vector<std::string> out;
+        const auto root = tree.IRI().toString();
+        for (const auto& e : *entries) {
+            out.push_back(
+                Velmora::text::ToNative(e->GetAbsoluteIRI().toString().substr(root.size() + 1)));
+        }
+        return out;
+    }
+    EntryCache cache;
+};
+
+TEST_F(PathChangeReportTest, TellsWhatTheDifferentiatorTellsOverTheWholePath) {
+    using Velmora::PathManagement::PathEntryVectorDifferentiator;
+    tree.File("e/m.vl");
+    const auto before = Scan({"a", "b", "c", "d"});
+    tree.File("b/new.vl");
+    tree.File("d/private/new.vl");
+    // Every order of five folders, two of them read anew and one new, and every path that is the
+    // first two to five of them: folders added, taken off and moved, at either end or between.
+    std::vector<std::string> order = {"a", "b", "c", "d", "e"};
+    do {
+        for (std::size_t length = 2; length <= order.size(); ++length) {
+            const std::vector<std::string> folders(order.begin(),
+                                                   order.begin() + static_cast<long>(length));
+            SCOPED_TRACE(::testing::PrintToString(folders));
+            const auto after = Scan(folders);
+            PathEntryVectorDifferentiator whole;
+            whole.Compare(*before->GetMainEntries(), *after->GetMainEntries(),
+                          PathEntryVectorDifferentiator::IncludeSpecialSubfolders);
+            const auto report = ComparePaths(*before, *after);
+            EXPECT_EQ(Names(report.added), Names(whole.GetAdded()));
+            EXPECT_EQ(Names(report.removed), Names(whole.GetRemoved()));
+            EXPECT_EQ(*report.reordered, *whole.GetReordered());
+            EXPECT_EQ(*report.refreshedBefore, *whole.GetRefreshedBefore());
+            EXPECT_EQ(*report.refreshedAfter, *whole.GetRefreshedAfter());
+        }
+    } while (std::next_permutation(order.begin(), order.end()));
 }
 
 }  // namespace
