@@ -234,7 +234,7 @@ class Recorder {
   private:
     int m_throwAt;
     std::vector<std::string> m_seen;
-    foundation::messaging::Subscription m_subscription;
+    Subscription m_subscription;
 };
 
 TEST(UpstreamNotification, SendsOneEventPerLevelUpToTheFirstOrdinaryFolder) {

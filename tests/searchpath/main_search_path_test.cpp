@@ -26,11 +26,16 @@ namespace {
 
 using namespace Velmora::PathManagement;
 using namespace Velmora::SearchPath;
+using foundation::storage::vfs::AbsoluteIRI;
+using foundation::storage::vfs::CanonicalAbsoluteIRI;
 using ::testing::ElementsAre;
+using vpath_test::kEverything;
 using vpath_test::kFull;
 using vpath_test::kPrimary;
 using vpath_test::TwoFolderPath;
 using MainSearchPathTest = TwoFolderPath;
+
+constexpr auto kExact = FilenameMatchingPolicy::Exact;
 
 std::vector<ustring> Locations(const PathEntryVector& entries, const vpath_test::TempTree& tree) {
     std::vector<ustring> out;
@@ -76,7 +81,7 @@ TEST_F(MainSearchPathTest, ResolvesInPathOrderWithinTheScope) {
         {kPrimary, u"only.vl", languageExtensions, "two/only.vl", ignoreCase},
         {kPrimary, u"ONLY.VL", languageExtensions, "two/Only.vl", ignoreCase},
         {kPrimary, u"ONLY.VL", languageExtensions, ""},
-        {kPrimary, u"ONLY.VL", languageExtensions, "", FilenameMatchingPolicy::Exact},
+        {kPrimary, u"ONLY.VL", languageExtensions, "", kExact},
         // A name's own extension narrows the search to it; no list looks for the exact name.
         {kPrimary, u"area.vlx", languageExtensions, "two/area.vlx"},
         {kPrimary, u"Readme", none, "two/Readme"},
@@ -140,30 +145,24 @@ TEST_F(MainSearchPathTest, EntriesByLocation) {
     const auto aliased = MainSearchPath::Scan({tree.IRI("alias")}, report);
     const auto entry = aliased->GetMainEntries()->front();
     // By the location it was put on the path under, and by its real location.
-    EXPECT_EQ(
-        aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("alias"), FilenameMatchingPolicy::Exact),
-        entry);
-    EXPECT_EQ(aliased->GetPathEntryFromAbsoluteIRI(
-                  foundation::storage::vfs::CanonicalAbsoluteIRI(tree.IRI("one"), u"")),
+    EXPECT_EQ(aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("alias"), kExact), entry);
+    EXPECT_EQ(aliased->GetPathEntryFromAbsoluteIRI(CanonicalAbsoluteIRI(tree.IRI("one"), u"")),
               entry);
-    EXPECT_EQ(aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("one"), FilenameMatchingPolicy::Exact),
-              nullptr);
+    EXPECT_EQ(aliased->GetPathEntryFromAbsoluteIRI(tree.IRI("one"), kExact), nullptr);
     EXPECT_EQ(entry->GetCanonicalAbsoluteIRI().getIRI(), tree.IRI("one"));
     // Sub-entries resolve through the link too.
-    const auto pkg = aliased->GetPathEntryFromAbsoluteIRI(
-        foundation::storage::vfs::CanonicalAbsoluteIRI(tree.IRI("one/+pkg"), u""));
+    const auto pkg =
+        aliased->GetPathEntryFromAbsoluteIRI(CanonicalAbsoluteIRI(tree.IRI("one/+pkg"), u""));
     ASSERT_TRUE(pkg);
     EXPECT_EQ(pkg->GetAbsoluteIRI(), tree.IRI("alias/+pkg"));
     // Case matters unless the policy ignores it.
-    const auto upper = foundation::storage::vfs::AbsoluteIRI(
-        tree.IRI("one").toString().substr(0, tree.IRI("one").toString().size() - 3) + u"ONE");
-    EXPECT_EQ(path->GetPathEntryFromAbsoluteIRI(upper, FilenameMatchingPolicy::Exact), nullptr);
+    const AbsoluteIRI upper(tree.IRI().toString() + u"/ONE");
+    EXPECT_EQ(path->GetPathEntryFromAbsoluteIRI(upper, kExact), nullptr);
     EXPECT_EQ(path->GetPathEntryFromAbsoluteIRI(upper, FilenameMatchingPolicy::IgnoreCase),
               Entry("one"));
 }
 
 TEST_F(MainSearchPathTest, EntriesByName) {
-    const auto exact = FilenameMatchingPolicy::Exact;
     const std::uint32_t packages[] = {1};
     const auto byName = [&](SearchScope scope, const ustring& name, FilenameMatchingPolicy policy) {
         return Locations(path->GetMethodEntriesByName(scope, name, policy), tree);
@@ -172,20 +171,19 @@ TEST_F(MainSearchPathTest, EntriesByName) {
     // Class folders in path order; by name, among those whose parent the scope selects.
     EXPECT_THAT(Locations(path->GetMethodEntries(), tree),
                 ElementsAre(u"one/+pkg/@Cls", u"one/@Point", u"two/@Point"));
-    EXPECT_EQ(byName(kPrimary, u"Point", exact), points);
-    EXPECT_TRUE(byName(kPrimary, u"Cls", exact).empty());
-    EXPECT_THAT(byName(packages, u"Cls", exact), ElementsAre(u"one/+pkg/@Cls"));
-    EXPECT_TRUE(byName(kPrimary, u"point", exact).empty());
+    EXPECT_EQ(byName(kPrimary, u"Point", kExact), points);
+    EXPECT_TRUE(byName(kPrimary, u"Cls", kExact).empty());
+    EXPECT_THAT(byName(packages, u"Cls", kExact), ElementsAre(u"one/+pkg/@Cls"));
+    EXPECT_TRUE(byName(kPrimary, u"point", kExact).empty());
     EXPECT_EQ(byName(kPrimary, u"point", FilenameMatchingPolicy::IgnoreCase), points);
     // By the folders a location ends with, "+" and "@" optional.
     EXPECT_THAT(
-        Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"pkg/Cls", exact), tree),
+        Locations(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"pkg/Cls", kExact), tree),
         ElementsAre(u"one/+pkg/@Cls"));
-    EXPECT_TRUE(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"inner", exact).empty());
+    EXPECT_TRUE(path->GetPartiallyMatchingEntries(SearchScope(kFull), u"inner", kExact).empty());
 }
 
 TEST_F(MainSearchPathTest, WalksVisitInPathOrderAndStopWhenAsked) {
-    const std::uint32_t everything[] = {0, 1, 2, 3, 4, 5};
     const std::uint32_t classes[] = {2};
     const auto walk = [&](SearchScope scope) {
         PathEntryVector seen;
@@ -196,27 +194,27 @@ TEST_F(MainSearchPathTest, WalksVisitInPathOrderAndStopWhenAsked) {
         return Locations(seen, tree);
     };
     // Each main entry, then its tree, sub-entries by name.
-    EXPECT_THAT(walk(everything), ElementsAre(u"one", u"one/+pkg", u"one/+pkg/+inner",
-                                              u"one/+pkg/@Cls", u"one/@Point", u"one/private",
-                                              u"one/resources", u"two", u"two/@Point"));
+    EXPECT_THAT(walk(kEverything), ElementsAre(u"one", u"one/+pkg", u"one/+pkg/+inner",
+                                               u"one/+pkg/@Cls", u"one/@Point", u"one/private",
+                                               u"one/resources", u"two", u"two/@Point"));
     // A scope of class folders alone still reaches them beneath the main entries, but not beneath
     // packages it does not visit.
     EXPECT_THAT(walk(classes), ElementsAre(u"one/@Point", u"two/@Point"));
     // The callback's true stops the walk at once.
     int calls = 0;
     EXPECT_TRUE(
-        path->ForEachEntry(SearchScope(everything), [&](const auto&) { return ++calls == 2; }));
+        path->ForEachEntry(SearchScope(kEverything), [&](const auto&) { return ++calls == 2; }));
     EXPECT_EQ(calls, 2);
     // The concurrent walk visits the same entries, in any order, and stops too.
     std::mutex mutex;
     std::size_t seen = 0;
-    EXPECT_FALSE(path->ConcurrentForEachEntry(SearchScope(everything), [&](const auto&) {
+    EXPECT_FALSE(path->ConcurrentForEachEntry(SearchScope(kEverything), [&](const auto&) {
         std::lock_guard lock(mutex);
         ++seen;
         return false;
     }));
     EXPECT_EQ(seen, 9u);
-    EXPECT_TRUE(path->ConcurrentForEachEntry(SearchScope(everything),
+    EXPECT_TRUE(path->ConcurrentForEachEntry(SearchScope(kEverything),
                                              [&](const auto& e) { return e == Entry("two"); }));
 }
 
@@ -272,8 +270,8 @@ class PartialMatchTest : public vpath_test::TempTreeTest {
                               "tb/geometry/resources/x", "tb/ab/c/x", "tb/b/c/x", "tb/B/c/x",
                               "tb/n\xe9/+p\xff/x", "tb/stats/@Sample/x", "tb/+odd/x"})
             tree.File(f);
-        Velmora::SearchPath::ScanReport report;
-        path = Velmora::SearchPath::MainSearchPath::Scan(
+        ScanReport report;
+        path = MainSearchPath::Scan(
             {tree.IRI("tb/geometry"), tree.IRI("tb/ab/c"), tree.IRI("tb/b/c"), tree.IRI("tb/B/c"),
              tree.IRI("tb/n\xe9"), tree.IRI("tb/stats"), tree.IRI("tb/+odd")},
             report);
@@ -293,14 +291,12 @@ class PartialMatchTest : public vpath_test::TempTreeTest {
         return found;
     }
 
-    static constexpr std::uint32_t kEverything[] = {0, 1, 2, 3, 4, 5};
-    std::shared_ptr<const Velmora::SearchPath::MainSearchPath> path;
+    std::shared_ptr<const MainSearchPath> path;
 };
 
 TEST_F(PartialMatchTest, AgreesWithTheLenientRuleOnEveryEntry) {
-    const std::uint32_t scope[] = {0, 1, 2, 3, 4, 5};
     PathEntryVector all;
-    path->ForEachEntry(SearchScope(scope), [&](const auto& e) {
+    path->ForEachEntry(SearchScope(kEverything), [&](const auto& e) {
         all.push_back(e);
         return false;
     });
@@ -310,8 +306,7 @@ TEST_F(PartialMatchTest, AgreesWithTheLenientRuleOnEveryEntry) {
          {"c", "b/c", "B/C", "shapes/@Polygon", "+shapes/Polygon", "geometry/shapes", "resources",
           "geometry/resources", "@Sample", "x/c", "Polygon", "Sample", "private", "odd",
           "n\xe9/p\xff", "n\xc3\xa9/p\xff"}) {
-        for (const auto policy :
-             {FilenameMatchingPolicy::Exact, FilenameMatchingPolicy::IgnoreCase}) {
+        for (const auto policy : {kExact, FilenameMatchingPolicy::IgnoreCase}) {
             SCOPED_TRACE(partial);
             const ustring name = Velmora::text::FromNative(partial);
             const auto parts = SplitPartialPathname(name);
@@ -320,16 +315,15 @@ TEST_F(PartialMatchTest, AgreesWithTheLenientRuleOnEveryEntry) {
                 if (DoesPartialPathnameMatchPathEntryIRI(parts, e, policy))
                     expected.push_back(e);
             }
-            EXPECT_EQ(path->GetPartiallyMatchingEntries(SearchScope(scope), name, policy),
+            EXPECT_EQ(path->GetPartiallyMatchingEntries(SearchScope(kEverything), name, policy),
                       expected);
         }
     }
     // Only entries of the scope's kinds; an empty name matches nothing.
     const std::uint32_t primary[] = {0};
-    EXPECT_EQ(path->GetPartiallyMatchingEntries(SearchScope(primary), u"shapes",
-                                                FilenameMatchingPolicy::Exact),
+    EXPECT_EQ(path->GetPartiallyMatchingEntries(SearchScope(primary), u"shapes", kExact),
               PathEntryVector{});
-    EXPECT_EQ(Matching("", FilenameMatchingPolicy::Exact), std::vector<std::string>{});
+    EXPECT_EQ(Matching("", kExact), std::vector<std::string>{});
 }
 
 TEST_F(PartialMatchTest, ThreadsThatAskFirstShareOneIndex) {
@@ -337,7 +331,7 @@ TEST_F(PartialMatchTest, ThreadsThatAskFirstShareOneIndex) {
     std::vector<std::vector<std::string>> answers(4);
     std::vector<std::thread> readers;
     for (auto& answer : answers)
-        readers.emplace_back([&] { answer = Matching("shapes", FilenameMatchingPolicy::Exact); });
+        readers.emplace_back([&] { answer = Matching("shapes", kExact); });
     for (auto& reader : readers)
         reader.join();
     for (const auto& answer : answers)
@@ -354,7 +348,7 @@ class PathChangeReportTest : public vpath_test::TempTreeTest {
     }
     // Scans the folders, sharing entries with earlier scans as the manager does.
     std::shared_ptr<const MainSearchPath> Scan(const std::vector<std::string>& folders) {
-        std::vector<foundation::storage::vfs::AbsoluteIRI> locations;
+        std::vector<AbsoluteIRI> locations;
         for (const auto& f : folders)
             locations.push_back(tree.IRI(f));
         ScanReport report;
@@ -362,20 +356,10 @@ class PathChangeReportTest : public vpath_test::TempTreeTest {
         cache.Retain(path->GetFolderEntries());
         return path;
     }
-    std::vector<std::string> Names(const Velmora::PathManagement::SharedPathEntryVector& entries) {
-        std::vector<std::string> out;
-        const auto root = tree.IRI().toString();
-        for (const auto& e : *entries) {
-            out.push_back(
-                Velmora::text::ToNative(e->GetAbsoluteIRI().toString().substr(root.size() + 1)));
-        }
-        return out;
-    }
     EntryCache cache;
 };
 
 TEST_F(PathChangeReportTest, TellsWhatTheDifferentiatorTellsOverTheWholePath) {
-    using Velmora::PathManagement::PathEntryVectorDifferentiator;
     tree.File("e/m.vl");
     const auto before = Scan({"a", "b", "c", "d"});
     tree.File("b/new.vl");
@@ -393,8 +377,8 @@ TEST_F(PathChangeReportTest, TellsWhatTheDifferentiatorTellsOverTheWholePath) {
             whole.Compare(*before->GetMainEntries(), *after->GetMainEntries(),
                           PathEntryVectorDifferentiator::IncludeSpecialSubfolders);
             const auto report = ComparePaths(*before, *after);
-            EXPECT_EQ(Names(report.added), Names(whole.GetAdded()));
-            EXPECT_EQ(Names(report.removed), Names(whole.GetRemoved()));
+            EXPECT_EQ(Locations(*report.added, tree), Locations(*whole.GetAdded(), tree));
+            EXPECT_EQ(Locations(*report.removed, tree), Locations(*whole.GetRemoved(), tree));
             EXPECT_EQ(*report.reordered, *whole.GetReordered());
             EXPECT_EQ(*report.refreshedBefore, *whole.GetRefreshedBefore());
             EXPECT_EQ(*report.refreshedAfter, *whole.GetRefreshedAfter());
@@ -460,7 +444,7 @@ TEST_F(MainSearchPathUpdateTest, ARefreshReadsTheFoldersThatEventsNameAndNoOther
 // A refresh after a change finds each folder in its new place, whether the table of places is
 // carried over from the path before the change or made anew.
 TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeFindsTheFoldersInTheirNewPlaces) {
-    std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
+    std::vector<AbsoluteIRI> folders;
     for (const char* name : {"p0", "p1", "p2", "p3", "p4"}) {
         tree.File(std::string(name) + "/x.vl");
         folders.push_back(tree.IRI(name));
@@ -469,7 +453,7 @@ TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeFindsTheFoldersInTheirNewPl
     MainSearchPathManager manager(folders, {});
     tree.File("p4/first.vl");
     ASSERT_TRUE(manager.RefreshFolders({tree.IRI("p4/first.vl")}));
-    const auto expect = [&](std::vector<foundation::storage::vfs::AbsoluteIRI> now) {
+    const auto expect = [&](std::vector<AbsoluteIRI> now) {
         const MainSearchPathManager fresh(now, {});
         EXPECT_EQ(vpath_test::Answers(*manager.GetSnapshot()),
                   vpath_test::Answers(*fresh.GetSnapshot()));
@@ -500,7 +484,7 @@ TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeFindsTheFoldersInTheirNewPl
 // by one: a refresh after it still finds each folder where it stands now.
 TEST_F(MainSearchPathUpdateTest, ARefreshAfterAChangeInTheMiddleOfALongPathFindsEveryFolder) {
     constexpr int kFolders = 600;
-    std::vector<foundation::storage::vfs::AbsoluteIRI> folders;
+    std::vector<AbsoluteIRI> folders;
     for (int i = 0; i < kFolders; ++i) {
         const std::string name = "long/f" + std::to_string(i);
         tree.File(name + "/x.vl");
