@@ -389,7 +389,7 @@ class FirstRun(OwnPathDefinition, unittest.TestCase):
 
 
 class GivenPaths(OwnPathDefinition, unittest.TestCase):
-    def test_path_file_from_standard_input_and_file_iris(self):
+    def test_path_file_from_standard_input_with_relative_folders_and_file_iris(self):
         root = self.root
         for name in (b"a", b"b c", b"d\xff", b"e"):
             self.folder(name)
@@ -398,9 +398,6 @@ class GivenPaths(OwnPathDefinition, unittest.TestCase):
         expected = [root + b"/a", root + b"/b c", root + b"/d\xff", root + b"/e"]
         self.assertEqual(self.vpath("path", "--path-file", "-", stdin=listing),
                          (0, b"".join(folder + b"\n" for folder in expected), b""))
-        given = b"file://" + root + b"/a:e;file:" + root + b"/b c"
-        self.assertEqual(self.vpath("--path", given, "path"),
-                         (0, root + b"/a\n" + root + b"/e\n" + root + b"/b c\n", b""))
 
 
 class AddWarnings(OwnPathDefinition, unittest.TestCase):
