@@ -1,5 +1,6 @@
 // The main search path manager on real folders: what a change checks, keeps, saves and tells, and
-// what its observers hear. (What readers on other threads see is the path state stress test's.)
+// what its observers hear, and the cached start it takes from one option. (What readers on other
+// threads see is the path state stress test's.)
 
 #include <cerrno>
 #include <chrono>
@@ -16,6 +17,7 @@
 #include "host/message_ids.hpp"
 #include "searchpath/path_fixture.hpp"
 #include "support/fault_system.hpp"
+#include "support/scoped_env.hpp"
 #include "support/temp_tree.hpp"
 
 namespace {
@@ -288,7 +290,6 @@ TEST_F(Manager, ReportsThePackagesWhoseFoldersAreAllOnThePath) {
         return found;
     };
     EXPECT_EQ(versions(), std::vector<std::uint32_t>{1});
-    EXPECT_TRUE(PackageIsOnPath(ComponentIdentifier({}, {1, 0, 0}), manager));
     Notification messages;
     manager.ApplyPathAfterAdding(I({"c", "a"}), messages);
     EXPECT_EQ(versions(), (std::vector<std::uint32_t>{1, 2}));
@@ -332,6 +333,61 @@ TEST_F(Manager, AHandEditThatLandsWhileAChangeIsUnderWayIsKept) {
         EXPECT_EQ(saved.str(), "# mine\n" + line("c") + line("a") + line("b"));
         std::filesystem::remove(file);
     }
+}
+
+// The cached start a manager takes from one option: the cache read at the start, written after a
+// start or a change worth it, in the background for a program that runs on.
+class CachedStart : public Manager {
+  protected:
+    // A manager of `folders` on the cache at `slot`; `known` hears how many entries it read.
+    std::unique_ptr<MainSearchPathManager> Start(const List& folders, bool inBackground,
+                                                 std::size_t* known) {
+        MainSearchPathManager::Options options;
+        options.pathCache = {
+            .at = slot,
+            .inBackground = inBackground,
+            .warn = {},
+            .loaded = [known](const FolderEntryList& loaded) { *known = loaded.size(); }};
+        return std::make_unique<MainSearchPathManager>(folders, std::move(options));
+    }
+    // The folders the cache holds for `folders`.
+    std::size_t Cached(const List& folders) const {
+        return LoadCachedEntries(slot, folders).size();
+    }
+
+    const PathCacheSlot slot{tree.IRI("cache/path.cache"), tree.IRI("cache/path.cache")};
+};
+
+TEST_F(CachedStart, AStartReadsWhatTheLastOneWroteAndAChangeIsWritten) {
+    for (const bool inBackground : {false, true}) {
+        SCOPED_TRACE(inBackground ? "in the background" : "at once");
+        std::filesystem::remove_all(tree.Path("cache"));
+        std::size_t known = 99;
+        Start(I({"a", "b"}), inBackground, &known);
+        EXPECT_EQ(known, 0u);  // no cache yet: the start wrote one
+        EXPECT_EQ(Cached(I({"a", "b"})), 2u);
+        auto manager = Start(I({"a", "b"}), inBackground, &known);
+        EXPECT_EQ(known, 2u);
+        Notification messages;
+        manager->ApplyPathAfterAdding(I({"c", "a", "b"}), messages);
+        ASSERT_TRUE(messages.empty());
+        manager.reset();  // a background write is finished before the manager goes
+        EXPECT_EQ(Cached(I({"c", "a", "b"})), 3u);
+    }
+}
+
+TEST_F(CachedStart, TheDefaultOneIsThePathDefinitionFilesUnderTheCacheHome) {
+    const vpath_test::ScopedEnv cacheHome("XDG_CACHE_HOME", tree.Path("xdg").string());
+    const std::string pathdef = tree.File("pathdef", tree.Path("a").native() + "\n").native();
+    MainSearchPathManager::Options options;
+    options.pathDefinition.emplace(pathdef);
+    options.pathCache.emplace();
+    Notification problems;
+    ASSERT_TRUE(MainSearchPathManager::Open(std::move(options), problems));
+    const auto defaultSlot = PathCacheForPathDefinition(pathdef);
+    ASSERT_TRUE(defaultSlot);
+    EXPECT_EQ(LoadCachedEntries(*defaultSlot, {tree.IRI("a")}).size(), 1u);
+    EXPECT_TRUE(std::filesystem::is_directory(tree.Path("xdg/vpath")));
 }
 
 }  // namespace

@@ -18,7 +18,6 @@
 
 #include <velmora/searchpath/path_definition_file.hpp>
 
-#include "host/crash_paths.hpp"
 #include "host/message_ids.hpp"
 #include "support/fault_system.hpp"
 #include "support/temp_tree.hpp"
@@ -65,7 +64,6 @@ TEST_F(PathDefinition, KeepsEveryFolderNameByteForByte) {
     const auto loaded = File().Load(problems);
     EXPECT_EQ(loaded.outcome, Outcome::Loaded);
     EXPECT_EQ(loaded.folders, folders);
-    EXPECT_TRUE(Leftovers().empty());
 }
 
 TEST_F(PathDefinition, ReadsWhatPeopleWriteAndReportsBadLinesByNumber) {
@@ -122,29 +120,22 @@ TEST_F(PathDefinition, AKeptReadingTellsWhetherTheFileStillHoldsAPath) {
 }
 
 // A change saved with a kept reading keeps the reading of what it wrote, so that the next reading
-// parses nothing; what it keeps reads as a fresh reading of the file does, whatever the file held.
+// parses nothing; what it keeps reads as a fresh reading of the file does, a name that ends in a
+// carriage return included. (Comments, blank lines, repeats and either line ending are the layout
+// property's.)
 TEST_F(PathDefinition, ASavedChangeIsKeptAsTheReadingOfWhatItWrote) {
-    const AbsoluteIRI a(u"file:///a"), b(u"file:///b"), c(u"file:///c"), n(u"file:///n");
-    const AbsoluteIRI return_(u"file:///r%0D");  // a name that ends in a carriage return
-    const std::pair<const char*, std::vector<AbsoluteIRI>> cases[] = {
-        {"# mine\n/a\n\n/b\n# end\n", {n, a, b}},
-        {"/a\r\n# c\r\n/b\r\n/c", {a, c, n}},
-        {"/a\n/b\n/a\n/c\n", {c, b}},
-        {"/b\n/a", {a, b}},
-        {"/r\r\r\n/a\n", {n, return_}},
-    };
-    for (const auto& [content, after] : cases) {
-        SCOPED_TRACE(content);
-        tree.File("config/vpath/pathdef", content);
+    const AbsoluteIRI a(u"file:///a"), b(u"file:///b"), n(u"file:///n");
+    const std::vector<AbsoluteIRI> after = {n, AbsoluteIRI(u"file:///r%0D")};
+    tree.File("config/vpath/pathdef", "/r\r\r\n/a\n");
+    {
         PathDefinitionFile file = File();
         file.KeepLastReading();
         Notification problems;
         const auto base = file.Load(problems).folders;
         ASSERT_EQ(file.SaveChange(base, after, problems), PathDefinitionFile::SaveResult::Saved);
         EXPECT_TRUE(file.Holds(after));
-        const auto fresh = File().Load(problems);
-        EXPECT_EQ(file.Load(problems).folders, fresh.folders);
-        EXPECT_EQ(fresh.folders, after);
+        EXPECT_EQ(file.Load(problems).folders, after);
+        EXPECT_EQ(File().Load(problems).folders, after);
         // The next change lays the file out from the kept reading as from a fresh one.
         const std::string saved = ReadAll(Location());
         std::vector<AbsoluteIRI> next(after.rbegin(), after.rend());
@@ -218,6 +209,7 @@ RC_GTEST_PROP(PathDefinitionLayout, AChangeLaidOutFromAKeptReadingIsTheWholeFile
         RC_ASSERT(fromKept == ReadAll(location));
         RC_ASSERT(kept.Holds(after));
         RC_ASSERT(kept.Load(problems).folders == after);
+        RC_ASSERT(PathDefinitionFile(location).Load(problems).folders == after);
         RC_ASSERT(problems.empty());
         base = after;
     }
@@ -347,13 +339,14 @@ TEST_F(PathDefinition, AChangeWaitsForTheLockAndSaysSoAfterASecond) {
 // A save killed before its rename leaves its temporary file behind: the next save removes it, and
 // only what a save of this file would have left.
 TEST_F(PathDefinition, TheNextSaveRemovesTheTemporaryFilesOfAKilledOne) {
+    const std::vector<AbsoluteIRI> path = {AbsoluteIRI(u"file:///a"), AbsoluteIRI(u"file:///b")};
     Notification problems;
-    ASSERT_TRUE(File().Save(vpath_test::CrashPaths()[0], problems));
+    ASSERT_TRUE(File().Save({path[1]}, problems));
     tree.File("config/vpath/.pathdef.00112233445566ff.tmp", "torn");
     tree.File("config/vpath/.other.00112233445566ff.tmp");
-    ASSERT_TRUE(File().Save(vpath_test::CrashPaths()[1], problems));
+    ASSERT_TRUE(File().Save(path, problems));
     EXPECT_EQ(Leftovers(), std::vector<std::string>{".other.00112233445566ff.tmp"});
-    EXPECT_EQ(File().Load(problems).folders, vpath_test::CrashPaths()[1]);
+    EXPECT_EQ(File().Load(problems).folders, path);
 }
 
 TEST_F(PathDefinition, AFolderEndingInACarriageReturnIsKeptButNeverAdded) {

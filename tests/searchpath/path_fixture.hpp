@@ -25,6 +25,7 @@ namespace vpath_test {
 
 inline constexpr std::uint32_t kPrimary[] = {0};
 inline constexpr std::uint32_t kFull[] = {0, 1, 2, 3, 4};
+inline constexpr std::uint32_t kEverything[] = {0, 1, 2, 3, 4, 5};
 
 // Everything a lookup can see of a path: each entry with its kind, locations and files, the class
 // folders, and the answers for every file name on it (first and all holders, in either scope,
@@ -32,20 +33,20 @@ inline constexpr std::uint32_t kFull[] = {0, 1, 2, 3, 4};
 inline std::string Answers(const Velmora::SearchPath::MainSearchPath& path) {
     using namespace Velmora::PathManagement;
     using Velmora::text::ToNative;
-    constexpr std::uint32_t everything[] = {0, 1, 2, 3, 4, 5};
     std::ostringstream out;
     std::vector<std::pair<ustring, ustring>> names = {{u"absent", u".vl"}, {u"AREA", u".vl"}};
-    path.ForEachEntry(SearchScope(everything), [&](const std::shared_ptr<const IPathEntry>& entry) {
-        out << static_cast<int>(entry->GetPathEntryType()) << ' '
-            << ToNative(entry->GetAbsoluteIRI().toString()) << " -> "
-            << ToNative(entry->GetCanonicalAbsoluteIRI().toString()) << ':';
-        for (const auto& item : *entry->GetItems()) {
-            out << ' ' << ToNative(item->GetFileName());
-            names.emplace_back(item->GetName(), item->GetExtension());
-        }
-        out << '\n';
-        return false;
-    });
+    path.ForEachEntry(SearchScope(kEverything),
+                      [&](const std::shared_ptr<const IPathEntry>& entry) {
+                          out << static_cast<int>(entry->GetPathEntryType()) << ' '
+                              << ToNative(entry->GetAbsoluteIRI().toString()) << " -> "
+                              << ToNative(entry->GetCanonicalAbsoluteIRI().toString()) << ':';
+                          for (const auto& item : *entry->GetItems()) {
+                              out << ' ' << ToNative(item->GetFileName());
+                              names.emplace_back(item->GetName(), item->GetExtension());
+                          }
+                          out << '\n';
+                          return false;
+                      });
     for (const auto& method : path.GetMethodEntries())
         out << "class folder " << ToNative(method->GetAbsoluteIRI().toString()) << '\n';
     const auto where = [](const FoundItem& found) {

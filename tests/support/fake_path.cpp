@@ -43,19 +43,6 @@ PathEntryVector Select(const auto& placed, const auto& keep) {
 }
 }  // namespace
 
-void CallLog::Record(const char* operation, FilenameMatchingPolicy policy) const {
-    Record(operation + Policy(policy));
-}
-
-void CallLog::Record(const char* operation, SearchScope scope) const {
-    Record(operation + Kinds(scope));
-}
-
-void CallLog::Record(const char* operation, SearchScope scope,
-                     FilenameMatchingPolicy policy) const {
-    Record(operation + Kinds(scope) + Policy(policy));
-}
-
 std::vector<std::string> CallLog::Calls() const {
     const std::lock_guard lock(m_mutex);
     return m_calls;
@@ -101,7 +88,7 @@ CanonicalAbsoluteIRI FakeEntry::GetCanonicalAbsoluteIRI() const {
 
 std::shared_ptr<const PathItem> FakeEntry::FindFile(const detail::SearchTarget& target,
                                                     FilenameMatchingPolicy policy) const {
-    m_log.Record("FindFile", policy);
+    m_log.Record("FindFile" + Policy(policy));
     for (const ustring& ext : *target.extensions) {
         for (const auto& item : *m_items) {
             if (NamesMatch(item->GetName(), *target.baseName, policy) &&
@@ -124,7 +111,7 @@ bool FakeEntry::ForEachEntry(SearchScope scope, const EntryCallback& callback) c
 }
 
 SharedNameMatcher FakeEntry::GetExtensionMatcher(FilenameMatchingPolicy policy) const {
-    m_log.Record("GetExtensionMatcher", policy);
+    m_log.Record("GetExtensionMatcher" + Policy(policy));
     auto match = GetNameMatcher(policy);
     return std::make_shared<const NameMatcher>(
         [this, match](const ustring& extension, const ustring& itemExtension) {
@@ -192,7 +179,7 @@ PathEntryVector FakePath::GetMethodEntries() const {
 
 PathEntryVector FakePath::GetMethodEntriesByName(SearchScope scope, const ustring& name,
                                                  FilenameMatchingPolicy policy) const {
-    m_log.Record("GetMethodEntriesByName", scope, policy);
+    m_log.Record("GetMethodEntriesByName" + Kinds(scope) + Policy(policy));
     return Select(Entries(), [&](const IPathEntry& e) {
         return IsMethod(e) && NamesMatch(e.GetName(), u"@" + name, policy);
     });
@@ -200,7 +187,7 @@ PathEntryVector FakePath::GetMethodEntriesByName(SearchScope scope, const ustrin
 
 PathEntryVector FakePath::GetPartiallyMatchingEntries(SearchScope scope, const ustring& partialName,
                                                       FilenameMatchingPolicy policy) const {
-    m_log.Record("GetPartiallyMatchingEntries", scope, policy);
+    m_log.Record("GetPartiallyMatchingEntries" + Kinds(scope) + Policy(policy));
     return Select(Entries(), [&](const IPathEntry& e) {
         return InScope(scope, e) && NamesMatch(e.GetName(), partialName, policy);
     });
@@ -223,7 +210,7 @@ std::shared_ptr<const IPathEntry> FakePath::GetParentEntryForEntry(const IPathEn
 
 std::shared_ptr<const IPathEntry> FakePath::GetPathEntryFromAbsoluteIRI(
     const AbsoluteIRI& location, FilenameMatchingPolicy policy) const {
-    m_log.Record("GetPathEntryFromAbsoluteIRI", policy);
+    m_log.Record("GetPathEntryFromAbsoluteIRI" + Policy(policy));
     for (const auto& p : Entries()) {
         if (NamesMatch(p.entry->GetAbsoluteIRI().toString(), location.toString(), policy))
             return p.entry;
@@ -242,7 +229,7 @@ std::shared_ptr<const IPathEntry> FakePath::GetPathEntryFromAbsoluteIRI(
 
 OptionalFoundItem FakePath::FindFirstInScope(SearchScope scope, const detail::SearchTarget& target,
                                              FilenameMatchingPolicy policy) const {
-    m_log.Record("FindFirstInScope", scope, policy);
+    m_log.Record("FindFirstInScope" + Kinds(scope) + Policy(policy));
     for (const auto& p : Entries()) {
         if (auto item = InScope(scope, *p.entry) ? p.entry->FindFile(target, policy) : nullptr)
             return FoundItem(item, p.entry);
@@ -253,7 +240,7 @@ OptionalFoundItem FakePath::FindFirstInScope(SearchScope scope, const detail::Se
 std::vector<FoundItem> FakePath::FindAllInScope(SearchScope scope,
                                                 const detail::SearchTarget& target,
                                                 FilenameMatchingPolicy policy) const {
-    m_log.Record("FindAllInScope", scope, policy);
+    m_log.Record("FindAllInScope" + Kinds(scope) + Policy(policy));
     std::vector<FoundItem> out;
     for (const auto& p : Entries()) {
         if (auto item = InScope(scope, *p.entry) ? p.entry->FindFile(target, policy) : nullptr)
@@ -263,7 +250,7 @@ std::vector<FoundItem> FakePath::FindAllInScope(SearchScope scope,
 }
 
 bool FakePath::ForEachEntry(SearchScope scope, const EntryCallback& callback) const {
-    m_log.Record("ForEachEntry", scope);
+    m_log.Record("ForEachEntry" + Kinds(scope));
     return Walk(scope, callback);
 }
 
@@ -276,7 +263,7 @@ bool FakePath::Walk(SearchScope scope, const EntryCallback& callback) const {
 }
 
 bool FakePath::ConcurrentForEachEntry(SearchScope scope, const EntryCallback& callback) const {
-    m_log.Record("ConcurrentForEachEntry", scope);
+    m_log.Record("ConcurrentForEachEntry" + Kinds(scope));
     // Off the caller's thread, as a concurrent walk may call back; one thread keeps it simple.
     return std::async(std::launch::async, [&] { return Walk(scope, callback); }).get();
 }

@@ -31,9 +31,6 @@ using Velmora::PathManagement::PathEntryType;
 class CallLog {
   public:
     void Record(std::string call) const;
-    void Record(const char* operation, FilenameMatchingPolicy policy) const;
-    void Record(const char* operation, pm::SearchScope scope) const;
-    void Record(const char* operation, pm::SearchScope scope, FilenameMatchingPolicy policy) const;
     std::vector<std::string> Calls() const;
     void Clear() const;
 

@@ -1,23 +1,146 @@
-// Installed packages: identifiers, manifests and the registry read from a packages folder.
+// The host's own services: the texts of its messages, the current-folder service and the
+// installed packages.
 
 #include <cerrno>
+#include <set>
+#include <string>
 
 #include <gtest/gtest.h>
 
+#include <foundation/core/except/message_catalog.hpp>
+#include <foundation/core/except/message_exception.hpp>
+#include <velmora/cwf/current_working_folder.hpp>
 #include <velmora/packages/package_registry.hpp>
+#include <velmora/pathmanagement/path_messages.hpp>
+#include <velmora/searchpath/main_search_path_manager.hpp>
+#include <velmora/searchpath/path_definition_file.hpp>
 
+#include "host/current_folder_guard.hpp"
 #include "host/message_ids.hpp"
 #include "support/fault_system.hpp"
 #include "support/temp_tree.hpp"
 
 namespace {
 
-using foundation::core::except::Notification;
-using foundation::storage::vfs::AbsoluteIRI;
 using namespace Velmora::PackageRegistry;
+using foundation::core::except::Notification;
+using resource_core::FormatMessage;
+using resource_core::MessageRecord;
+using Velmora::current_working_folder::CurrentWorkingFolder;
+using Velmora::current_working_folder::FailedToAbsolutizeException;
+using Velmora::text::FromNative;
 using Velmora::VorlanComponents::ComponentIdentifier;
 using Velmora::VorlanComponents::ComponentVersion;
 using Velmora::VorlanComponents::UniqueID;
+using vpath_test::FaultSystem;
+
+// Messages: their texts in the catalogue.
+
+TEST(MessageCatalog, EveryMessageOfTheLibraryAndTheHostHasItsText) {
+    // A name that is not UTF-8 comes out as the bytes it was.
+    const ustring f = u"F\xDCFF";
+    const MessageRecord messages[] = {
+        VORLAN::vpath::invalidLocation(f),
+        VORLAN::vpath::directoryPermissionDenied(f),
+        VORLAN::vpath::nameNonexistentOrNotADirectory(f),
+        VORLAN::vpath::directoryNameTooLong(f),
+        VORLAN::vpath::cannotAbsolutizePath(f),
+        VORLAN::rmpath::DirNotFound(f),
+        VELMORA::searchpath::folderMissing(f),
+        VELMORA::searchpath::notAFolder(f),
+        VELMORA::searchpath::folderUnreadable(f, "R"),
+        VELMORA::searchpath::folderLoops(f),
+        VELMORA::pathdef::cannotRead(f, "R"),
+        VELMORA::pathdef::cannotSave(f, "R"),
+        VELMORA::pathdef::badLine(f, 12),
+        VELMORA::pathdef::lineBreakInName(f),
+        VELMORA::packages::badManifest(f, "R"),
+        VELMORA::packages::cannotReadPackages(f, "R"),
+    };
+    std::set<std::string> ids;
+    for (const auto& message : messages) {
+        SCOPED_TRACE(message.GetMessageID());
+        ids.insert(message.GetMessageID());
+        // A text of its own, every argument in it and no place left unfilled.
+        const std::string text = Velmora::text::ToNative(FormatMessage(message));
+        EXPECT_TRUE(resource_core::FindMessageText(message.GetMessageID()));
+        EXPECT_NE(text.find("\"F\xFF\""), std::string::npos) << text;
+        EXPECT_EQ(resource_core::FormatMessageLine(message),
+                  text + " [" + message.GetMessageID() + "]");
+        if (message.GetArguments().size() > 1) {
+            EXPECT_NE(text.find(message.GetIdentifier() == "badLine" ? "12" : "R"),
+                      std::string::npos);
+        }
+        EXPECT_EQ(text.find('{'), std::string::npos) << text;
+    }
+    // And the catalogue holds nothing else.
+    const auto catalog = resource_core::CatalogMessageIDs();
+    EXPECT_EQ(std::set<std::string>(catalog.begin(), catalog.end()), ids);
+}
+
+// The current-folder service: what a typed folder resolves to, and the code of every failure.
+
+// The code and error number that absolutize(text) fails with, or {-100, 0} if it does not fail.
+std::pair<int, int> FailureOf(const ustring& text) {
+    try {
+        CurrentWorkingFolder().absolutize(text);
+    } catch (const FailedToAbsolutizeException& e) {
+        EXPECT_EQ(e.GetText(), text);
+        return {e.GetErrorCode(), e.GetErrorNumber()};
+    }
+    return {-100, 0};
+}
+
+using Absolutize = vpath_test::TempTreeTest;
+
+TEST_F(Absolutize, ResolvesTextsAgainstTheCurrentFolder) {
+    tree.Folder("tb");
+    tree.Folder("d\xFF");
+    const vpath_test::CurrentFolderGuard guard(tree.Root());
+    const ustring root = FromNative(tree.Root().string());
+    const CurrentWorkingFolder cwf;
+    const std::pair<ustring, std::string> cases[] = {
+        {u"tb", "tb"}, {u"./tb/", "tb"},       {u"tb/../d\xDCFF", "d\xFF"},
+        {u".", ""},    {root + u"//tb", "tb"}, {u"file://" + root + u"/tb/../tb", "tb"},
+    };
+    for (const auto& [text, folder] : cases)
+        EXPECT_EQ(cwf.absolutize(text), tree.IRI(folder)) << Velmora::text::ToNative(text);
+    // resolve does not look beyond the current folder.
+    EXPECT_EQ(cwf.resolve(u"missing/..//x"), tree.IRI("x"));
+}
+
+TEST_F(Absolutize, EveryFailureHasItsCode) {
+    tree.File("file.vl");
+    tree.Folder("target");
+    tree.Link("loop_a", "loop_b");
+    tree.Link("loop_b", "loop_a");
+    const vpath_test::CurrentFolderGuard guard(tree.Root());
+    // Texts that name no folder on disk; "%2F" is a name that no local path can hold.
+    const std::pair<ustring, int> texts[] = {
+        {u"", 0},        {ustring(u"a\0b", 3), 0}, {u"http://host/tb", 0}, {u"file:///a?query", 0},
+        {u"missing", 4}, {u"file:///a%2Fb", 4},    {u"file.vl/x", 5},      {u"loop_a", 6},
+        {u"file.vl", 7}, {ustring(300, u'n'), 9},
+    };
+    for (const auto& [text, code] : texts)
+        EXPECT_EQ(FailureOf(text).first, code) << Velmora::text::ToNative(text);
+    const ustring target = FromNative(tree.Path("target").string());
+    // Errors of the system, by their number.
+    const std::pair<int, int> errors[] = {{EACCES, 3},  {EPERM, 3},     {ENOENT, 4},
+                                          {ENOTDIR, 5}, {ELOOP, 6},     {ENAMETOOLONG, 9},
+                                          {EIO, 1},     {EOVERFLOW, 8}, {ENOMEM, 8}};
+    for (const auto& [error, code] : errors) {
+        FaultSystem faults;
+        faults.Fail(FaultSystem::Op::Stat, "/target", error);
+        EXPECT_EQ(FailureOf(target), std::make_pair(code, error));
+    }
+    // An unreadable current folder fails relative texts only.
+    FaultSystem faults;
+    faults.Fail(FaultSystem::Op::CurrentFolder, "", ENOENT);
+    EXPECT_EQ(FailureOf(u"target"), std::make_pair(2, ENOENT));
+    EXPECT_EQ(FailureOf(target).first, -100);
+}
+
+// Installed packages: identifiers, manifests and the registry read from a packages folder.
 
 constexpr const char* kId = "4f1c0e9a-3b2d-4c5e-8f70-112233445566";
 
