@@ -388,6 +388,19 @@ TEST_F(CachedStart, TheDefaultOneIsThePathDefinitionFilesUnderTheCacheHome) {
     ASSERT_TRUE(defaultSlot);
     EXPECT_EQ(LoadCachedEntries(*defaultSlot, {tree.IRI("a")}).size(), 1u);
     EXPECT_TRUE(std::filesystem::is_directory(tree.Path("xdg/vpath")));
+    // Read whole, it is read while the path definition file is, and started from all the same.
+    auto whole = *defaultSlot;
+    whole.inMemory = true;
+    std::size_t known = 0;
+    MainSearchPathManager::Options again;
+    again.pathDefinition.emplace(pathdef);
+    again.pathCache = {
+        .at = whole,
+        .inBackground = false,
+        .warn = {},
+        .loaded = [&known](const FolderEntryList& loaded) { known = loaded.size(); }};
+    ASSERT_TRUE(MainSearchPathManager::Open(std::move(again), problems));
+    EXPECT_EQ(known, 1u);
 }
 
 }  // namespace

@@ -209,6 +209,16 @@ std::shared_ptr<const std::vector<std::shared_ptr<const FolderEntry>>> EntriesOf
     return {path, &path->GetFolderEntries()};
 }
 
+// Where the cache of the path the options start lives: the one given, else the default one of
+// the path definition file.
+std::optional<PathCacheSlot> CacheSlotOf(const MainSearchPathManager::Options& options) {
+    if (!options.pathCache)
+        return std::nullopt;
+    if (options.pathCache->at || !options.pathDefinition)
+        return options.pathCache->at;
+    return PathCacheForPathDefinition(options.pathDefinition->GetNativePath());
+}
+
 bool SameEntries(const MainSearchPath& a, const MainSearchPath& b) {
     return a.GetFolderEntries() == b.GetFolderEntries();
 }
@@ -217,6 +227,10 @@ bool SameEntries(const MainSearchPath& a, const MainSearchPath& b) {
 
 std::unique_ptr<MainSearchPathManager> MainSearchPathManager::Open(Options options,
                                                                    Notification& problems) {
+    // A cache read whole is read while the path definition file is.
+    std::optional<PathCacheReadAhead> ahead;
+    if (const auto slot = CacheSlotOf(options); slot && slot->inMemory)
+        ahead.emplace(slot->file);
     FolderList folders;
     bool saved = false;
     if (options.pathDefinition) {
@@ -245,10 +259,8 @@ MainSearchPathManager::MainSearchPathManager(std::shared_ptr<const FolderList> u
                                              Options options, Unique)
     : m_options(std::move(options)) {
     if (m_options.pathCache) {
+        const auto slot = CacheSlotOf(m_options);
         auto use = *std::exchange(m_options.pathCache, std::nullopt);
-        auto slot = use.at;
-        if (!slot && m_options.pathDefinition)
-            slot = PathCacheForPathDefinition(m_options.pathDefinition->GetNativePath());
         if (slot) {
             m_pathCache =
                 std::make_unique<PathCacheKeeper>(*slot, use.inBackground, std::move(use.warn));

@@ -5,6 +5,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <utility>
 
 #include <fmt/format.h>
 #include <tbb/blocked_range.h>
@@ -379,6 +383,71 @@ FolderEntryList ParsePathCache(std::string_view bytes, const AbsoluteIRI& root, 
     return Decode(std::make_shared<CacheImage>(std::string(bytes)), root, why, folders);
 }
 
+struct PathCacheReadAhead::Read {
+    std::string native;
+    std::string bytes;      // filled by the reading thread before `done` is ready
+    std::future<int> done;  // the read's error number
+};
+
+namespace {
+
+// The reads ahead that no load has taken yet.
+std::mutex& AheadMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+std::vector<std::shared_ptr<PathCacheReadAhead::Read>>& Ahead() {
+    static std::vector<std::shared_ptr<PathCacheReadAhead::Read>> reads;
+    return reads;
+}
+
+// What a read ahead of `native` read, once it is done; none when no read of it is under way.
+std::optional<std::pair<int, std::string>> TakeReadAhead(const std::string& native) {
+    std::shared_ptr<PathCacheReadAhead::Read> read;
+    {
+        std::lock_guard lock(AheadMutex());
+        auto& reads = Ahead();
+        const auto it = std::find_if(reads.begin(), reads.end(),
+                                     [&](const auto& r) { return r->native == native; });
+        if (it == reads.end())
+            return std::nullopt;
+        read = *it;
+        reads.erase(it);
+    }
+    const int err = read->done.get();
+    return std::pair{err, std::move(read->bytes)};
+}
+
+}  // namespace
+
+PathCacheReadAhead::PathCacheReadAhead(const AbsoluteIRI& cacheFile) {
+    auto read = std::make_shared<Read>();
+    try {
+        read->native = text::ToNative(foundation::storage::vfs::fromAbsoluteIRI(cacheFile));
+    } catch (const foundation::storage::vfs::Exception&) {
+        return;
+    }
+    read->done = std::async(std::launch::async, [r = read.get()] {
+        return os::System().ReadRegularFile(r->native, kMostCacheBytes, r->bytes);
+    });
+    std::lock_guard lock(AheadMutex());
+    Ahead().push_back(read);
+    m_read = std::move(read);
+}
+
+PathCacheReadAhead::~PathCacheReadAhead() {
+    if (!m_read)
+        return;
+    std::size_t untaken = 0;
+    {
+        std::lock_guard lock(AheadMutex());
+        untaken = std::erase(Ahead(), m_read);
+    }
+    // A load that took the bytes waited for them; otherwise the read is waited for here.
+    if (untaken != 0)
+        m_read->done.wait();
+}
+
 FolderEntryList LoadPathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& root,
                               const std::vector<AbsoluteIRI>& folders, bool inMemory) {
     std::string native;
@@ -397,8 +466,14 @@ FolderEntryList LoadPathCache(const AbsoluteIRI& cacheFile, const AbsoluteIRI& r
         why = "not a regular file of the user's";
     } else if (inMemory) {
         std::string bytes;
-        if (const int readErr = os::System().ReadRegularFile(native, kMostCacheBytes, bytes);
-            readErr != 0) {
+        int readErr = 0;
+        if (auto ahead = TakeReadAhead(native)) {
+            readErr = ahead->first;
+            bytes = std::move(ahead->second);
+        } else {
+            readErr = os::System().ReadRegularFile(native, kMostCacheBytes, bytes);
+        }
+        if (readErr != 0) {
             why = os::ErrorText(readErr);
         } else if (auto entries =
                        Decode(std::make_shared<CacheImage>(std::move(bytes)), root, why, folders);

@@ -79,6 +79,24 @@ VELMORA_SEARCHPATH_EXPORT FolderEntryList LoadPathCache(
     const foundation::storage::vfs::AbsoluteIRI& root,
     const std::vector<foundation::storage::vfs::AbsoluteIRI>& folders = {}, bool inMemory = false);
 
+// PathCacheReadAhead: reads the cache file at `cacheFile` whole on a thread of its own, for a
+// LoadPathCache(..., inMemory = true) of the same file that comes soon after, which then takes the
+// bytes read rather than reading them: so the read overlaps what a start does first (reading the
+// path definition file). The load checks the file as always; bytes that no load took go with the
+// handle, which waits for the read.
+class VELMORA_SEARCHPATH_EXPORT PathCacheReadAhead {
+  public:
+    explicit PathCacheReadAhead(const foundation::storage::vfs::AbsoluteIRI& cacheFile);
+    ~PathCacheReadAhead();
+    PathCacheReadAhead(const PathCacheReadAhead&) = delete;
+    PathCacheReadAhead& operator=(const PathCacheReadAhead&) = delete;
+
+    struct Read;
+
+  private:
+    std::shared_ptr<Read> m_read;
+};
+
 // SavePathCache: writes the cache of `mainEntries` for `root` to a temporary file beside
 // `cacheFile` and renames it over `cacheFile`, creating the folder if needed: a reader sees the
 // old cache or the new one, never a part. Throws UnableToSaveToolboxCacheException (the old cache
