@@ -167,7 +167,6 @@ void FolderWatcher::SetWarn(std::function<void(const std::string&)> warn) {
 void FolderWatcher::Reserve(std::size_t folders) {
     m_byWatch.reserve(folders);
     m_byNative.reserve(folders);
-    m_namedAt.reserve(folders);
 }
 
 bool FolderWatcher::Watch(const AbsoluteIRI& location, const std::string& native) {
